@@ -1,0 +1,149 @@
+#include <getopt.h>
+#include <signal.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <climits>
+#include <exception>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include <log/log.h>
+
+#include "tarvo_message_handler.h"
+
+namespace {
+
+constexpr const char* kPidFile = "/data/vendor/radio/tarvo_pid";
+
+// One byte each; a flag counts as set only when it equals 1.
+unsigned char modem_stat_flag = 0;
+unsigned char extended_log_flag = 0;
+unsigned char tput_test_flag = 0;
+unsigned char server_flag = 0;
+
+const option kOptions[] = {
+    {"modemstat", no_argument, nullptr, 'm'},
+    {"extendedlog", no_argument, nullptr, 'e'},
+    {"tputtest", no_argument, nullptr, 't'},
+    {"server", no_argument, nullptr, 's'},
+    {nullptr, 0, nullptr, 0},
+};
+
+void PrintUsage(const char* program) {
+    printf("\nUsage for %s:\n", program);
+    puts("\n-m, --modemstat:   Send modem stat request to modem");
+    puts("\n-e, --extendedlog: Send extended log request to modem");
+    puts("\n-t, --ipctputtest: Start IPC Tput test");
+    puts("\n-s, --server:      Start message handler server");
+    puts("\n-h, --help:        Usage help");
+}
+
+}  // namespace
+
+void tarvo_signal_handler(int signal) {
+    switch (signal) {
+        case SIGUSR1:
+            TarvoMessageHandler::GetInstance()->SendServiceRequest(0);
+            break;
+        case SIGUSR2:
+            TarvoMessageHandler::GetInstance()->SendServiceRequest(2);
+            break;
+        default:
+            break;
+    }
+}
+
+int tarvo_get_pid() {
+    std::ifstream file(kPidFile);
+    if (!file) {
+        ALOGE("Unable to access pid file");
+        return -1;
+    }
+    std::stringstream text;
+    text << file.rdbuf();
+    try {
+        return std::stoi(text.str(), nullptr, 10);
+    } catch (const std::exception& e) {
+        ALOGE("%s", e.what());
+        return -1;
+    }
+}
+
+namespace {
+
+// Signals the running server; false when its pid cannot be found.
+bool SignalServer(int signal, const char* message) {
+    const int pid = tarvo_get_pid();
+    if (pid < 1) {
+        ALOGE("Failed to get pid");
+        return false;
+    }
+    ALOGI("%s", message);
+    kill(pid, signal);
+    return true;
+}
+
+void WritePidFile() {
+    remove(kPidFile);
+    std::ofstream file(kPidFile);
+    file << getpid();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 1) {
+        PrintUsage(argv[0]);
+        return -1;
+    }
+
+    int option;
+    while ((option = getopt_long(argc, argv, "hmest", kOptions, nullptr)) != -1) {
+        switch (option) {
+            case 'm':
+                modem_stat_flag = 1;
+                break;
+            case 'e':
+                extended_log_flag = 1;
+                break;
+            case 't':
+                tput_test_flag = 1;
+                break;
+            case 's':
+                server_flag = 1;
+                break;
+            default:
+                PrintUsage(argv[0]);
+                break;
+        }
+    }
+
+    signal(SIGUSR1, tarvo_signal_handler);
+    signal(SIGUSR2, tarvo_signal_handler);
+    signal(SIGWINCH, tarvo_signal_handler);
+
+    if (modem_stat_flag == 1 && !SignalServer(SIGUSR1, "Send signal for modemstat request")) {
+        return -1;
+    }
+    if (extended_log_flag == 1 && !SignalServer(SIGUSR2, "Send signal for extendedlog request")) {
+        return -1;
+    }
+    if (tput_test_flag == 1 && !SignalServer(SIGWINCH, "Send signal for tput test")) {
+        return -1;
+    }
+
+    if (server_flag != 1) {
+        ALOGE("Force to exit");
+        return 0;
+    }
+
+    if (TarvoMessageHandler::GetInstance()->Start() != 0) {
+        ALOGE("Failed to start message handler");
+        return -1;
+    }
+    WritePidFile();
+
+    while (true) sleep(UINT_MAX);
+}

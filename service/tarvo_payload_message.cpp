@@ -1,0 +1,22 @@
+#include "tarvo_payload_message.h"
+
+TarvoPayloadMessage::TarvoPayloadMessage(PayloadCase id, tarvo_message::TarvoMessageType type,
+                                         const VekMessage* request)
+    : message_(std::make_unique<VekMessage>()) {
+    message_->InitialHeader(id, type);
+    if (request != nullptr && request->GetTarvoMessage() != nullptr &&
+        request->GetTarvoMessage()->has_token()) {
+        message_->GetTarvoMessage()->set_token(request->GetTarvoMessage()->token());
+    }
+}
+
+TarvoPayloadMessage::TarvoPayloadMessage(std::unique_ptr<VekMessage> message)
+    : message_(std::move(message)) {}
+
+tarvo_message::TarvoMessage* TarvoPayloadMessage::Envelope() const {
+    return message_ ? message_->GetTarvoMessage() : nullptr;
+}
+
+void TarvoPayloadMessage::SetResult(tarvo_message::TarvoResult result) {
+    if (auto* envelope = Envelope()) envelope->set_result(result);
+}

@@ -1,0 +1,57 @@
+#include "tarvo_service_handler.h"
+
+#include <log/log.h>
+
+#include "tarvo_message_handler.h"
+#include "vek_message.h"
+
+namespace {
+
+// Only the low 16 bits of an id take part in routing.
+uint16_t Id16(int id) { return static_cast<uint16_t>(id); }
+
+}  // namespace
+
+unsigned int TarvoServiceHandler::OnReceiveRequest(VekMessage* request) {
+    if (request == nullptr || !request->IsRequest()) return tarvo_message::RESULT_INVALID;
+
+    const uint16_t id = Id16(request->GetMessageId());
+    switch (id) {
+        case tarvo_message::TarvoMessage::kFile:
+            ALOGI("Got File message request");
+            return OnReceiveFileMessageRequest(request);
+        default:
+            ALOGE("RequestHandler: Unsupported message id %d", id);
+            return tarvo_message::RESULT_UNSUPPORTED;
+    }
+}
+
+unsigned int TarvoServiceHandler::OnReceiveFileMessageRequest(VekMessage* request) {
+    if (request == nullptr || !request->IsRequest()) return tarvo_message::RESULT_INVALID;
+
+    const uint16_t operation = Id16(request->GetFileOperationId());
+    switch (operation) {
+        default:
+            ALOGE("RequestHandler: Unsupported message id %d", operation);
+            return tarvo_message::RESULT_UNSUPPORTED;
+    }
+}
+
+unsigned int TarvoServiceHandler::OnReceiveIndication(VekMessage* indication) {
+    if (indication == nullptr || !indication->IsIndication()) return tarvo_message::RESULT_INVALID;
+
+    const uint16_t id = Id16(indication->GetMessageId());
+    switch (id) {
+        default:
+            ALOGE("IndicationHandler: Unsupported message id %d", id);
+            return tarvo_message::RESULT_UNSUPPORTED;
+    }
+}
+
+unsigned int TarvoServiceHandler::SendServiceRequest(unsigned int command) {
+    switch (command) {
+        default:
+            ALOGE("Unsupport command type %d", command);
+            return tarvo_message::RESULT_INVALID;
+    }
+}
