@@ -148,6 +148,9 @@ TEST_F(DaemonCoreTest, ReaderReopensTheNodeAfterEndOfFileAndReadError) {
 
 TEST_F(DaemonCoreTest, ReaderRecoversFromHangUp) {
     ASSERT_NO_FATAL_FAILURE(Start({.initial_state = 4}));
+    // A hang-up ends with the next open, so it must come after the reader's first one.
+    SendMarker();
+    ASSERT_TRUE(Logs(ANDROID_LOG_ERROR, kMarkerLine));
     rig().InjectFault(tarvo_emu::IpcFault::kHangUp);
     // errno is whatever the reader thread saw last: a read of 0 bytes does not set it.
     const auto eof = [](const tarvo_emu::LogLine& line) {
