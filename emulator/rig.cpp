@@ -56,6 +56,7 @@ bool Rig::Start(std::string* error) {
         sandbox_->BindNode(device_path, emulator_->PathOf(name));
     }
 
+    for (const auto& [name, value] : options_.env) sandbox_->SetEnv(name, value);
     for (const std::string& path : options_.remove) {
         if (!sandbox_->Remove(path, error)) return false;
     }

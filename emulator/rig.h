@@ -42,6 +42,8 @@ struct RigOptions {
     // Paths taken out of the standard tree before start: an emulated node's device path leaves
     // the node out; a directory or file is deleted.
     std::vector<std::string> remove = {};
+    // Environment variables for every process in the sandbox.
+    std::vector<std::pair<std::string, std::string>> env = {};
     bool start_daemon = true;
     // Where the transcript goes; null for none.
     std::ostream* transcript = nullptr;
