@@ -20,7 +20,7 @@ test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
 
 demo: build
-	$(BUILD_DIR)/tarvo -h
+	$(BUILD_DIR)/tarvo-emu run tests/scenarios/demo.textproto
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
