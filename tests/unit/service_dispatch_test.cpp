@@ -1,84 +1,17 @@
-#include <android/log.h>
 #include <gmock/gmock.h>
-#include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "tarvo_message_handler.h"
-#include "tarvo_service_handler.h"
+#include "service_capture.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
 
-struct LogLine {
-    int priority;
-    std::string text;
-    bool operator==(const LogLine& other) const {
-        return priority == other.priority && text == other.text;
-    }
-};
-
-std::ostream& operator<<(std::ostream& out, const LogLine& line) {
-    return out << line.priority << " \"" << line.text << "\"";
-}
-
-LogLine Info(std::string text) { return {ANDROID_LOG_INFO, std::move(text)}; }
-LogLine Error(std::string text) { return {ANDROID_LOG_ERROR, std::move(text)}; }
-
-std::vector<LogLine>* captured_lines = nullptr;
-
-void CaptureLine(const __android_logger_data* data, const char* message) {
-    if (captured_lines != nullptr && std::string(data->tag) == "tarvo") {
-        captured_lines->push_back({data->priority, message});
-    }
-}
-
-// Keeps every response instead of writing it to the modem.
-class CapturingMessageHandler : public TarvoMessageHandler {
-  public:
-    int SendResponse(VekMessage* response) override {
-        responses.push_back(*response->GetTarvoMessage());
-        return tarvo_message::RESULT_SUCCESS;
-    }
-    std::vector<tarvo_message::TarvoMessage> responses;
-};
-
-// The message as it arrives from the modem: serialised, then parsed by the daemon.
-std::unique_ptr<VekMessage> Received(const std::string& text) {
-    tarvo_message::TarvoMessage envelope;
-    EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &envelope)) << text;
-    const std::string bytes = envelope.SerializeAsString();
-    return std::make_unique<VekMessage>(bytes.data(), static_cast<int>(bytes.size()));
-}
-
-class ServiceDispatchTest : public testing::Test {
-  protected:
-    void SetUp() override {
-        captured_lines = &lines_;
-        __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
-        __android_log_set_logger(CaptureLine);
-    }
-    void TearDown() override {
-        __android_log_set_logger(__android_log_stderr_logger);
-        captured_lines = nullptr;
-    }
-
-    unsigned int Request(const std::string& text) {
-        return service_.OnReceiveRequest(Received(text).get());
-    }
-    unsigned int Indication(const std::string& text) {
-        return service_.OnReceiveIndication(Received(text).get());
-    }
-
-    std::vector<LogLine> lines_;
-    CapturingMessageHandler handler_;
-    TarvoServiceHandler service_{&handler_};
-};
+using ServiceDispatchTest = ServiceHandlerTest;
 
 TEST_F(ServiceDispatchTest, WrongKindsOfMessageAreRefusedSilently) {
     EXPECT_EQ(service_.OnReceiveRequest(nullptr), 2u);
@@ -93,7 +26,7 @@ TEST_F(ServiceDispatchTest, WrongKindsOfMessageAreRefusedSilently) {
     EXPECT_EQ(service_.OnReceiveFileMessageRequest(
                   Received("type: INDICATION file { read_request {} }").get()),
               2u);
-    EXPECT_THAT(lines_, IsEmpty());
+    EXPECT_THAT(captured_, IsEmpty());
     EXPECT_THAT(handler_.responses, IsEmpty());
 }
 
@@ -129,9 +62,9 @@ TEST_F(ServiceDispatchTest, UnsupportedIdsAreLoggedWithTheirNumber) {
          {Error("IndicationHandler: Unsupported message id 11")}},
     };
     for (const Case& c : cases) {
-        lines_.clear();
+        captured_.clear();
         EXPECT_EQ(c.indication ? Indication(c.message) : Request(c.message), 1u) << c.message;
-        EXPECT_EQ(lines_, c.lines) << c.message;
+        EXPECT_EQ(captured_, c.lines) << c.message;
     }
     EXPECT_THAT(handler_.responses, IsEmpty());
 }
@@ -139,10 +72,10 @@ TEST_F(ServiceDispatchTest, UnsupportedIdsAreLoggedWithTheirNumber) {
 TEST_F(ServiceDispatchTest, CommandsWithoutAnOperationAreRefused) {
     // Commands 0 to 4 get their operations later; until then they must not report success.
     for (unsigned int command : {0u, 1u, 2u, 3u, 4u, 5u, 0xFFFFFFFFu}) {
-        lines_.clear();
+        captured_.clear();
         EXPECT_EQ(service_.SendServiceRequest(command), 2u) << command;
-        EXPECT_THAT(lines_, ElementsAre(Error("Unsupport command type " +
-                                              std::to_string(static_cast<int>(command)))));
+        EXPECT_THAT(captured_, ElementsAre(Error("Unsupport command type " +
+                                                 std::to_string(static_cast<int>(command)))));
     }
 }
 
@@ -153,7 +86,7 @@ TEST_F(ServiceDispatchTest, FileOperationsReachTheirHandlers) {
     EXPECT_EQ(Request("type: REQUEST token: 3 file { read_request { file_name: 'a' } }"), 2u);
     EXPECT_EQ(Indication("type: INDICATION file { write_indication { file_name: 'a' } }"), 2u);
     EXPECT_THAT(
-        lines_,
+        captured_,
         ElementsAre(Info("Got File message request"), Info("Got File write request"),
                     Error("FileWriteRequest requires a file_dir"), Info("Got File message request"),
                     Info("Got File write append request"),
@@ -175,15 +108,12 @@ TEST_F(ServiceDispatchTest, RequestsMissingAFieldOrOfTheOldRevisionAreNotAnswere
               2u);
     EXPECT_EQ(Indication("type: INDICATION file { write_indication { file_dir: FILE_DIR_MDS } }"),
               2u);
-    std::vector<LogLine> errors;
-    for (const LogLine& line : lines_) {
-        if (line.priority != ANDROID_LOG_INFO) errors.push_back(line);
-    }
-    EXPECT_THAT(errors, ElementsAre(Error("Old FileWriteRequest is no longer supported"),
-                                    Error("FileWriteRequest requires a file_name"),
-                                    Error("FileWriteRequest requires a file_name"),
-                                    Error("FileReadRequest requires a file_name"),
-                                    Error("FileWriteIndication requires a file_name")));
+    EXPECT_THAT(LinesAt(ANDROID_LOG_ERROR),
+                ElementsAre(Error("Old FileWriteRequest is no longer supported"),
+                            Error("FileWriteRequest requires a file_name"),
+                            Error("FileWriteRequest requires a file_name"),
+                            Error("FileReadRequest requires a file_name"),
+                            Error("FileWriteIndication requires a file_name")));
     EXPECT_THAT(handler_.responses, IsEmpty());
 }
 
@@ -218,11 +148,7 @@ TEST_F(ServiceDispatchTest, BadDirectoryIsAnsweredWithFileResultTwo) {
     EXPECT_EQ(read.read_response().result(), tarvo_message::FILE_RESULT_BAD_DIRECTORY);
     EXPECT_FALSE(read.read_response().has_data());
 
-    std::vector<LogLine> errors;
-    for (const LogLine& line : lines_) {
-        if (line.priority == ANDROID_LOG_ERROR) errors.push_back(line);
-    }
-    EXPECT_THAT(errors,
+    EXPECT_THAT(LinesAt(ANDROID_LOG_ERROR),
                 ElementsAre(Error("Bad file directory: 0"), Error("Bad file directory: 4"),
                             Error("Bad file directory: 0"), Error("Bad file directory: 7")));
 }
@@ -231,7 +157,7 @@ TEST_F(ServiceDispatchTest, BlockAtOrPastTheTotalSizeIsRefusedBeforeTouchingFile
     EXPECT_EQ(Request("type: REQUEST token: 7 file { write_request { file_name: 'n' "
                       "file_dir: FILE_DIR_REPLAY data: 'x' } }"),
               8u);
-    EXPECT_THAT(lines_,
+    EXPECT_THAT(captured_,
                 ElementsAre(Info("Got File message request"), Info("Got File write request"),
                             Info("file dir: 2 and name: n"), Info("offset: 0x0, size: 0x0"),
                             Info("prefix: /mnt/vendor/modem_userdata/replay/\nfile_name: n"),
@@ -244,11 +170,11 @@ TEST_F(ServiceDispatchTest, BlockAtOrPastTheTotalSizeIsRefusedBeforeTouchingFile
 
     // An indication's own file_path is not the old revision: it is processed like any other
     // block, and its failures are never answered.
-    lines_.clear();
+    captured_.clear();
     EXPECT_EQ(Indication("type: INDICATION file { write_indication { file_path: '/old' "
                          "file_name: 'n' file_dir: FILE_DIR_MDS total_size: 0x10 offset: 0x10 } }"),
               8u);
-    EXPECT_THAT(lines_.back(), Error("Bad max_data_size 0x10 or offset 0x10"));
+    EXPECT_THAT(captured_.back(), Error("Bad max_data_size 0x10 or offset 0x10"));
     EXPECT_EQ(handler_.responses.size(), 1u);
 }
 
