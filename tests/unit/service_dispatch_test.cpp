@@ -117,42 +117,6 @@ TEST_F(ServiceDispatchTest, RequestsMissingAFieldOrOfTheOldRevisionAreNotAnswere
     EXPECT_THAT(handler_.responses, IsEmpty());
 }
 
-TEST_F(ServiceDispatchTest, BadDirectoryIsAnsweredWithFileResultTwo) {
-    EXPECT_EQ(Request("type: REQUEST token: 0x1234 file { write_request { file_name: 'a' "
-                      "file_dir: FILE_DIR_UNKNOWN total_size: 4 data: 'abcd' } }"),
-              8u);
-    EXPECT_EQ(Request("type: REQUEST token: 0x1235 file { append_request { file_name: 'a' "
-                      "file_dir: 4 data: 'abcd' } }"),
-              8u);
-    EXPECT_EQ(Request("type: REQUEST token: 0x1236 file { read_request { file_name: 'a' "
-                      "file_dir: FILE_DIR_UNKNOWN max_data_size: 4 } }"),
-              8u);
-    EXPECT_EQ(Indication("type: INDICATION file { write_indication { file_name: 'a' file_dir: 7 "
-                         "total_size: 4 data: 'abcd' } }"),
-              8u);
-
-    ASSERT_EQ(handler_.responses.size(), 3u);
-    for (uint32_t i = 0; i < 3; ++i) {
-        const auto& response = handler_.responses[i];
-        EXPECT_EQ(response.type(), tarvo_message::RESPONSE);
-        EXPECT_EQ(response.message_id(), 9u);
-        EXPECT_EQ(response.token(), 0x1234u + i);
-        EXPECT_EQ(response.result(), tarvo_message::RESULT_FAILURE);
-    }
-    EXPECT_EQ(handler_.responses[0].file().write_response().result(),
-              tarvo_message::FILE_RESULT_BAD_DIRECTORY);
-    EXPECT_EQ(handler_.responses[1].file().write_response().result(),
-              tarvo_message::FILE_RESULT_BAD_DIRECTORY);
-    const auto& read = handler_.responses[2].file();
-    ASSERT_TRUE(read.has_read_response());
-    EXPECT_EQ(read.read_response().result(), tarvo_message::FILE_RESULT_BAD_DIRECTORY);
-    EXPECT_FALSE(read.read_response().has_data());
-
-    EXPECT_THAT(LinesAt(ANDROID_LOG_ERROR),
-                ElementsAre(Error("Bad file directory: 0"), Error("Bad file directory: 4"),
-                            Error("Bad file directory: 0"), Error("Bad file directory: 7")));
-}
-
 TEST_F(ServiceDispatchTest, BlockAtOrPastTheTotalSizeIsRefusedBeforeTouchingFiles) {
     EXPECT_EQ(Request("type: REQUEST token: 7 file { write_request { file_name: 'n' "
                       "file_dir: FILE_DIR_REPLAY data: 'x' } }"),
