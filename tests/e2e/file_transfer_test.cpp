@@ -1,4 +1,5 @@
-// Large file transfers through the real daemon: block by block as the modem sends them.
+// File transfers through the real daemon, where a scenario cannot say enough: sizes too large to
+// write out, and fields that must be absent.
 
 #include <algorithm>
 #include <chrono>
@@ -87,6 +88,16 @@ TEST_F(FileTransferTest, LargeFilesArriveIntactInTimeLinearInTheirSize) {
                        .c_str());
     // Four times the blocks: a cost per block that grew with the file would show as 16.
     EXPECT_LT(ratio, 8.0);
+}
+
+TEST_F(FileTransferTest, ReadPastTheEndSendsNoPartialData) {
+    ASSERT_TRUE(rig().WriteFile("/data/vendor/radio/mds/ten", "0123456789"));
+    std::optional<Message> response = Request(
+        Text("file { read_request { file_name: 'ten' file_dir: 1 offset: 8 max_data_size: 4 } }"));
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->result(), tarvo_message::RESULT_FAILURE);
+    EXPECT_EQ(response->file().read_response().result(), tarvo_message::FILE_RESULT_FAILURE);
+    EXPECT_FALSE(response->file().read_response().has_data());
 }
 
 }  // namespace
