@@ -22,5 +22,11 @@ class TarvoServiceHandler {
     unsigned int SendServiceRequest(unsigned int command);
 
   private:
+    // Modem file transfers (message id 9).
+    unsigned int OnReceiveFileWriteRequest(VekMessage* request);
+    unsigned int OnReceiveFileAppendRequest(VekMessage* request);
+    unsigned int OnReceiveFileReadRequest(VekMessage* request);
+    unsigned int OnReceiveFileWriteIndication(VekMessage* indication);
+
     TarvoMessageHandler* handler_;
 };
