@@ -1,10 +1,10 @@
 #include "tarvo_file_directory.h"
 
-#include <iterator>
-
 namespace {
 
-// Row 0 only holds the text that an unknown id yields; lookups never match it.
+using tarvo_message::FileDirectory;
+
+// Row 0 only supplies the text of a failed lookup; it is never matched.
 const TarvoFileDirectory kDirectories[] = {
     {tarvo_message::FILE_DIR_UNKNOWN, "UNKNOWN"},
     {tarvo_message::FILE_DIR_MDS, "/data/vendor/radio/mds/"},
@@ -14,9 +14,9 @@ const TarvoFileDirectory kDirectories[] = {
 
 }  // namespace
 
-std::string TarvoFileDirectoryTable::FindDirectoryFromId(tarvo_message::FileDirectory id) {
+std::string TarvoFileDirectoryTable::FindDirectoryFromId(FileDirectory id) {
     for (size_t row = 1; row < std::size(kDirectories); ++row) {
-        if (kDirectories[row].GetId() == id) return kDirectories[row].GetPath();
+        if (kDirectories[row].id() == id) return kDirectories[row].path();
     }
-    return kDirectories[0].GetPath();
+    return kDirectories[0].path();
 }

@@ -49,6 +49,15 @@ unsigned int TarvoServiceHandler::OnReceiveFileMessageRequest(VekMessage* reques
 
     const uint16_t operation = Id16(request->GetFileOperationId());
     switch (operation) {
+        case tarvo_message::FileMessage::kAppendRequest:
+            ALOGI("Got File write append request");
+            return OnReceiveFileAppendRequest(request);
+        case tarvo_message::FileMessage::kReadRequest:
+            ALOGI("Got File read request");
+            return OnReceiveFileReadRequest(request);
+        case tarvo_message::FileMessage::kWriteRequest:
+            ALOGI("Got File write request");
+            return OnReceiveFileWriteRequest(request);
         default:
             ALOGE("RequestHandler: Unsupported message id %d", operation);
             return tarvo_message::RESULT_UNSUPPORTED;
@@ -60,6 +69,9 @@ unsigned int TarvoServiceHandler::OnReceiveIndication(VekMessage* indication) {
 
     const uint16_t id = Id16(indication->GetMessageId());
     switch (id) {
+        case tarvo_message::TarvoMessage::kFile:
+            ALOGI("Got File write indication");
+            return OnReceiveFileWriteIndication(indication);
         default:
             ALOGE("IndicationHandler: Unsupported message id %d", id);
             return tarvo_message::RESULT_UNSUPPORTED;

@@ -33,5 +33,11 @@ class TarvoServiceHandler {
                                   uint32_t* size);
 
   private:
+    // Modem file transfers (message id 9).
+    unsigned int OnReceiveFileWriteRequest(VekMessage* request);
+    unsigned int OnReceiveFileAppendRequest(VekMessage* request);
+    unsigned int OnReceiveFileReadRequest(VekMessage* request);
+    unsigned int OnReceiveFileWriteIndication(VekMessage* indication);
+
     TarvoMessageHandler* handler_;
 };

@@ -28,8 +28,7 @@ unsigned int CheckUecapReadRequest(const VekMessage& request) {
     const auto& read = uecap.read_request();
     if (!read.has_file_name() || !read.has_directory()) return tarvo_message::RESULT_INVALID;
     // Any whitelisted directory passes here; only the UE-capability one is read later.
-    const uint32_t directory = static_cast<uint32_t>(read.directory());
-    if (directory < tarvo_message::FILE_DIR_MDS || directory > tarvo_message::FILE_DIR_UECAP) {
+    if (!TarvoFileDirectoryTable::IsValidId(read.directory())) {
         return tarvo_message::RESULT_UNAVAILABLE;
     }
     return tarvo_message::RESULT_SUCCESS;
