@@ -1,0 +1,99 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+namespace tarvo_emu {
+
+// Events in arrival order, each taken at most once. A waiter takes the earliest event not yet
+// taken that matches; events nobody takes stay for later waiters and for the transcript.
+template <typename T>
+class EventList {
+  public:
+    using Predicate = std::function<bool(const T&)>;
+
+    void Add(T event) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            events_.push_back({std::move(event), false});
+        }
+        added_.notify_all();
+    }
+
+    std::optional<T> Take(const Predicate& matches, std::chrono::milliseconds timeout) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        Entry* found = nullptr;
+        const auto find = [&] {
+            for (Entry& entry : events_) {
+                if (entry.taken || !matches(entry.event)) continue;
+                found = &entry;
+                return true;
+            }
+            return false;
+        };
+        if (!added_.wait_for(lock, timeout, find)) return std::nullopt;
+        found->taken = true;
+        return found->event;
+    }
+
+    // Waits for a matching event, taken or not, without taking it.
+    bool Wait(const Predicate& matches, std::chrono::milliseconds timeout) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return added_.wait_for(lock, timeout, [&] {
+            for (const Entry& entry : events_) {
+                if (matches(entry.event)) return true;
+            }
+            return false;
+        });
+    }
+
+    // Waits until at least `count` events match, taken or not.
+    bool WaitForCount(const Predicate& matches, size_t count, std::chrono::milliseconds timeout) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return added_.wait_for(lock, timeout, [&] {
+            size_t seen = 0;
+            for (const Entry& entry : events_) seen += matches(entry.event) ? 1 : 0;
+            return seen >= count;
+        });
+    }
+
+    // Waits for an event that arrives from now on; nothing when none came within `timeout`.
+    std::optional<T> NextNew(std::chrono::milliseconds timeout) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        const size_t start = events_.size();
+        if (!added_.wait_for(lock, timeout, [&] { return events_.size() > start; })) {
+            return std::nullopt;
+        }
+        return events_[start].event;
+    }
+
+    size_t Count(const Predicate& matches) const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        size_t count = 0;
+        for (const Entry& entry : events_) count += matches(entry.event) ? 1 : 0;
+        return count;
+    }
+
+    std::vector<T> All() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::vector<T> all;
+        for (const Entry& entry : events_) all.push_back(entry.event);
+        return all;
+    }
+
+  private:
+    struct Entry {
+        T event;
+        bool taken;
+    };
+
+    mutable std::mutex mutex_;
+    std::condition_variable added_;
+    std::vector<Entry> events_;
+};
+
+}  // namespace tarvo_emu

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <string>
+
+#include "emulated_node.h"
+
+namespace tarvo_emu {
+
+enum class IpcFault {
+    kEndOfFile,   // the next read returns 0
+    kReadError,   // the next read fails with EIO
+    kWriteError,  // the next write fails with EIO
+    kHangUp,      // poll reports POLLHUP, reads return 0 and writes fail until the node is reopened
+};
+
+// "/dev/oem_ipc1": message-oriented both ways. Each read returns one message that the modem
+// sent, in order; each write of the daemon is one message. Messages stay queued while nobody
+// reads. Read faults take their place in the queue, so they happen in the order injected.
+class IpcNode : public StreamNode {
+  public:
+    using UplinkHandler = std::function<void(const std::string& bytes)>;
+
+    explicit IpcNode(UplinkHandler on_uplink) : on_uplink_(std::move(on_uplink)) {}
+
+    const char* name() const override { return "oem_ipc1"; }
+    void Open() override;
+    void Write(fuse_req_t req, const char* data, size_t size, off_t offset) override;
+
+    // Queues one message from the modem.
+    void Push(std::string message);
+    void InjectFault(IpcFault fault);
+    size_t queued();
+
+  protected:
+    bool HasItemLocked() const override;
+    void ServeLocked(fuse_req_t req, size_t size) override;
+    unsigned int PollEventsLocked() const override;
+
+  private:
+    struct Item {
+        enum Kind { kMessage, kEndOfFile, kReadError } kind;
+        std::string bytes;
+    };
+
+    UplinkHandler on_uplink_;
+    std::deque<Item> items_;
+    bool hung_up_ = false;
+    bool fail_next_write_ = false;
+};
+
+}  // namespace tarvo_emu

@@ -1,0 +1,35 @@
+#include "log_line.h"
+
+#include <regex>
+
+namespace tarvo_emu {
+
+namespace {
+constexpr const char kLetters[] = "??VDIWEF";
+}  // namespace
+
+char PriorityLetter(int priority) {
+    if (priority < 0 || priority > 7) return '?';
+    return kLetters[priority];
+}
+
+std::string LogLine::ToString() const {
+    return std::string(1, PriorityLetter(priority)) + " " + tag + ": " + text;
+}
+
+std::optional<LogLine> ParseLogLine(const std::string& line) {
+    // Tag, priority letter, date, time, pid, tid, then the text as the caller formatted it.
+    static const std::regex kFormat(
+        R"(^(\S+) ([VDIWEF]) \d\d-\d\d \d\d:\d\d:\d\d +(\d+) +(\d+) (.*)$)");
+    std::smatch match;
+    if (!std::regex_match(line, match, kFormat)) return std::nullopt;
+    LogLine parsed;
+    parsed.tag = match[1];
+    parsed.priority = static_cast<int>(std::string(kLetters).find(match[2].str()[0]));
+    parsed.pid = std::stoi(match[3]);
+    parsed.tid = std::stoi(match[4]);
+    parsed.text = match[5];
+    return parsed;
+}
+
+}  // namespace tarvo_emu

@@ -1,0 +1,117 @@
+#include "modem_side.h"
+
+#include <google/protobuf/util/message_differencer.h>
+
+#include <android-base/stringprintf.h>
+
+using tarvo_message::TarvoMessage;
+
+namespace tarvo_emu {
+
+bool PartiallyMatches(const TarvoMessage& partial, const TarvoMessage& message) {
+    google::protobuf::util::MessageDifferencer differencer;
+    differencer.set_scope(google::protobuf::util::MessageDifferencer::PARTIAL);
+    return differencer.Compare(partial, message);
+}
+
+ModemSide::ModemSide(IpcNode* ipc, Transcript* transcript)
+    : ipc_(ipc), transcript_(transcript), reply_thread_([this] { ReplyLoop(); }) {}
+
+ModemSide::~ModemSide() {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stopping_ = true;
+    }
+    pending_changed_.notify_all();
+    reply_thread_.join();
+}
+
+void ModemSide::OnUplink(const std::string& bytes) {
+    TarvoMessage message;
+    if (!message.ParseFromString(bytes)) {
+        transcript_->Note(android::base::StringPrintf("tarvo > modem: %zu bytes that do not parse",
+                                                      bytes.size()));
+        return;
+    }
+    transcript_->Message(Transcript::Direction::kFromDaemon, message);
+    received_.Add(message);
+    if (message.type() != tarvo_message::REQUEST) return;
+
+    AutoReply rule;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = rules_.find(message.payload_case());
+        if (it == rules_.end()) it = rules_.find(kAnyPayload);
+        if (it != rules_.end()) rule = it->second;
+    }
+    if (std::optional<TarvoMessage> reply = MakeReply(message, rule)) {
+        Schedule(std::move(*reply), rule.delay);
+    }
+}
+
+std::optional<TarvoMessage> ModemSide::MakeReply(const TarvoMessage& request,
+                                                 const AutoReply& rule) {
+    if (rule.no_reply) return std::nullopt;
+    TarvoMessage reply;
+    reply.set_type(tarvo_message::RESPONSE);
+    reply.set_message_id(request.payload_case());
+    if (request.has_token()) reply.set_token(request.token());
+    reply.set_result(static_cast<tarvo_message::TarvoResult>(rule.result));
+    // An empty payload of the request's case.
+    const google::protobuf::FieldDescriptor* field =
+        TarvoMessage::descriptor()->FindFieldByNumber(request.payload_case());
+    if (field != nullptr) reply.GetReflection()->MutableMessage(&reply, field);
+    reply.MergeFrom(rule.overrides);
+    return reply;
+}
+
+void ModemSide::Send(const TarvoMessage& message) {
+    transcript_->Message(Transcript::Direction::kToDaemon, message);
+    ipc_->Push(message.SerializeAsString());
+}
+
+std::optional<TarvoMessage> ModemSide::Await(const TarvoMessage& partial,
+                                             std::chrono::milliseconds timeout) {
+    return received_.Take(
+        [&partial](const TarvoMessage& message) { return PartiallyMatches(partial, message); },
+        timeout);
+}
+
+std::optional<TarvoMessage> ModemSide::NextNew(std::chrono::milliseconds timeout) {
+    return received_.NextNew(timeout);
+}
+
+void ModemSide::SetAutoReply(int payload_case, AutoReply rule) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    rules_[payload_case] = std::move(rule);
+}
+
+void ModemSide::Schedule(TarvoMessage reply, std::chrono::milliseconds delay) {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        pending_.emplace(std::chrono::steady_clock::now() + delay, std::move(reply));
+    }
+    pending_changed_.notify_all();
+}
+
+void ModemSide::ReplyLoop() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (!stopping_) {
+        if (pending_.empty()) {
+            pending_changed_.wait(lock);
+            continue;
+        }
+        const auto due = pending_.begin()->first;
+        if (std::chrono::steady_clock::now() < due) {
+            pending_changed_.wait_until(lock, due);
+            continue;
+        }
+        TarvoMessage reply = std::move(pending_.begin()->second);
+        pending_.erase(pending_.begin());
+        lock.unlock();
+        Send(reply);
+        lock.lock();
+    }
+}
+
+}  // namespace tarvo_emu

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "event_list.h"
+#include "ipc_node.h"
+#include "tarvo_message.pb.h"
+#include "transcript.h"
+
+namespace tarvo_emu {
+
+// How the emulated modem answers the daemon's requests of one payload case.
+struct AutoReply {
+    // The default: a healthy modem answers with result 0 after 20 ms. Not sooner, because the
+    // daemon registers a request only after writing it and drops a reply that beats that.
+    static constexpr std::chrono::milliseconds kDefaultDelay{20};
+
+    bool no_reply = false;
+    int result = 0;
+    std::chrono::milliseconds delay = kDefaultDelay;
+    // Merged over the reply, for payload fields or header fields that a test wants.
+    tarvo_message::TarvoMessage overrides;
+};
+
+// The modem's end of the message channel: sends messages to the daemon, keeps every message the
+// daemon writes for tests to await, and answers the daemon's requests by rule.
+class ModemSide {
+  public:
+    // Rule key that applies to every payload case without a rule of its own.
+    static constexpr int kAnyPayload = 0;
+
+    ModemSide(IpcNode* ipc, Transcript* transcript);
+    ~ModemSide();
+
+    // The IPC node's uplink handler: one message written by the daemon.
+    void OnUplink(const std::string& bytes);
+
+    void Send(const tarvo_message::TarvoMessage& message);
+    // Takes the earliest message from the daemon not taken before that matches `partial` (every
+    // field set in `partial` equal, others ignored), waiting up to `timeout`.
+    std::optional<tarvo_message::TarvoMessage> Await(const tarvo_message::TarvoMessage& partial,
+                                                     std::chrono::milliseconds timeout);
+    // The first message the daemon writes from now on, if one comes within `timeout`.
+    std::optional<tarvo_message::TarvoMessage> NextNew(std::chrono::milliseconds timeout);
+    std::vector<tarvo_message::TarvoMessage> received() const { return received_.All(); }
+
+    void SetAutoReply(int payload_case, AutoReply rule);
+    // The reply a rule makes to `request`, or nothing for no reply.
+    static std::optional<tarvo_message::TarvoMessage> MakeReply(
+        const tarvo_message::TarvoMessage& request, const AutoReply& rule);
+
+  private:
+    void Schedule(tarvo_message::TarvoMessage reply, std::chrono::milliseconds delay);
+    void ReplyLoop();
+
+    IpcNode* ipc_;
+    Transcript* transcript_;
+    EventList<tarvo_message::TarvoMessage> received_;
+
+    std::mutex mutex_;
+    std::map<int, AutoReply> rules_;
+    std::multimap<std::chrono::steady_clock::time_point, tarvo_message::TarvoMessage> pending_;
+    std::condition_variable pending_changed_;
+    bool stopping_ = false;
+    std::thread reply_thread_;
+};
+
+// Whether `message` has every field that `partial` sets, with the same value.
+bool PartiallyMatches(const tarvo_message::TarvoMessage& partial,
+                      const tarvo_message::TarvoMessage& message);
+
+}  // namespace tarvo_emu

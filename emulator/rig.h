@@ -1,0 +1,140 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "child_process.h"
+#include "event_list.h"
+#include "log_line.h"
+#include "modem_emulator.h"
+#include "modem_side.h"
+#include "sandbox.h"
+#include "tarvo_message.pb.h"
+#include "transcript.h"
+
+namespace tarvo_emu {
+
+// Path of the daemon's executable in this build.
+std::string TarvoBinary();
+
+// Moves this process into a mount namespace of its own, so that the emulator's mount disappears
+// with the process whatever way it ends. Call it first thing in main, while single-threaded.
+bool EnterPrivateMountNamespace();
+
+struct SeedFile {
+    std::string path;  // inside the sandbox, e.g. "/data/vendor/radio/modem_stat.conf"
+    std::string content;
+    mode_t mode = 0664;
+};
+
+struct RigOptions {
+    int initial_state = 0;
+    std::vector<SeedFile> files = {};
+    std::vector<std::pair<std::string, std::string>> properties = {};
+    // Paths taken out of the standard tree before start: an emulated node's device path leaves
+    // the node out; a directory or file is deleted.
+    std::vector<std::string> remove = {};
+    // Environment variables for every process in the sandbox.
+    std::vector<std::pair<std::string, std::string>> env = {};
+    bool start_daemon = true;
+    // Where the transcript goes; null for none.
+    std::ostream* transcript = nullptr;
+};
+
+struct ProcessResult {
+    int status = -1;  // exit code, or 128 + signal number
+    bool timed_out = false;
+    std::string output;
+};
+
+// The whole host rig: a sandbox root, the emulated modem mounted and bound into it, the daemon
+// `tarvo -s` running inside, and the modem's end of the channel. Everything it started is
+// stopped and removed by the destructor, in order: processes, reply timer, mount, files.
+class Rig {
+  public:
+    static constexpr std::chrono::milliseconds kDefaultTimeout{5000};
+
+    explicit Rig(RigOptions options = {});
+    ~Rig();
+
+    Rig(const Rig&) = delete;
+    Rig& operator=(const Rig&) = delete;
+
+    // Builds the root, mounts the emulator and starts the daemon if asked; false with a reason.
+    bool Start(std::string* error);
+    bool StartDaemon(std::string* error);
+    // Kills the daemon (SIGKILL to its process group) and waits for it.
+    void StopDaemon();
+    // The daemon's own pid as its log lines show it; 0 before its first line.
+    pid_t daemon_pid() const { return daemon_pid_; }
+
+    // Modem side.
+    void SetModemState(int state);
+    void Send(const tarvo_message::TarvoMessage& message) { modem_->Send(message); }
+    std::optional<tarvo_message::TarvoMessage> AwaitMessage(
+        const tarvo_message::TarvoMessage& partial,
+        std::chrono::milliseconds timeout = kDefaultTimeout) {
+        return modem_->Await(partial, timeout);
+    }
+    void SetAutoReply(int payload_case, AutoReply rule) {
+        modem_->SetAutoReply(payload_case, std::move(rule));
+    }
+    void InjectFault(IpcFault fault);
+    ModemSide& modem() { return *modem_; }
+    ModemEmulator& emulator() { return *emulator_; }
+
+    // Log lines of every process in the sandbox, daemon and clients. `priority` 0 matches any.
+    // Takes the earliest line not taken before with this priority, tag and exact text.
+    std::optional<LogLine> AwaitLog(int priority, const std::string& text,
+                                    std::chrono::milliseconds timeout = kDefaultTimeout,
+                                    const std::string& tag = "tarvo");
+    // Waits for such a line, taken or not, without taking it.
+    bool WaitForLog(int priority, const std::string& text,
+                    std::chrono::milliseconds timeout = kDefaultTimeout,
+                    const std::string& tag = "tarvo");
+    // How many such lines were printed so far, taken or not.
+    size_t CountLog(int priority, const std::string& text, const std::string& tag = "tarvo") const;
+    std::vector<LogLine> logs() const { return logs_.All(); }
+    // Every log line, for waits on conditions of a test's own.
+    EventList<LogLine>& log_events() { return logs_; }
+
+    // Runs a command inside a second sandbox over the same binds, and waits for it (killing it
+    // after `timeout`). Its log lines join the daemon's.
+    ProcessResult Run(const std::vector<std::string>& command,
+                      std::chrono::milliseconds timeout = std::chrono::seconds(60));
+    // `tarvo` with these arguments, e.g. {"-m"}.
+    ProcessResult RunClient(const std::vector<std::string>& args,
+                            std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+    // Files and properties in the sandbox, by their paths inside it.
+    std::optional<std::string> ReadFile(const std::string& path) const;
+    std::optional<mode_t> FileMode(const std::string& path) const;  // permission bits only
+    bool WriteFile(const std::string& path, const std::string& content, mode_t mode = 0664);
+    std::optional<std::string> Property(const std::string& name) const;
+    bool SetProperty(const std::string& name, const std::string& value);
+
+    Sandbox& sandbox() { return *sandbox_; }
+    Transcript& transcript() { return transcript_; }
+
+  private:
+    void OnOutputLine(const std::string& line, bool from_daemon);
+
+    RigOptions options_;
+    Transcript transcript_;
+    EventList<LogLine> logs_;
+    std::atomic<pid_t> daemon_pid_{0};
+    std::unique_ptr<Sandbox> sandbox_;
+    std::unique_ptr<ModemEmulator> emulator_;
+    std::unique_ptr<ModemSide> modem_;
+    std::unique_ptr<ChildProcess> daemon_;
+};
+
+}  // namespace tarvo_emu

@@ -1,0 +1,150 @@
+#include "sandbox.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include <android-base/stringprintf.h>
+
+namespace fs = std::filesystem;
+
+namespace tarvo_emu {
+
+namespace {
+
+constexpr const char* kBwrap = "/usr/bin/bwrap";
+
+// Sandbox path prefix and the directory of the root that holds it.
+const std::pair<const char*, const char*> kMappedTrees[] = {
+    {"/data", "data"},
+    {"/mnt", "mnt"},
+    {"/vendor", "vendor"},
+    {"/dev/__properties__", "properties"},
+};
+
+bool IsUnder(const std::string& path, const std::string& prefix) {
+    return path == prefix || (path.rfind(prefix + "/", 0) == 0);
+}
+
+}  // namespace
+
+const std::vector<std::string> Sandbox::kDeviceDirectories = {
+    "/data/vendor/radio/modem_temp_file", "/data/vendor/radio/mds",
+    "/data/vendor/radio/extended_logs",   "/data/vendor/modem_stat",
+    "/mnt/vendor/modem_userdata/replay",  "/vendor/etc/modem",
+    "/vendor/firmware/uecapconfig",
+};
+
+std::unique_ptr<Sandbox> Sandbox::Create(std::string* error) {
+    const char* tmp = getenv("TMPDIR");
+    std::string pattern =
+        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/tarvo-rig.XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+        *error = android::base::StringPrintf("mkdtemp %s: %s", pattern.c_str(), strerror(errno));
+        return nullptr;
+    }
+    std::unique_ptr<Sandbox> sandbox(new Sandbox(pattern));
+    std::error_code ec;
+    for (const char* dir : {"/emu", "/properties"}) fs::create_directories(pattern + dir, ec);
+    for (const std::string& dir : kDeviceDirectories) {
+        fs::create_directories(sandbox->HostPath(dir), ec);
+    }
+    if (ec) {
+        *error = "cannot create the sandbox tree: " + ec.message();
+        return nullptr;
+    }
+    return sandbox;
+}
+
+Sandbox::Sandbox(std::string dir) : dir_(std::move(dir)) {}
+
+Sandbox::~Sandbox() {
+    std::error_code ec;
+    fs::remove_all(dir_, ec);
+}
+
+std::string Sandbox::HostPath(const std::string& path) const {
+    for (const auto& [prefix, local] : kMappedTrees) {
+        if (IsUnder(path, prefix)) return dir_ + "/" + local + path.substr(strlen(prefix));
+    }
+    return {};
+}
+
+void Sandbox::BindNode(const std::string& device_path, const std::string& host_path) {
+    nodes_.emplace_back(device_path, host_path);
+}
+
+bool Sandbox::Remove(const std::string& path, std::string* error) {
+    auto node = std::find_if(nodes_.begin(), nodes_.end(),
+                             [&path](const auto& bind) { return bind.first == path; });
+    if (node != nodes_.end()) {
+        nodes_.erase(node);
+        return true;
+    }
+    const std::string host = HostPath(path);
+    if (host.empty()) {
+        *error = "cannot remove " + path + ": not in the sandbox's tree";
+        return false;
+    }
+    std::error_code ec;
+    fs::remove_all(host, ec);
+    return true;
+}
+
+std::vector<std::string> Sandbox::Command(const std::vector<std::string>& command) const {
+    std::vector<std::string> args = {
+        kBwrap,
+        "--die-with-parent",
+        "--ro-bind",
+        "/usr",
+        "/usr",
+        "--symlink",
+        "usr/lib",
+        "/lib",
+        "--symlink",
+        "usr/lib64",
+        "/lib64",
+        "--symlink",
+        "usr/bin",
+        "/bin",
+        "--symlink",
+        "usr/sbin",
+        "/sbin",
+        "--proc",
+        "/proc",
+        "--dev",
+        "/dev",
+        "--tmpfs",
+        "/tmp",
+        "--bind",
+        dir_ + "/data",
+        "/data",
+        "--bind",
+        dir_ + "/mnt",
+        "/mnt",
+        // A device's vendor partition is read-only, even for root.
+        "--ro-bind",
+        dir_ + "/vendor",
+        "/vendor",
+        "--bind",
+        dir_ + "/properties",
+        "/dev/__properties__",
+    };
+    for (const auto& [device_path, host_path] : nodes_) {
+        args.insert(args.end(), {"--bind", host_path, device_path});
+    }
+    // The project's binaries, at their host paths.
+    for (const char* tree : {TARVO_SOURCE_DIR, TARVO_BINARY_DIR}) {
+        args.insert(args.end(), {"--ro-bind", tree, tree});
+    }
+    args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin", "--setenv",
+                             "ANDROID_LOG_TAGS", "*:v"});
+    for (const auto& [name, value] : env_) args.insert(args.end(), {"--setenv", name, value});
+    args.emplace_back("--");
+    args.insert(args.end(), command.begin(), command.end());
+    return args;
+}
+
+}  // namespace tarvo_emu

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host_property_store.h"
+
+namespace tarvo_emu {
+
+// A throw-away root for the daemon: a host directory holding the device's directories, the
+// property store and the emulator's mount point, and the bubblewrap command line that shows them
+// to a process at the device's absolute paths. There is no pid namespace, so the pid file names
+// a process that the clients, run in a second sandbox over the same binds, can signal.
+class Sandbox {
+  public:
+    // Directories that a device has and the daemon expects, created in every fresh root.
+    static const std::vector<std::string> kDeviceDirectories;
+
+    // Creates a fresh root under $TMPDIR (or /tmp).
+    static std::unique_ptr<Sandbox> Create(std::string* error);
+    // Deletes the root; the emulator must be unmounted first.
+    ~Sandbox();
+
+    const std::string& dir() const { return dir_; }
+    // Where the emulator is mounted.
+    std::string emulator_dir() const { return dir_ + "/emu"; }
+    // The host path of a path under /data, /mnt, /vendor or /dev/__properties__ inside the
+    // sandbox; empty for any other path.
+    std::string HostPath(const std::string& path) const;
+    HostPropertyStore properties() const { return HostPropertyStore(dir_ + "/properties"); }
+
+    // Shows the host file `host_path` at `device_path` (an emulated device node).
+    void BindNode(const std::string& device_path, const std::string& host_path);
+    // Takes `path` out of the tree: an emulated node is no longer bound, a file or a directory
+    // is deleted with its contents.
+    bool Remove(const std::string& path, std::string* error);
+    // Sets an environment variable for every process in the sandbox.
+    void SetEnv(const std::string& name, const std::string& value) { env_[name] = value; }
+
+    // The bubblewrap command line that runs `command` (argv[0] an absolute path) inside. Built
+    // here and nowhere else.
+    std::vector<std::string> Command(const std::vector<std::string>& command) const;
+
+  private:
+    explicit Sandbox(std::string dir);
+
+    std::string dir_;
+    std::vector<std::pair<std::string, std::string>> nodes_;  // device path, host path
+    std::map<std::string, std::string> env_;
+};
+
+}  // namespace tarvo_emu

@@ -1,0 +1,100 @@
+// tarvo-emu: the host rig's command.
+//
+//   tarvo-emu run FILE [--quiet]
+//       Plays a scenario (emulator/scenario.proto, text format) against `tarvo -s` and the
+//       emulated modem; prints the transcript unless --quiet. Exit 0 when every expectation
+//       held, 1 otherwise.
+//   tarvo-emu exec [--state N] [--daemon] -- COMMAND [ARG...]
+//       Runs COMMAND (an absolute path) inside the sandbox with the emulated modem in state N
+//       (0 by default), and the daemon too with --daemon; exits with COMMAND's status. For
+//       in-process tests of code that touches the device's paths.
+
+#include <stdio.h>
+
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "rig.h"
+#include "scenario_player.h"
+
+namespace {
+
+int Usage() {
+    fprintf(stderr,
+            "usage: tarvo-emu run FILE [--quiet]\n"
+            "       tarvo-emu exec [--state N] [--daemon] -- COMMAND [ARG...]\n");
+    return 2;
+}
+
+int Run(const std::vector<std::string>& args) {
+    std::string file;
+    bool quiet = false;
+    for (const std::string& arg : args) {
+        if (arg == "--quiet") {
+            quiet = true;
+        } else if (file.empty()) {
+            file = arg;
+        } else {
+            return Usage();
+        }
+    }
+    if (file.empty()) return Usage();
+
+    tarvo_scenario::Scenario scenario;
+    std::string error;
+    if (!tarvo_emu::LoadScenario(file, &scenario, &error)) {
+        fprintf(stderr, "%s\n", error.c_str());
+        return 1;
+    }
+    std::string failure;
+    if (!tarvo_emu::PlayScenario(scenario, quiet ? nullptr : &std::cout, &failure)) {
+        std::cout << std::flush;
+        fprintf(stderr, "FAILED %s: %s\n", file.c_str(), failure.c_str());
+        return 1;
+    }
+    if (!quiet) printf("PASSED %s\n", file.c_str());
+    return 0;
+}
+
+int Exec(const std::vector<std::string>& args) {
+    tarvo_emu::RigOptions options;
+    options.start_daemon = false;
+    size_t i = 0;
+    for (; i < args.size() && args[i] != "--"; ++i) {
+        if (args[i] == "--daemon") {
+            options.start_daemon = true;
+        } else if (args[i] == "--state" && i + 1 < args.size()) {
+            options.initial_state = std::stoi(args[++i]);
+        } else {
+            return Usage();
+        }
+    }
+    if (i + 1 >= args.size()) return Usage();
+    const std::vector<std::string> command(args.begin() + i + 1, args.end());
+
+    options.transcript = &std::cout;
+    tarvo_emu::Rig rig(options);
+    std::string error;
+    if (!rig.Start(&error)) {
+        fprintf(stderr, "tarvo-emu: %s\n", error.c_str());
+        return 1;
+    }
+    const tarvo_emu::ProcessResult result = rig.Run(command, std::chrono::hours(1));
+    return result.status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Without a namespace of its own, a crash would leave the emulator's mount behind.
+    if (!tarvo_emu::EnterPrivateMountNamespace()) {
+        fprintf(stderr, "tarvo-emu: cannot enter a private mount namespace (run as root)\n");
+    }
+    if (argc < 2) return Usage();
+    const std::string command = argv[1];
+    const std::vector<std::string> args(argv + 2, argv + argc);
+    if (command == "run") return Run(args);
+    if (command == "exec") return Exec(args);
+    return Usage();
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <chrono>
+#include <mutex>
+#include <ostream>
+#include <string>
+
+#include "log_line.h"
+#include "tarvo_message.pb.h"
+
+namespace tarvo_emu {
+
+// What happened, in order: every message both ways in protobuf text format, the log lines of
+// the processes in the sandbox, and the steps of a scenario, each with the seconds since start.
+// With no stream it records nothing.
+class Transcript {
+  public:
+    enum class Direction { kToDaemon, kFromDaemon };
+
+    explicit Transcript(std::ostream* out) : out_(out) {}
+
+    void Message(Direction direction, const tarvo_message::TarvoMessage& message);
+    void Log(const LogLine& line);
+    // A line of a process that is not a log line, such as the usage text.
+    void Output(const std::string& line);
+    void Note(const std::string& text);
+
+  private:
+    void Print(const std::string& label, const std::string& text);
+
+    std::ostream* out_;
+    std::mutex mutex_;
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+// One-line text format of a message.
+std::string ShortText(const google::protobuf::Message& message);
+
+}  // namespace tarvo_emu

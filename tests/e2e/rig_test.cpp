@@ -1,0 +1,266 @@
+// The rig itself: the emulated nodes as a process sees them, the modem's replies, the scenario
+// player's verdicts and the teardown.
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <string>
+
+#include <google/protobuf/text_format.h>
+
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
+
+#include "scenario_player.h"
+#include "tarvo_e2e_fixture.h"
+
+using android::base::unique_fd;
+using std::chrono::milliseconds;
+
+namespace {
+
+class EmulatorTest : public TarvoE2eTest {
+  protected:
+    void SetUp() override { ASSERT_NO_FATAL_FAILURE(Start({.start_daemon = false})); }
+
+    unique_fd OpenNode(const char* name, int flags = O_RDWR) {
+        return unique_fd(open(rig().emulator().PathOf(name).c_str(), flags | O_CLOEXEC));
+    }
+
+    static short PollNow(int fd) {
+        pollfd pfd = {.fd = fd, .events = POLLIN | POLLHUP | POLLRDNORM, .revents = 0};
+        return poll(&pfd, 1, 0) == 1 ? pfd.revents : 0;
+    }
+};
+
+TEST_F(EmulatorTest, IpcNodeCarriesOneMessagePerReadAndWrite) {
+    unique_fd fd = OpenNode("oem_ipc1");
+    ASSERT_TRUE(fd.ok());
+    EXPECT_EQ(PollNow(fd.get()), 0);
+
+    Message small = Text("type: REQUEST token: 1");
+    Message large = Text("type: REQUEST token: 2");
+    large.mutable_file()->mutable_write_request()->set_data(std::string(65000, 'x'));
+    rig().Send(small);
+    rig().Send(large);
+    EXPECT_TRUE(PollNow(fd.get()) & POLLIN);
+
+    std::string buffer(65568, '\0');
+    ASSERT_EQ(read(fd.get(), buffer.data(), buffer.size()), small.ByteSizeLong());
+    EXPECT_EQ(buffer.substr(0, small.ByteSizeLong()), small.SerializeAsString());
+    ASSERT_EQ(read(fd.get(), buffer.data(), buffer.size()), large.ByteSizeLong());
+    EXPECT_EQ(PollNow(fd.get()), 0);
+
+    // A largest message written at once arrives as one message.
+    Message uplink = Text("type: RESPONSE token: 3");
+    uplink.mutable_file()->mutable_read_response()->set_data(std::string(65552, 'y'));
+    const std::string bytes = uplink.SerializeAsString();
+    ASSERT_EQ(bytes.size(), 65568u);
+    ASSERT_EQ(write(fd.get(), bytes.data(), bytes.size()), 65568);
+    EXPECT_TRUE(rig().AwaitMessage(Text("token: 3"), milliseconds(1000)));
+}
+
+TEST_F(EmulatorTest, IpcReadWaitsForTheModem) {
+    unique_fd fd = OpenNode("oem_ipc1");
+    auto reader = std::async(std::launch::async, [&fd] {
+        char buffer[64];
+        return read(fd.get(), buffer, sizeof(buffer));
+    });
+    EXPECT_EQ(reader.wait_for(milliseconds(100)), std::future_status::timeout);
+    rig().Send(Text("type: INDICATION token: 4"));
+    ASSERT_EQ(reader.wait_for(kTimeout), std::future_status::ready);
+    EXPECT_EQ(reader.get(), static_cast<ssize_t>(Text("type: INDICATION token: 4").ByteSizeLong()));
+
+    unique_fd nonblocking = OpenNode("oem_ipc1", O_RDWR | O_NONBLOCK);
+    char byte;
+    EXPECT_EQ(read(nonblocking.get(), &byte, 1), -1);
+    EXPECT_EQ(errno, EAGAIN);
+}
+
+TEST_F(EmulatorTest, IpcFaultsHappenInOrder) {
+    unique_fd fd = OpenNode("oem_ipc1");
+    char buffer[64];
+    rig().Send(Text("token: 5"));
+    rig().InjectFault(tarvo_emu::IpcFault::kEndOfFile);
+    rig().InjectFault(tarvo_emu::IpcFault::kReadError);
+    EXPECT_GT(read(fd.get(), buffer, sizeof(buffer)), 0);
+    EXPECT_EQ(read(fd.get(), buffer, sizeof(buffer)), 0);
+    EXPECT_EQ(read(fd.get(), buffer, sizeof(buffer)), -1);
+    EXPECT_EQ(errno, EIO);
+
+    rig().InjectFault(tarvo_emu::IpcFault::kWriteError);
+    const std::string bytes = Text("token: 6").SerializeAsString();
+    EXPECT_EQ(write(fd.get(), bytes.data(), bytes.size()), -1);
+    EXPECT_EQ(write(fd.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+
+    // A hang-up lasts until the node is opened again; queued messages wait for that.
+    rig().InjectFault(tarvo_emu::IpcFault::kHangUp);
+    rig().Send(Text("token: 7"));
+    EXPECT_TRUE(PollNow(fd.get()) & POLLHUP);
+    EXPECT_EQ(read(fd.get(), buffer, sizeof(buffer)), 0);
+    EXPECT_EQ(write(fd.get(), bytes.data(), bytes.size()), -1);
+    fd = OpenNode("oem_ipc1");
+    EXPECT_EQ(PollNow(fd.get()) & POLLHUP, 0);
+    EXPECT_GT(read(fd.get(), buffer, sizeof(buffer)), 0);
+}
+
+TEST_F(EmulatorTest, BootNodeReportsStateAndWakesPollOncePerChange) {
+    unique_fd fd = OpenNode("umts_boot0");
+    EXPECT_EQ(ioctl(fd.get(), 0x6F27), 0);
+    EXPECT_EQ(PollNow(fd.get()), 0);
+
+    auto waiter = std::async(std::launch::async, [&fd] {
+        pollfd pfd = {.fd = fd.get(), .events = POLLIN | POLLHUP | POLLRDNORM, .revents = 0};
+        return poll(&pfd, 1, 5000) == 1 ? pfd.revents : 0;
+    });
+    EXPECT_EQ(waiter.wait_for(milliseconds(100)), std::future_status::timeout);
+    rig().SetModemState(4);
+    EXPECT_TRUE(waiter.get() & POLLIN);
+    EXPECT_EQ(ioctl(fd.get(), 0x6F27), 4);
+    // The change was reported once; a steady state wakes nobody.
+    EXPECT_EQ(PollNow(fd.get()), 0);
+    rig().SetModemState(4);
+    EXPECT_EQ(PollNow(fd.get()), 0);
+    EXPECT_EQ(ioctl(fd.get(), 0x1234), -1);
+}
+
+TEST_F(EmulatorTest, TempNodeKeepsEveryWrite) {
+    std::ofstream out(rig().emulator().PathOf("cp_temp"));
+    out << "1 1 45000\n" << std::flush;
+    out << "2 0 -5\n" << std::flush;
+    out.close();
+    EXPECT_EQ(rig().emulator().temp().writes(),
+              (std::vector<std::string>{"1 1 45000\n", "2 0 -5\n"}));
+    std::string content;
+    ASSERT_TRUE(android::base::ReadFileToString(rig().emulator().PathOf("cp_temp"), &content));
+    EXPECT_EQ(content, "1 1 45000\n2 0 -5\n");
+}
+
+TEST_F(EmulatorTest, TestNodeIsASourceAndASink) {
+    tarvo_emu::TestNode& node = rig().emulator().test();
+    unique_fd fd = OpenNode("oem_test", O_RDWR | O_NONBLOCK);
+    std::string buffer(65568, '\0');
+    node.SetDownlink(1000, 2);
+    EXPECT_EQ(read(fd.get(), buffer.data(), buffer.size()), 1000);
+    EXPECT_EQ(read(fd.get(), buffer.data(), buffer.size()), 1000);
+    EXPECT_EQ(read(fd.get(), buffer.data(), buffer.size()), -1);
+
+    node.FailWrite(2);
+    EXPECT_EQ(write(fd.get(), buffer.data(), 3000), 3000);
+    EXPECT_EQ(write(fd.get(), buffer.data(), 3000), -1);
+    EXPECT_EQ(write(fd.get(), buffer.data(), 10), 10);
+    const tarvo_emu::TestNode::Uplink uplink = node.uplink();
+    EXPECT_EQ(uplink.writes, 2u);
+    EXPECT_EQ(uplink.failed, 1u);
+    EXPECT_EQ(uplink.bytes, 3010u);
+    EXPECT_EQ(uplink.writes_by_size.at(3000), 1u);
+}
+
+TEST_F(EmulatorTest, SandboxShowsTheDeviceTree) {
+    ASSERT_TRUE(rig().WriteFile("/vendor/etc/modem/x.conf", "x"));
+    const tarvo_emu::ProcessResult result = rig().Run(
+        {"/bin/sh", "-c",
+         "test -d /data/vendor/radio/modem_temp_file && test -d /mnt/vendor/modem_userdata/replay"
+         " && test -d /vendor/firmware/uecapconfig && test -f /vendor/etc/modem/x.conf"
+         " && ! touch /vendor/etc/y 2>/dev/null && test -e /dev/oem_ipc1"
+         " && test -e /sys/devices/platform/cp-tm1/cp_temp && echo \"$ANDROID_LOG_TAGS\""});
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_EQ(result.output, "*:v\n");
+}
+
+TEST(ModemSideTest, DefaultReplyAnswersTheRequest) {
+    tarvo_message::TarvoMessage request;
+    request.set_type(tarvo_message::REQUEST);
+    request.set_message_id(5);
+    request.set_token(41);
+    request.mutable_modem_stat()->mutable_enable_request()->set_module("m");
+
+    const auto reply = tarvo_emu::ModemSide::MakeReply(request, {});
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->type(), tarvo_message::RESPONSE);
+    EXPECT_EQ(reply->message_id(), 5u);
+    EXPECT_EQ(reply->token(), 41u);
+    ASSERT_TRUE(reply->has_result());
+    EXPECT_EQ(reply->result(), 0);
+    EXPECT_TRUE(reply->has_modem_stat());
+    EXPECT_EQ(reply->modem_stat().ModemStat_case(), 0);
+
+    tarvo_emu::AutoReply rule;
+    rule.result = 5;
+    rule.overrides.mutable_modem_stat()->mutable_enable_response();
+    const auto failed = tarvo_emu::ModemSide::MakeReply(request, rule);
+    EXPECT_EQ(failed->result(), 5);
+    EXPECT_TRUE(failed->modem_stat().has_enable_response());
+
+    rule.no_reply = true;
+    EXPECT_FALSE(tarvo_emu::ModemSide::MakeReply(request, rule));
+}
+
+tarvo_scenario::Scenario ParseScenario(const std::string& text) {
+    tarvo_scenario::Scenario scenario;
+    EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &scenario)) << text;
+    return scenario;
+}
+
+TEST(ScenarioPlayerTest, NamesTheStepThatFailed) {
+    const auto scenario = ParseScenario(R"(
+        step { expect_log { priority: INFO text: "Start modem state monitoring" } }
+        step { expect_log { priority: ERROR text: "Start modem state monitoring" timeout_ms: 300 } }
+    )");
+    std::string failure;
+    EXPECT_FALSE(tarvo_emu::PlayScenario(scenario, nullptr, &failure));
+    EXPECT_EQ(failure,
+              "step 1 (expect_log { priority: ERROR text: \"Start modem state monitoring\" "
+              "timeout_ms: 300 }) failed: no such log line within 300 ms");
+}
+
+TEST(ScenarioPlayerTest, ChecksFilesPropertiesAndClients) {
+    const auto scenario = ParseScenario(R"(
+        file { path: "/data/vendor/radio/a.conf" content: "abc" mode: 0640 }
+        property { name: "persist.vendor.x" value: "1" }
+        remove: "/data/vendor/radio/mds"
+        step { expect_file { path: "/data/vendor/radio/a.conf" content: "abc" size: 3 mode: 0640 } }
+        step { expect_file { path: "/data/vendor/radio/mds" absent: true } }
+        step { expect_property { name: "persist.vendor.x" value: "1" } }
+        step { expect_property { name: "persist.vendor.y" } }
+        step { client: "-h" }
+        step { expect_log { priority: ERROR text: "Force to exit" } }
+        step { expect_no_log { text: "Failed to get pid" } }
+        step { expect_file { path: "/data/vendor/radio/a.conf" mode: 0644 } }
+    )");
+    std::string failure;
+    EXPECT_FALSE(tarvo_emu::PlayScenario(scenario, nullptr, &failure));
+    EXPECT_EQ(failure.substr(0, 7), "step 7 ") << failure;
+    EXPECT_NE(failure.find("mode is 0640"), std::string::npos) << failure;
+}
+
+TEST(RigTeardownTest, LeavesNoMountProcessOrFileBehind) {
+    std::string dir;
+    pid_t daemon = 0;
+    {
+        tarvo_emu::Rig rig;
+        std::string error;
+        ASSERT_TRUE(rig.Start(&error)) << error;
+        ASSERT_TRUE(rig.WaitForLog(ANDROID_LOG_INFO, "Start modem state monitoring"));
+        dir = rig.sandbox().dir();
+        daemon = rig.daemon_pid();
+        ASSERT_NE(daemon, 0);
+    }
+    std::string mounts;
+    ASSERT_TRUE(android::base::ReadFileToString("/proc/self/mountinfo", &mounts));
+    EXPECT_EQ(mounts.find(dir), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(dir));
+    // Killed; at most a zombie that init has yet to reap.
+    std::string stat;
+    if (android::base::ReadFileToString("/proc/" + std::to_string(daemon) + "/stat", &stat)) {
+        EXPECT_NE(stat.find(") Z "), std::string::npos) << stat;
+    }
+}
+
+}  // namespace
