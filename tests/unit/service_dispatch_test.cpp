@@ -1,0 +1,181 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "service_capture.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using ServiceDispatchTest = ServiceHandlerTest;
+
+TEST_F(ServiceDispatchTest, WrongKindsOfMessageAreRefusedSilently) {
+    EXPECT_EQ(service_.OnReceiveRequest(nullptr), 2u);
+    EXPECT_EQ(service_.OnReceiveIndication(nullptr), 2u);
+    EXPECT_EQ(service_.OnReceiveFileMessageRequest(nullptr), 2u);
+    EXPECT_EQ(Request("type: RESPONSE file { read_request { file_dir: FILE_DIR_MDS } }"), 2u);
+    EXPECT_EQ(Request("type: INDICATION file { read_request { file_dir: FILE_DIR_MDS } }"), 2u);
+    EXPECT_EQ(Request("file { read_request { file_dir: FILE_DIR_MDS } }"), 2u);
+    EXPECT_EQ(Indication("type: RESPONSE file { write_indication { file_dir: FILE_DIR_MDS } }"),
+              2u);
+    EXPECT_EQ(Indication("type: REQUEST file { write_indication { file_dir: FILE_DIR_MDS } }"), 2u);
+    EXPECT_EQ(service_.OnReceiveFileMessageRequest(
+                  Received("type: INDICATION file { read_request {} }").get()),
+              2u);
+    EXPECT_THAT(captured_, IsEmpty());
+    EXPECT_THAT(handler_.responses, IsEmpty());
+}
+
+TEST_F(ServiceDispatchTest, UnsupportedIdsAreLoggedWithTheirNumber) {
+    struct Case {
+        bool indication;
+        std::string message;
+        std::vector<LogLine> lines;
+    };
+    const Case cases[] = {
+        {false, "type: REQUEST", {Error("RequestHandler: Unsupported message id 0")}},
+        {false,
+         "type: REQUEST userspace_log {}",
+         {Error("RequestHandler: Unsupported message id 8")}},
+        {false,
+         "type: REQUEST modem_test {}",
+         {Error("RequestHandler: Unsupported message id 11")}},
+        // A read response sent back by mistake names the inner operation, not the id.
+        {false,
+         "type: REQUEST file { read_response {} }",
+         {Info("Got File message request"), Error("RequestHandler: Unsupported message id 5")}},
+        {false,
+         "type: REQUEST file { write_indication {} }",
+         {Info("Got File message request"), Error("RequestHandler: Unsupported message id 3")}},
+        {false,
+         "type: REQUEST file {}",
+         {Info("Got File message request"), Error("RequestHandler: Unsupported message id 0")}},
+        {true,
+         "type: INDICATION property {}",
+         {Error("IndicationHandler: Unsupported message id 7")}},
+        {true,
+         "type: INDICATION modem_test {}",
+         {Error("IndicationHandler: Unsupported message id 11")}},
+    };
+    for (const Case& c : cases) {
+        captured_.clear();
+        EXPECT_EQ(c.indication ? Indication(c.message) : Request(c.message), 1u) << c.message;
+        EXPECT_EQ(captured_, c.lines) << c.message;
+    }
+    EXPECT_THAT(handler_.responses, IsEmpty());
+}
+
+TEST_F(ServiceDispatchTest, CommandsWithoutAnOperationAreRefused) {
+    // Commands 0 to 4 get their operations later; until then they must not report success.
+    for (unsigned int command : {0u, 1u, 2u, 3u, 4u, 5u, 0xFFFFFFFFu}) {
+        captured_.clear();
+        EXPECT_EQ(service_.SendServiceRequest(command), 2u) << command;
+        EXPECT_THAT(captured_, ElementsAre(Error("Unsupport command type " +
+                                                 std::to_string(static_cast<int>(command)))));
+    }
+}
+
+TEST_F(ServiceDispatchTest, FileOperationsReachTheirHandlers) {
+    // Without a file_dir each handler refuses the message in its own words, unanswered.
+    EXPECT_EQ(Request("type: REQUEST token: 1 file { write_request { file_name: 'a' } }"), 2u);
+    EXPECT_EQ(Request("type: REQUEST token: 2 file { append_request { file_name: 'a' } }"), 2u);
+    EXPECT_EQ(Request("type: REQUEST token: 3 file { read_request { file_name: 'a' } }"), 2u);
+    EXPECT_EQ(Indication("type: INDICATION file { write_indication { file_name: 'a' } }"), 2u);
+    EXPECT_THAT(
+        captured_,
+        ElementsAre(Info("Got File message request"), Info("Got File write request"),
+                    Error("FileWriteRequest requires a file_dir"), Info("Got File message request"),
+                    Info("Got File write append request"),
+                    Error("FileWriteRequest requires a file_dir"), Info("Got File message request"),
+                    Info("Got File read request"), Error("FileReadRequest requires a file_dir"),
+                    Info("Got File write indication"),
+                    Error("FileWriteIndication requires a file_dir")));
+    EXPECT_THAT(handler_.responses, IsEmpty());
+}
+
+TEST_F(ServiceDispatchTest, RequestsMissingAFieldOrOfTheOldRevisionAreNotAnswered) {
+    // The old revision is recognised before the missing fields are.
+    EXPECT_EQ(Request("type: REQUEST token: 1 file { write_request { file_path: '/x' } }"), 2u);
+    EXPECT_EQ(Request("type: REQUEST token: 2 file { write_request { file_dir: FILE_DIR_MDS } }"),
+              2u);
+    EXPECT_EQ(Request("type: REQUEST token: 3 file { append_request { file_dir: FILE_DIR_MDS } }"),
+              2u);
+    EXPECT_EQ(Request("type: REQUEST token: 4 file { read_request { file_dir: FILE_DIR_MDS } }"),
+              2u);
+    EXPECT_EQ(Indication("type: INDICATION file { write_indication { file_dir: FILE_DIR_MDS } }"),
+              2u);
+    EXPECT_THAT(LinesAt(ANDROID_LOG_ERROR),
+                ElementsAre(Error("Old FileWriteRequest is no longer supported"),
+                            Error("FileWriteRequest requires a file_name"),
+                            Error("FileWriteRequest requires a file_name"),
+                            Error("FileReadRequest requires a file_name"),
+                            Error("FileWriteIndication requires a file_name")));
+    EXPECT_THAT(handler_.responses, IsEmpty());
+}
+
+TEST_F(ServiceDispatchTest, BadDirectoryIsAnsweredWithFileResultTwo) {
+    EXPECT_EQ(Request("type: REQUEST token: 0x1234 file { write_request { file_name: 'a' "
+                      "file_dir: FILE_DIR_UNKNOWN total_size: 4 data: 'abcd' } }"),
+              8u);
+    EXPECT_EQ(Request("type: REQUEST token: 0x1235 file { append_request { file_name: 'a' "
+                      "file_dir: 4 data: 'abcd' } }"),
+              8u);
+    EXPECT_EQ(Request("type: REQUEST token: 0x1236 file { read_request { file_name: 'a' "
+                      "file_dir: FILE_DIR_UNKNOWN max_data_size: 4 } }"),
+              8u);
+    EXPECT_EQ(Indication("type: INDICATION file { write_indication { file_name: 'a' file_dir: 7 "
+                         "total_size: 4 data: 'abcd' } }"),
+              8u);
+
+    ASSERT_EQ(handler_.responses.size(), 3u);
+    for (uint32_t i = 0; i < 3; ++i) {
+        const auto& response = handler_.responses[i];
+        EXPECT_EQ(response.type(), tarvo_message::RESPONSE);
+        EXPECT_EQ(response.message_id(), 9u);
+        EXPECT_EQ(response.token(), 0x1234u + i);
+        EXPECT_EQ(response.result(), tarvo_message::RESULT_FAILURE);
+    }
+    EXPECT_EQ(handler_.responses[0].file().write_response().result(),
+              tarvo_message::FILE_RESULT_BAD_DIRECTORY);
+    EXPECT_EQ(handler_.responses[1].file().write_response().result(),
+              tarvo_message::FILE_RESULT_BAD_DIRECTORY);
+    const auto& read = handler_.responses[2].file();
+    ASSERT_TRUE(read.has_read_response());
+    EXPECT_EQ(read.read_response().result(), tarvo_message::FILE_RESULT_BAD_DIRECTORY);
+    EXPECT_FALSE(read.read_response().has_data());
+
+    EXPECT_THAT(LinesAt(ANDROID_LOG_ERROR),
+                ElementsAre(Error("Bad file directory: 0"), Error("Bad file directory: 4"),
+                            Error("Bad file directory: 0"), Error("Bad file directory: 7")));
+}
+
+TEST_F(ServiceDispatchTest, BlockAtOrPastTheTotalSizeIsRefusedBeforeTouchingFiles) {
+    EXPECT_EQ(Request("type: REQUEST token: 7 file { write_request { file_name: 'n' "
+                      "file_dir: FILE_DIR_REPLAY data: 'x' } }"),
+              8u);
+    EXPECT_THAT(captured_,
+                ElementsAre(Info("Got File message request"), Info("Got File write request"),
+                            Info("file dir: 2 and name: n"), Info("offset: 0x0, size: 0x0"),
+                            Info("prefix: /mnt/vendor/modem_userdata/replay/\nfile_name: n"),
+                            Error("Bad max_data_size 0x0 or offset 0x0")));
+    ASSERT_EQ(handler_.responses.size(), 1u);
+    EXPECT_EQ(handler_.responses[0].token(), 7u);
+    EXPECT_EQ(handler_.responses[0].result(), tarvo_message::RESULT_FAILURE);
+    EXPECT_EQ(handler_.responses[0].file().write_response().result(),
+              tarvo_message::FILE_RESULT_BAD_OFFSET);
+
+    // An indication's own file_path is not the old revision: it is processed like any other
+    // block, and its failures are never answered.
+    captured_.clear();
+    EXPECT_EQ(Indication("type: INDICATION file { write_indication { file_path: '/old' "
+                         "file_name: 'n' file_dir: FILE_DIR_MDS total_size: 0x10 offset: 0x10 } }"),
+              8u);
+    EXPECT_THAT(captured_.back(), Error("Bad max_data_size 0x10 or offset 0x10"));
+    EXPECT_EQ(handler_.responses.size(), 1u);
+}
+
+}  // namespace
