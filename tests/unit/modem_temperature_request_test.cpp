@@ -21,12 +21,12 @@ TEST_F(ModemTemperatureRequestTest, WithoutTheDriverTheReadingsAreDroppedAndStil
     if (access("/sys/devices/platform/cp-tm1/cp_temp", F_OK) == 0) {
         GTEST_SKIP() << "the driver node exists here";
     }
-    auto request = ParsedRequest(EnvelopeFromText(R"(
+    auto request = Received(R"(
         type: REQUEST token: 12
         modem_temperature { set_request {
             sensors { sensor: 1 temperature: 45000 update: true }
             sensors { sensor: 2 temperature: -5 update: false }
-        } })"));
+        } })");
 
     EXPECT_EQ(service_.OnReceiveModemTemperatureRequest(request.get()), 0u);
 
@@ -50,7 +50,7 @@ TEST_F(ModemTemperatureRequestTest, OnlySetRequestsAreHandled) {
         "type: REQUEST token: 3 property { read_request {} }",
     };
     for (const char* text : unhandled) {
-        auto request = ParsedRequest(EnvelopeFromText(text));
+        auto request = Received(text);
         EXPECT_EQ(service_.OnReceiveModemTemperatureRequest(request.get()), 2u) << text;
     }
     VekMessage no_envelope(nullptr, 0);

@@ -12,7 +12,7 @@ using tarvo_message::PropertyMessage;
 using tarvo_message::TarvoMessage;
 
 TEST(TarvoPropertyMessageTest, ResponseCarriesTheRequestTokenOrNone) {
-    auto with_token = ParsedRequest(EnvelopeFromText("type: REQUEST token: 41 property {}"));
+    auto with_token = Received("type: REQUEST token: 41 property {}");
     TarvoPropertyMessage answer(tarvo_message::RESPONSE, with_token.get());
     const TarvoMessage& envelope = *answer.GetVekMessage()->GetTarvoMessage();
     EXPECT_EQ(envelope.type(), tarvo_message::RESPONSE);
@@ -21,13 +21,13 @@ TEST(TarvoPropertyMessageTest, ResponseCarriesTheRequestTokenOrNone) {
     EXPECT_EQ(envelope.token(), 41u);
     EXPECT_FALSE(envelope.has_result());
 
-    auto without_token = ParsedRequest(EnvelopeFromText("type: REQUEST property {}"));
+    auto without_token = Received("type: REQUEST property {}");
     TarvoPropertyMessage silent(tarvo_message::RESPONSE, without_token.get());
     EXPECT_FALSE(silent.GetVekMessage()->GetTarvoMessage()->has_token());
 }
 
 TEST(TarvoPropertyMessageTest, FillsSelectTheirCaseAndReplaceTheOther) {
-    auto request = ParsedRequest(EnvelopeFromText("type: REQUEST token: 1"));
+    auto request = Received("type: REQUEST token: 1");
     TarvoPropertyMessage answer(tarvo_message::RESPONSE, request.get());
     const TarvoMessage& envelope = *answer.GetVekMessage()->GetTarvoMessage();
 
@@ -66,8 +66,8 @@ class PropertyRequestTest : public ::testing::Test {
 };
 
 TEST_F(PropertyRequestTest, FailedReadAnswersResultSevenWithAnEmptyValue) {
-    auto request = ParsedRequest(EnvelopeFromText(
-        R"(type: REQUEST token: 9 property { read_request { name: "vendor.tarvo.none" } })"));
+    auto request = Received(
+        R"(type: REQUEST token: 9 property { read_request { name: "vendor.tarvo.none" } })");
 
     EXPECT_EQ(service_.OnReceivePropertyRequest(request.get()), 0u);
 
@@ -84,8 +84,8 @@ TEST_F(PropertyRequestTest, FailedReadAnswersResultSevenWithAnEmptyValue) {
 }
 
 TEST_F(PropertyRequestTest, RefusedWriteAnswersResultSevenWithAWriteResponse) {
-    auto request = ParsedRequest(EnvelopeFromText(
-        R"(type: REQUEST property { write_request { name: "vendor.tarvo.x" value: "on" } })"));
+    auto request = Received(
+        R"(type: REQUEST property { write_request { name: "vendor.tarvo.x" value: "on" } })");
 
     EXPECT_EQ(service_.OnReceivePropertyRequest(request.get()), 0u);
 
@@ -108,7 +108,7 @@ TEST_F(PropertyRequestTest, UnhandledMessagesGetNoAnswer) {
         "type: REQUEST token: 3",
     };
     for (const char* text : unhandled) {
-        auto request = ParsedRequest(EnvelopeFromText(text));
+        auto request = Received(text);
         EXPECT_EQ(service_.OnReceivePropertyRequest(request.get()), 2u) << text;
     }
     VekMessage no_envelope(nullptr, 0);
@@ -120,7 +120,6 @@ TEST_F(PropertyRequestTest, UnhandledMessagesGetNoAnswer) {
 
 TEST_F(PropertyRequestTest, TheSendStatusIsReturned) {
     modem_.FailFrom(0);
-    auto request =
-        ParsedRequest(EnvelopeFromText(R"(type: REQUEST property { read_request { name: "a" } })"));
+    auto request = Received(R"(type: REQUEST property { read_request { name: "a" } })");
     EXPECT_EQ(service_.OnReceivePropertyRequest(request.get()), 7u);
 }

@@ -1,23 +1,18 @@
 #pragma once
 
+// Additions to service_capture.h: a log capture scoped to a block, and a message handler whose
+// sends can be made to fail.
+
 #include <android/log.h>
-#include <google/protobuf/text_format.h>
 
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "service_capture.h"
 #include "tarvo_message_handler.h"
 #include "vek_message.h"
-
-struct LogLine {
-    int priority;
-    std::string text;
-    bool operator==(const LogLine& other) const {
-        return priority == other.priority && text == other.text;
-    }
-};
 
 // Collects the process's "tarvo" log lines while in scope, every priority included.
 class LogCapture {
@@ -85,16 +80,3 @@ class RecordingMessageHandler : public TarvoMessageHandler {
     size_t attempts_ = 0;
     size_t fail_from_ = SIZE_MAX;
 };
-
-// A received request as the reader hands it over: parsed from bytes, so without a token source.
-inline std::unique_ptr<VekMessage> ParsedRequest(const tarvo_message::TarvoMessage& envelope) {
-    const std::string bytes = envelope.SerializeAsString();
-    return std::make_unique<VekMessage>(bytes.data(), static_cast<int>(bytes.size()));
-}
-
-// An envelope written in protobuf text format.
-inline tarvo_message::TarvoMessage EnvelopeFromText(const std::string& text) {
-    tarvo_message::TarvoMessage envelope;
-    if (!google::protobuf::TextFormat::ParseFromString(text, &envelope)) abort();
-    return envelope;
-}

@@ -8,7 +8,7 @@
 class ServiceRoutesTest : public ::testing::Test {
   protected:
     unsigned int Receive(const std::string& text) {
-        request_ = ParsedRequest(EnvelopeFromText(text));
+        request_ = Received(text);
         return service_.OnReceiveRequest(request_.get());
     }
     std::vector<LogLine> FirstLines(size_t count) const {

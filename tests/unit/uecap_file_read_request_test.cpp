@@ -10,7 +10,7 @@ using tarvo_message::TarvoMessage;
 using tarvo_message::UecapFileMessage;
 
 TEST(TarvoUecapFileMessageTest, OneWrapperIsRefilledBlockByBlock) {
-    auto request = ParsedRequest(EnvelopeFromText("type: REQUEST token: 70 uecap_file {}"));
+    auto request = Received("type: REQUEST token: 70 uecap_file {}");
     TarvoUecapFileMessage answer(tarvo_message::RESPONSE, request.get());
     const TarvoMessage& envelope = *answer.GetVekMessage()->GetTarvoMessage();
     EXPECT_EQ(envelope.message_id(), 12u);
@@ -36,7 +36,7 @@ TEST(TarvoUecapFileMessageTest, OneWrapperIsRefilledBlockByBlock) {
     EXPECT_TRUE(block.has_data());
     EXPECT_EQ(block.data(), "");
 
-    auto no_token = ParsedRequest(EnvelopeFromText("type: REQUEST uecap_file {}"));
+    auto no_token = Received("type: REQUEST uecap_file {}");
     EXPECT_FALSE(TarvoUecapFileMessage(tarvo_message::RESPONSE, no_token.get())
                      .GetVekMessage()
                      ->GetTarvoMessage()
@@ -82,8 +82,7 @@ TEST(UecapFileReadRequestTest, MalformedRequestsAreAnsweredAsBadFormat) {
         RecordingMessageHandler modem;
         TarvoServiceHandler service(&modem);
         LogCapture logs;
-        auto request =
-            ParsedRequest(EnvelopeFromText(std::string("type: REQUEST token: 5 ") + c.request));
+        auto request = Received(std::string("type: REQUEST token: 5 ") + c.request);
         EXPECT_EQ(service.OnReceiveUecapFileReadRequest(request.get()), c.status);
         ExpectOneRefusal(modem, tarvo_message::RESULT_BAD_FORMAT,
                          tarvo_message::UECAP_RESULT_BAD_FORMAT);
@@ -99,10 +98,10 @@ TEST(UecapFileReadRequestTest, OtherWhitelistedDirectoriesAreReadFailures) {
         RecordingMessageHandler modem;
         TarvoServiceHandler service(&modem);
         LogCapture logs;
-        auto request = ParsedRequest(EnvelopeFromText(
+        auto request = Received(
             std::string("type: REQUEST token: 5 uecap_file { read_request { file_name: \"cap\" "
                         "read_size: 10 block_size: 4 directory: ") +
-            directory + " } }"));
+            directory + " } }");
         EXPECT_EQ(service.OnReceiveUecapFileReadRequest(request.get()), 8u);
         ExpectOneRefusal(modem, tarvo_message::RESULT_FAILURE,
                          tarvo_message::UECAP_RESULT_READ_FAILED);
@@ -119,9 +118,9 @@ TEST(UecapFileReadRequestTest, AMissingFileIsAReadFailureWithoutAnOpenError) {
     RecordingMessageHandler modem;
     TarvoServiceHandler service(&modem);
     LogCapture logs;
-    auto request = ParsedRequest(EnvelopeFromText(
+    auto request = Received(
         R"(type: REQUEST token: 5 uecap_file { read_request {
-               file_name: "cap.bin" read_size: 10 block_size: 4 directory: FILE_DIR_UECAP } })"));
+               file_name: "cap.bin" read_size: 10 block_size: 4 directory: FILE_DIR_UECAP } })");
 
     EXPECT_EQ(service.OnReceiveUecapFileReadRequest(request.get()), 8u);
 
