@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 
+#include <android-base/logging.h>
 #include <log/log.h>
 
 #include "tarvo_message_handler.h"
@@ -94,6 +95,8 @@ void WritePidFile() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Applies ANDROID_LOG_TAGS to liblog's priority filter; without it a host drops debug lines.
+    android::base::InitLogging(argv);
     if (argc == 1) {
         PrintUsage(argv[0]);
         return -1;

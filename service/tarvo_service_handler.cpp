@@ -17,6 +17,24 @@ unsigned int TarvoServiceHandler::OnReceiveRequest(VekMessage* request) {
 
     const uint16_t id = Id16(request->GetMessageId());
     switch (id) {
+        case tarvo_message::TarvoMessage::kProperty:
+            ALOGI("Get property request");
+            return OnReceivePropertyRequest(request);
+        case tarvo_message::TarvoMessage::kModemTemperature:
+            ALOGI("Got modem temperature request");
+            return OnReceiveModemTemperatureRequest(request);
+        case tarvo_message::TarvoMessage::kUecapFile: {
+            ALOGI("Got Uecap File message request");
+            if (!request->IsRequest()) return tarvo_message::RESULT_INVALID;
+            // An unknown operation is reported with the same text as an unknown message id.
+            const uint16_t operation = Id16(request->GetUecapFileOperationId());
+            if (operation != tarvo_message::UecapFileMessage::kReadRequest) {
+                ALOGE("RequestHandler: Unsupported message id %d", operation);
+                return tarvo_message::RESULT_UNSUPPORTED;
+            }
+            ALOGI("Got Uecap File Read request");
+            return OnReceiveUecapFileReadRequest(request);
+        }
         case tarvo_message::TarvoMessage::kFile:
             ALOGI("Got File message request");
             return OnReceiveFileMessageRequest(request);

@@ -21,6 +21,17 @@ class TarvoServiceHandler {
     unsigned int OnReceiveIndication(VekMessage* indication);
     unsigned int SendServiceRequest(unsigned int command);
 
+    // Property read or write (message id 7), temperature readings for the thermal driver (10),
+    // UE-capability file read (12). Each sends its own response(s) and returns the send status,
+    // or 2 when the request cannot be handled.
+    unsigned int OnReceivePropertyRequest(VekMessage* request);
+    unsigned int OnReceiveModemTemperatureRequest(VekMessage* request);
+    unsigned int OnReceiveUecapFileReadRequest(VekMessage* request);
+    // Reads up to read_size bytes of the requested UE-capability file: 0 with the buffer handed
+    // over, or 8 with none.
+    unsigned int TryUecapFileRead(VekMessage* request, std::unique_ptr<char[]>* buffer,
+                                  uint32_t* size);
+
   private:
     // Modem file transfers (message id 9).
     unsigned int OnReceiveFileWriteRequest(VekMessage* request);
