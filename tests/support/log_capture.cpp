@@ -1,38 +1,49 @@
 #include "log_capture.h"
 
 #include <atomic>
+#include <cstring>
 
 namespace {
 std::atomic<LogCapture*> active{nullptr};
 }
 
 LogCapture::LogCapture() {
-    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    previous_priority_ = __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     active = this;
     __android_log_set_logger(&LogCapture::Write);
 }
 
 LogCapture::~LogCapture() {
     __android_log_set_logger(__android_log_stderr_logger);
+    __android_log_set_minimum_priority(previous_priority_);
     active = nullptr;
 }
 
 void LogCapture::Write(const __android_logger_data* data, const char* message) {
     LogCapture* capture = active;
-    if (capture == nullptr) return;
+    if (capture == nullptr || data->tag == nullptr || strcmp(data->tag, "tarvo") != 0) return;
     std::lock_guard<std::mutex> guard(capture->lock_);
-    capture->lines_.push_back({data->priority, data->tag ? data->tag : "", message ? message : ""});
+    capture->lines_.push_back({data->priority, message != nullptr ? message : ""});
 }
 
-std::vector<LogCapture::Line> LogCapture::Lines() const {
+std::vector<LogLine> LogCapture::Lines() const {
     std::lock_guard<std::mutex> guard(lock_);
     return lines_;
+}
+
+std::vector<LogLine> LogCapture::LinesAt(int priority) const {
+    std::lock_guard<std::mutex> guard(lock_);
+    std::vector<LogLine> lines;
+    for (const LogLine& line : lines_) {
+        if (line.priority == priority) lines.push_back(line);
+    }
+    return lines;
 }
 
 int LogCapture::Count(int priority, const std::string& text) const {
     std::lock_guard<std::mutex> guard(lock_);
     int count = 0;
-    for (const Line& line : lines_) {
+    for (const LogLine& line : lines_) {
         if (line.priority == priority && line.text == text) ++count;
     }
     return count;
@@ -41,8 +52,8 @@ int LogCapture::Count(int priority, const std::string& text) const {
 std::string LogCapture::Dump() const {
     std::lock_guard<std::mutex> guard(lock_);
     std::string dump;
-    for (const Line& line : lines_) {
-        dump += std::to_string(line.priority) + " " + line.tag + ": " + line.text + "\n";
+    for (const LogLine& line : lines_) {
+        dump += std::to_string(line.priority) + " " + line.text + "\n";
     }
     return dump;
 }

@@ -3,28 +3,41 @@
 #include <android/log.h>
 
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <vector>
 
-// Collects the log lines written in this process while it is alive.
+// One line the daemon logged under its own tag.
+struct LogLine {
+    int priority;
+    std::string text;
+    bool operator==(const LogLine& other) const {
+        return priority == other.priority && text == other.text;
+    }
+};
+
+inline std::ostream& operator<<(std::ostream& out, const LogLine& line) {
+    return out << line.priority << " \"" << line.text << "\"";
+}
+
+inline LogLine Debug(std::string text) { return {ANDROID_LOG_DEBUG, std::move(text)}; }
+inline LogLine Info(std::string text) { return {ANDROID_LOG_INFO, std::move(text)}; }
+inline LogLine Error(std::string text) { return {ANDROID_LOG_ERROR, std::move(text)}; }
+
+// Collects the "tarvo" log lines written in this process, every priority, while it is alive.
 class LogCapture {
   public:
-    struct Line {
-        int priority;
-        std::string tag;
-        std::string text;
-    };
-
     LogCapture();
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
     ~LogCapture();
 
-    std::vector<Line> Lines() const;
+    std::vector<LogLine> Lines() const;
+    std::vector<LogLine> LinesAt(int priority) const;
     // How many lines have exactly this priority and text.
     int Count(int priority, const std::string& text) const;
     bool Contains(int priority, const std::string& text) const { return Count(priority, text) > 0; }
-    // Texts in order, for failure messages.
+    // The lines in order, for failure messages.
     std::string Dump() const;
     void Clear();
 
@@ -32,5 +45,6 @@ class LogCapture {
     static void Write(const __android_logger_data* data, const char* message);
 
     mutable std::mutex lock_;
-    std::vector<Line> lines_;
+    std::vector<LogLine> lines_;
+    int previous_priority_;
 };

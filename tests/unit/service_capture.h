@@ -9,26 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "log_capture.h"
 #include "tarvo_message_handler.h"
 #include "tarvo_service_handler.h"
 
 // In-process harness for the service handlers: the daemon's log lines and the responses it would
 // have written to the modem are collected instead.
-
-struct LogLine {
-    int priority;
-    std::string text;
-    bool operator==(const LogLine& other) const {
-        return priority == other.priority && text == other.text;
-    }
-};
-
-inline std::ostream& operator<<(std::ostream& out, const LogLine& line) {
-    return out << line.priority << " \"" << line.text << "\"";
-}
-
-inline LogLine Info(std::string text) { return {ANDROID_LOG_INFO, std::move(text)}; }
-inline LogLine Error(std::string text) { return {ANDROID_LOG_ERROR, std::move(text)}; }
 
 class CapturingMessageHandler : public TarvoMessageHandler {
   public:
@@ -53,16 +39,6 @@ inline std::unique_ptr<VekMessage> Received(const std::string& text) {
 
 class ServiceHandlerTest : public testing::Test {
   protected:
-    void SetUp() override {
-        lines_ = &captured_;
-        __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
-        __android_log_set_logger(Capture);
-    }
-    void TearDown() override {
-        __android_log_set_logger(__android_log_stderr_logger);
-        lines_ = nullptr;
-    }
-
     unsigned int Request(const std::string& text) {
         return service_.OnReceiveRequest(Received(text).get());
     }
@@ -70,23 +46,9 @@ class ServiceHandlerTest : public testing::Test {
         return service_.OnReceiveIndication(Received(text).get());
     }
 
-    std::vector<LogLine> LinesAt(int priority) const {
-        std::vector<LogLine> lines;
-        for (const LogLine& line : captured_) {
-            if (line.priority == priority) lines.push_back(line);
-        }
-        return lines;
-    }
+    std::vector<LogLine> LinesAt(int priority) const { return log_.LinesAt(priority); }
 
-    std::vector<LogLine> captured_;
+    LogCapture log_;
     CapturingMessageHandler handler_;
     TarvoServiceHandler service_{&handler_};
-
-  private:
-    static void Capture(const __android_logger_data* data, const char* message) {
-        if (lines_ != nullptr && std::string(data->tag) == "tarvo") {
-            lines_->push_back({data->priority, message});
-        }
-    }
-    static inline std::vector<LogLine>* lines_ = nullptr;
 };

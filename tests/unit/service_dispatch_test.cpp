@@ -26,7 +26,7 @@ TEST_F(ServiceDispatchTest, WrongKindsOfMessageAreRefusedSilently) {
     EXPECT_EQ(service_.OnReceiveFileMessageRequest(
                   Received("type: INDICATION file { read_request {} }").get()),
               2u);
-    EXPECT_THAT(captured_, IsEmpty());
+    EXPECT_THAT(log_.Lines(), IsEmpty());
     EXPECT_THAT(handler_.responses, IsEmpty());
 }
 
@@ -62,9 +62,9 @@ TEST_F(ServiceDispatchTest, UnsupportedIdsAreLoggedWithTheirNumber) {
          {Error("IndicationHandler: Unsupported message id 11")}},
     };
     for (const Case& c : cases) {
-        captured_.clear();
+        log_.Clear();
         EXPECT_EQ(c.indication ? Indication(c.message) : Request(c.message), 1u) << c.message;
-        EXPECT_EQ(captured_, c.lines) << c.message;
+        EXPECT_EQ(log_.Lines(), c.lines) << c.message;
     }
     EXPECT_THAT(handler_.responses, IsEmpty());
 }
@@ -72,10 +72,10 @@ TEST_F(ServiceDispatchTest, UnsupportedIdsAreLoggedWithTheirNumber) {
 TEST_F(ServiceDispatchTest, CommandsWithoutAnOperationAreRefused) {
     // Commands 0 to 4 get their operations later; until then they must not report success.
     for (unsigned int command : {0u, 1u, 2u, 3u, 4u, 5u, 0xFFFFFFFFu}) {
-        captured_.clear();
+        log_.Clear();
         EXPECT_EQ(service_.SendServiceRequest(command), 2u) << command;
-        EXPECT_THAT(captured_, ElementsAre(Error("Unsupport command type " +
-                                                 std::to_string(static_cast<int>(command)))));
+        EXPECT_THAT(log_.Lines(), ElementsAre(Error("Unsupport command type " +
+                                                    std::to_string(static_cast<int>(command)))));
     }
 }
 
@@ -86,7 +86,7 @@ TEST_F(ServiceDispatchTest, FileOperationsReachTheirHandlers) {
     EXPECT_EQ(Request("type: REQUEST token: 3 file { read_request { file_name: 'a' } }"), 2u);
     EXPECT_EQ(Indication("type: INDICATION file { write_indication { file_name: 'a' } }"), 2u);
     EXPECT_THAT(
-        captured_,
+        log_.Lines(),
         ElementsAre(Info("Got File message request"), Info("Got File write request"),
                     Error("FileWriteRequest requires a file_dir"), Info("Got File message request"),
                     Info("Got File write append request"),
@@ -121,7 +121,7 @@ TEST_F(ServiceDispatchTest, BlockAtOrPastTheTotalSizeIsRefusedBeforeTouchingFile
     EXPECT_EQ(Request("type: REQUEST token: 7 file { write_request { file_name: 'n' "
                       "file_dir: FILE_DIR_REPLAY data: 'x' } }"),
               8u);
-    EXPECT_THAT(captured_,
+    EXPECT_THAT(log_.Lines(),
                 ElementsAre(Info("Got File message request"), Info("Got File write request"),
                             Info("file dir: 2 and name: n"), Info("offset: 0x0, size: 0x0"),
                             Info("prefix: /mnt/vendor/modem_userdata/replay/\nfile_name: n"),
@@ -134,11 +134,11 @@ TEST_F(ServiceDispatchTest, BlockAtOrPastTheTotalSizeIsRefusedBeforeTouchingFile
 
     // An indication's own file_path is not the old revision: it is processed like any other
     // block, and its failures are never answered.
-    captured_.clear();
+    log_.Clear();
     EXPECT_EQ(Indication("type: INDICATION file { write_indication { file_path: '/old' "
                          "file_name: 'n' file_dir: FILE_DIR_MDS total_size: 0x10 offset: 0x10 } }"),
               8u);
-    EXPECT_THAT(captured_.back(), Error("Bad max_data_size 0x10 or offset 0x10"));
+    EXPECT_THAT(log_.Lines().back(), Error("Bad max_data_size 0x10 or offset 0x10"));
     EXPECT_EQ(handler_.responses.size(), 1u);
 }
 
