@@ -35,24 +35,26 @@ TarvoMessageHandler::~TarvoMessageHandler() {
 }
 
 int TarvoMessageHandler::Start() {
-    if (!monitor_) {
-        monitor_ = ModemStateMonitor::MakeInstance(this);
-        if (!monitor_ || monitor_->Start() < 0) {
-            ALOGE("Failed to start modem state monitor thread");
-            return tarvo_message::RESULT_UNAVAILABLE;
-        }
-    }
-    if (!io_handler_) {
-        io_handler_ = std::make_unique<VekIoHandler>(this);
-        if (!io_handler_->Start()) {
-            ALOGE("Failed to start IO handler");
-            return tarvo_message::RESULT_UNAVAILABLE;
-        }
-    }
+    // Everything the threads reach is in place before the first thread starts: the monitor may
+    // run service commands and the reader may hand over a request at once.
     if (!service_handler_) service_handler_ = std::make_unique<TarvoServiceHandler>(this);
     if (!test_handler_) test_handler_ = std::make_unique<TarvoTestHandler>(this);
     if (!request_list_) request_list_ = std::make_unique<RequestList>();
     request_list_->CleanRecord();
+
+    const bool new_monitor = !monitor_;
+    if (new_monitor) monitor_ = ModemStateMonitor::MakeInstance(this);
+    const bool new_io_handler = !io_handler_;
+    if (new_io_handler) io_handler_ = std::make_unique<VekIoHandler>(this);
+
+    if (new_monitor && (!monitor_ || monitor_->Start() < 0)) {
+        ALOGE("Failed to start modem state monitor thread");
+        return tarvo_message::RESULT_UNAVAILABLE;
+    }
+    if (new_io_handler && !io_handler_->Start()) {
+        ALOGE("Failed to start IO handler");
+        return tarvo_message::RESULT_UNAVAILABLE;
+    }
     return tarvo_message::RESULT_SUCCESS;
 }
 
