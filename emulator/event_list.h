@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -38,6 +39,19 @@ class EventList {
         if (!added_.wait_for(lock, timeout, find)) return std::nullopt;
         found->taken = true;
         return found->event;
+    }
+
+    // Changes the latest matching event, taken or not, and wakes the waiters; false when none.
+    bool UpdateLast(const Predicate& matches, const std::function<void(T&)>& update) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            auto it = std::find_if(events_.rbegin(), events_.rend(),
+                                   [&](const Entry& entry) { return matches(entry.event); });
+            if (it == events_.rend()) return false;
+            update(it->event);
+        }
+        added_.notify_all();
+        return true;
     }
 
     // Waits for a matching event, taken or not, without taking it.

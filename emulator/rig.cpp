@@ -92,6 +92,13 @@ void Rig::OnOutputLine(const std::string& line, bool from_daemon) {
     std::optional<LogLine> parsed = ParseLogLine(line);
     if (!parsed) {
         transcript_.Output(line);
+        // liblog prints a text that holds a line break as it stands: what follows the break
+        // belongs to the daemon's latest line.
+        const pid_t pid = daemon_pid_;
+        if (from_daemon && pid != 0) {
+            logs_.UpdateLast([pid](const LogLine& last) { return last.pid == pid; },
+                             [&line](LogLine& last) { last.text += "\n" + line; });
+        }
         return;
     }
     if (from_daemon && daemon_pid_ == 0) daemon_pid_ = parsed->pid;
