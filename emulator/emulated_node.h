@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -36,7 +37,8 @@ class EmulatedNode {
     void CountOpen() { ++open_count_; }
 
   private:
-    uint64_t open_count_ = 0;
+    // Counted on the filesystem's threads, read by tests.
+    std::atomic<uint64_t> open_count_{0};
 };
 
 // Poll handles of the descriptors that wait on one node, one per open file.

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <string.h>
+#include <sys/mount.h>
 
 namespace tarvo_emu {
 
@@ -68,9 +69,11 @@ void ModemEmulator::Unmount() {
     if (session_ == nullptr) return;
     for (EmulatedNode* node : nodes_) node->Shutdown();
     fuse_session_exit(session_);
-    // Lazy, so that the loop's workers see the device end once the last file is closed.
-    fuse_session_unmount(session_);
+    // A lazy detach ends the connection once the last file on it is closed, which wakes the
+    // loop's workers; the session's descriptor is closed only after they are gone.
+    umount2(dir_.c_str(), MNT_DETACH);
     if (loop_.joinable()) loop_.join();
+    fuse_session_unmount(session_);
     fuse_session_destroy(session_);
     session_ = nullptr;
 }

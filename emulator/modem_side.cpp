@@ -17,13 +17,15 @@ bool PartiallyMatches(const TarvoMessage& partial, const TarvoMessage& message) 
 ModemSide::ModemSide(IpcNode* ipc, Transcript* transcript)
     : ipc_(ipc), transcript_(transcript), reply_thread_([this] { ReplyLoop(); }) {}
 
-ModemSide::~ModemSide() {
+ModemSide::~ModemSide() { Stop(); }
+
+void ModemSide::Stop() {
     {
         std::lock_guard<std::mutex> lock(mutex_);
         stopping_ = true;
     }
     pending_changed_.notify_all();
-    reply_thread_.join();
+    if (reply_thread_.joinable()) reply_thread_.join();
 }
 
 void ModemSide::OnUplink(const std::string& bytes) {

@@ -38,6 +38,9 @@ class ModemSide {
     ModemSide(IpcNode* ipc, Transcript* transcript);
     ~ModemSide();
 
+    // Ends the automatic replies; no reply reaches the IPC node afterwards.
+    void Stop();
+
     // The IPC node's uplink handler: one message written by the daemon.
     void OnUplink(const std::string& bytes);
 

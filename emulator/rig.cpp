@@ -37,8 +37,11 @@ Rig::Rig(RigOptions options) : options_(std::move(options)), transcript_(options
 
 Rig::~Rig() {
     daemon_.reset();
-    modem_.reset();
+    // The replies stop before the filesystem goes, and the filesystem, whose threads hand the
+    // daemon's messages to the modem side, goes before the modem side.
+    if (modem_) modem_->Stop();
     emulator_.reset();
+    modem_.reset();
     sandbox_.reset();
 }
 
