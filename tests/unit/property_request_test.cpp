@@ -4,7 +4,7 @@
 
 #include "host_property_store.h"
 
-#include "service_test_support.h"
+#include "service_capture.h"
 #include "tarvo_property_message.h"
 #include "tarvo_service_handler.h"
 

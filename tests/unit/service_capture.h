@@ -4,6 +4,7 @@
 #include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -16,13 +17,28 @@
 // In-process harness for the service handlers: the daemon's log lines and the responses it would
 // have written to the modem are collected instead.
 
-class CapturingMessageHandler : public TarvoMessageHandler {
+// A message handler that keeps a copy of every response instead of writing it to the modem. From
+// the send numbered fail_from (counted from 0) on, sends fail with the channel's status 7.
+class RecordingMessageHandler : public TarvoMessageHandler {
   public:
     int SendResponse(VekMessage* response) override {
-        responses.push_back(*response->GetTarvoMessage());
+        if (response == nullptr || !response->IsResponse()) return tarvo_message::RESULT_INVALID;
+        if (attempts_++ >= fail_from_) return tarvo_message::RESULT_IO_ERROR;
+        responses_.push_back(response->Clone());
         return tarvo_message::RESULT_SUCCESS;
     }
-    std::vector<tarvo_message::TarvoMessage> responses;
+
+    void FailFrom(size_t send) { fail_from_ = send; }
+    size_t Attempts() const { return attempts_; }
+    const std::vector<std::unique_ptr<VekMessage>>& Responses() const { return responses_; }
+    const tarvo_message::TarvoMessage& Response(size_t i) const {
+        return *responses_.at(i)->GetTarvoMessage();
+    }
+
+  private:
+    std::vector<std::unique_ptr<VekMessage>> responses_;
+    size_t attempts_ = 0;
+    size_t fail_from_ = SIZE_MAX;
 };
 
 // The message as it arrives from the modem: serialised, then parsed by the daemon.
@@ -49,6 +65,6 @@ class ServiceHandlerTest : public testing::Test {
     std::vector<LogLine> LinesAt(int priority) const { return log_.LinesAt(priority); }
 
     LogCapture log_;
-    CapturingMessageHandler handler_;
+    RecordingMessageHandler handler_;
     TarvoServiceHandler service_{&handler_};
 };

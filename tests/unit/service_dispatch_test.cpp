@@ -27,7 +27,7 @@ TEST_F(ServiceDispatchTest, WrongKindsOfMessageAreRefusedSilently) {
                   Received("type: INDICATION file { read_request {} }").get()),
               2u);
     EXPECT_THAT(log_.Lines(), IsEmpty());
-    EXPECT_THAT(handler_.responses, IsEmpty());
+    EXPECT_THAT(handler_.Responses(), IsEmpty());
 }
 
 TEST_F(ServiceDispatchTest, UnsupportedIdsAreLoggedWithTheirNumber) {
@@ -66,7 +66,7 @@ TEST_F(ServiceDispatchTest, UnsupportedIdsAreLoggedWithTheirNumber) {
         EXPECT_EQ(c.indication ? Indication(c.message) : Request(c.message), 1u) << c.message;
         EXPECT_EQ(log_.Lines(), c.lines) << c.message;
     }
-    EXPECT_THAT(handler_.responses, IsEmpty());
+    EXPECT_THAT(handler_.Responses(), IsEmpty());
 }
 
 TEST_F(ServiceDispatchTest, CommandsWithoutAnOperationAreRefused) {
@@ -94,7 +94,7 @@ TEST_F(ServiceDispatchTest, FileOperationsReachTheirHandlers) {
                     Info("Got File read request"), Error("FileReadRequest requires a file_dir"),
                     Info("Got File write indication"),
                     Error("FileWriteIndication requires a file_dir")));
-    EXPECT_THAT(handler_.responses, IsEmpty());
+    EXPECT_THAT(handler_.Responses(), IsEmpty());
 }
 
 TEST_F(ServiceDispatchTest, RequestsMissingAFieldOrOfTheOldRevisionAreNotAnswered) {
@@ -114,7 +114,7 @@ TEST_F(ServiceDispatchTest, RequestsMissingAFieldOrOfTheOldRevisionAreNotAnswere
                             Error("FileWriteRequest requires a file_name"),
                             Error("FileReadRequest requires a file_name"),
                             Error("FileWriteIndication requires a file_name")));
-    EXPECT_THAT(handler_.responses, IsEmpty());
+    EXPECT_THAT(handler_.Responses(), IsEmpty());
 }
 
 TEST_F(ServiceDispatchTest, BlockAtOrPastTheTotalSizeIsRefusedBeforeTouchingFiles) {
@@ -126,10 +126,10 @@ TEST_F(ServiceDispatchTest, BlockAtOrPastTheTotalSizeIsRefusedBeforeTouchingFile
                             Info("file dir: 2 and name: n"), Info("offset: 0x0, size: 0x0"),
                             Info("prefix: /mnt/vendor/modem_userdata/replay/\nfile_name: n"),
                             Error("Bad max_data_size 0x0 or offset 0x0")));
-    ASSERT_EQ(handler_.responses.size(), 1u);
-    EXPECT_EQ(handler_.responses[0].token(), 7u);
-    EXPECT_EQ(handler_.responses[0].result(), tarvo_message::RESULT_FAILURE);
-    EXPECT_EQ(handler_.responses[0].file().write_response().result(),
+    ASSERT_EQ(handler_.Responses().size(), 1u);
+    EXPECT_EQ(handler_.Response(0).token(), 7u);
+    EXPECT_EQ(handler_.Response(0).result(), tarvo_message::RESULT_FAILURE);
+    EXPECT_EQ(handler_.Response(0).file().write_response().result(),
               tarvo_message::FILE_RESULT_BAD_OFFSET);
 
     // An indication's own file_path is not the old revision: it is processed like any other
@@ -139,7 +139,7 @@ TEST_F(ServiceDispatchTest, BlockAtOrPastTheTotalSizeIsRefusedBeforeTouchingFile
                          "file_name: 'n' file_dir: FILE_DIR_MDS total_size: 0x10 offset: 0x10 } }"),
               8u);
     EXPECT_THAT(log_.Lines().back(), Error("Bad max_data_size 0x10 or offset 0x10"));
-    EXPECT_EQ(handler_.responses.size(), 1u);
+    EXPECT_EQ(handler_.Responses().size(), 1u);
 }
 
 }  // namespace

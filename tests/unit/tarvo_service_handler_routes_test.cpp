@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "service_test_support.h"
+#include "service_capture.h"
 #include "tarvo_service_handler.h"
 
 // Routes of the property, temperature and UE-capability requests: the info line naming what

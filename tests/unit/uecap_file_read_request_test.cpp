@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "service_test_support.h"
+#include "service_capture.h"
 #include "tarvo_service_handler.h"
 #include "tarvo_uecap_file_message.h"
 
