@@ -4,6 +4,9 @@
 #include <string.h>
 #include <sys/mount.h>
 
+using android::base::Error;
+using android::base::Result;
+
 namespace tarvo_emu {
 
 namespace {
@@ -35,26 +38,23 @@ ModemEmulator::ModemEmulator(int initial_state, IpcNode::UplinkHandler on_uplink
     : ipc_(std::make_unique<IpcNode>(std::move(on_uplink))),
       boot_(std::make_unique<BootNode>(initial_state)),
       test_(std::make_unique<TestNode>()),
-      temp_(std::make_unique<TempNode>()),
-      nodes_{ipc_.get(), boot_.get(), test_.get(), temp_.get()} {}
+      temp_(std::make_unique<TempNode>()) {
+    for (const NodePlace& place : kNodeTable) nodes_.push_back(NodeOfKind(place.kind));
+}
 
 ModemEmulator::~ModemEmulator() { Unmount(); }
 
-bool ModemEmulator::Mount(const std::string& dir, std::string* error) {
+Result<void> ModemEmulator::Mount(const std::string& dir) {
     dir_ = dir;
     const char* argv[] = {"tarvo-emu", "-o", "fsname=tarvo-emu,subtype=tarvo-emu"};
     fuse_args args = FUSE_ARGS_INIT(3, const_cast<char**>(argv));
     session_ = fuse_session_new(&args, &kOperations, sizeof(kOperations), this);
     fuse_opt_free_args(&args);
-    if (session_ == nullptr) {
-        *error = "fuse_session_new failed";
-        return false;
-    }
+    if (session_ == nullptr) return Error() << "fuse_session_new failed";
     if (fuse_session_mount(session_, dir.c_str()) != 0) {
-        *error = "cannot mount the emulator on " + dir + " (is /dev/fuse there?)";
         fuse_session_destroy(session_);
         session_ = nullptr;
-        return false;
+        return Error() << "cannot mount the emulator on " << dir << " (is /dev/fuse there?)";
     }
     loop_ = std::thread([this] {
         fuse_loop_config* config = fuse_loop_cfg_create();
@@ -62,7 +62,7 @@ bool ModemEmulator::Mount(const std::string& dir, std::string* error) {
         fuse_session_loop_mt(session_, config);
         fuse_loop_cfg_destroy(config);
     });
-    return true;
+    return {};
 }
 
 void ModemEmulator::Unmount() {
@@ -78,6 +78,20 @@ void ModemEmulator::Unmount() {
     session_ = nullptr;
 }
 
+EmulatedNode* ModemEmulator::NodeOfKind(NodeKind kind) const {
+    switch (kind) {
+        case NodeKind::kIpc:
+            return ipc_.get();
+        case NodeKind::kBoot:
+            return boot_.get();
+        case NodeKind::kTest:
+            return test_.get();
+        case NodeKind::kTemp:
+            return temp_.get();
+    }
+    return nullptr;
+}
+
 EmulatedNode* ModemEmulator::NodeOf(fuse_ino_t ino) const {
     if (ino < 2 || ino - 2 >= nodes_.size()) return nullptr;
     return nodes_[ino - 2];
@@ -85,7 +99,7 @@ EmulatedNode* ModemEmulator::NodeOf(fuse_ino_t ino) const {
 
 fuse_ino_t ModemEmulator::InodeOf(const char* name) const {
     for (size_t i = 0; i < nodes_.size(); ++i) {
-        if (strcmp(nodes_[i]->name(), name) == 0) return i + 2;
+        if (strcmp(kNodeTable[i].name, name) == 0) return i + 2;
     }
     return 0;
 }
@@ -149,7 +163,7 @@ void ModemEmulator::Readdir(fuse_req_t req, fuse_ino_t ino, size_t size, off_t o
         struct stat attr;
         self->FillAttr(i + 2, &attr);
         const size_t entry = fuse_add_direntry(req, buffer.data() + used, size - used,
-                                               self->nodes_[i]->name(), &attr, i + 1);
+                                               kNodeTable[i].name, &attr, i + 1);
         if (entry > size - used) break;
         used += entry;
     }
