@@ -97,6 +97,12 @@ EmulatedNode* ModemEmulator::NodeOf(fuse_ino_t ino) const {
     return nodes_[ino - 2];
 }
 
+EmulatedNode* ModemEmulator::NodeOrReply(fuse_req_t req, fuse_ino_t ino) {
+    EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
+    if (node == nullptr) fuse_reply_err(req, ENOENT);
+    return node;
+}
+
 fuse_ino_t ModemEmulator::InodeOf(const char* name) const {
     for (size_t i = 0; i < nodes_.size(); ++i) {
         if (strcmp(kNodeTable[i].name, name) == 0) return i + 2;
@@ -188,30 +194,19 @@ void ModemEmulator::Open(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi) {
 
 void ModemEmulator::Read(fuse_req_t req, fuse_ino_t ino, size_t size, off_t offset,
                          fuse_file_info* fi) {
-    EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
-    if (node == nullptr) {
-        fuse_reply_err(req, ENOENT);
-        return;
-    }
-    node->Read(req, size, offset, fi->flags);
+    if (EmulatedNode* node = NodeOrReply(req, ino)) node->Read(req, size, offset, fi->flags);
 }
 
 void ModemEmulator::Write(fuse_req_t req, fuse_ino_t ino, const char* data, size_t size,
                           off_t offset, fuse_file_info* /*fi*/) {
-    EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
-    if (node == nullptr) {
-        fuse_reply_err(req, ENOENT);
-        return;
-    }
-    node->Write(req, data, size, offset);
+    if (EmulatedNode* node = NodeOrReply(req, ino)) node->Write(req, data, size, offset);
 }
 
 void ModemEmulator::Poll(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi,
                          fuse_pollhandle* handle) {
-    EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
+    EmulatedNode* node = NodeOrReply(req, ino);
     if (node == nullptr) {
         if (handle != nullptr) fuse_pollhandle_destroy(handle);
-        fuse_reply_err(req, ENOENT);
         return;
     }
     node->Poll(req, fi->fh, handle);
@@ -220,12 +215,7 @@ void ModemEmulator::Poll(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi,
 void ModemEmulator::Ioctl(fuse_req_t req, fuse_ino_t ino, unsigned int cmd, void* /*arg*/,
                           fuse_file_info* /*fi*/, unsigned /*flags*/, const void* /*in_buf*/,
                           size_t /*in_size*/, size_t /*out_size*/) {
-    EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
-    if (node == nullptr) {
-        fuse_reply_err(req, ENOENT);
-        return;
-    }
-    node->Ioctl(req, cmd);
+    if (EmulatedNode* node = NodeOrReply(req, ino)) node->Ioctl(req, cmd);
 }
 
 }  // namespace tarvo_emu

@@ -46,6 +46,8 @@ class ModemEmulator {
 
     EmulatedNode* NodeOfKind(NodeKind kind) const;
     EmulatedNode* NodeOf(fuse_ino_t ino) const;
+    // The node that `req` is for, or null once `req` is answered with ENOENT.
+    static EmulatedNode* NodeOrReply(fuse_req_t req, fuse_ino_t ino);
     fuse_ino_t InodeOf(const char* name) const;
     void FillAttr(fuse_ino_t ino, struct stat* attr) const;
 
