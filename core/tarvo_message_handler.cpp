@@ -113,14 +113,21 @@ int TarvoMessageHandler::ResponseHandler(VekMessage* message) {
     return tarvo_message::RESULT_SUCCESS;
 }
 
-int TarvoMessageHandler::WriteMessage(const VekMessage* message) {
+int TarvoMessageHandler::SerializeMessage(const VekMessage* message, std::vector<char>* bytes) {
     const int length = message->GetProtobufSerialDataLength();
     if (length < 1) return tarvo_message::RESULT_ENCODE_FAILED;
-    std::vector<char> bytes(length);
-    if (!message->SerializeSendMessage(bytes.data(), length)) {
+    bytes->resize(length);
+    if (!message->SerializeSendMessage(bytes->data(), length)) {
         return tarvo_message::RESULT_ENCODE_FAILED;
     }
-    if (!io_handler_ || io_handler_->SendData(bytes.data(), length) != 0) {
+    return tarvo_message::RESULT_SUCCESS;
+}
+
+int TarvoMessageHandler::WriteMessage(const VekMessage* message) {
+    std::vector<char> bytes;
+    const int status = SerializeMessage(message, &bytes);
+    if (status != tarvo_message::RESULT_SUCCESS) return status;
+    if (!io_handler_ || io_handler_->SendData(bytes.data(), static_cast<int>(bytes.size())) != 0) {
         return tarvo_message::RESULT_IO_ERROR;
     }
     return tarvo_message::RESULT_SUCCESS;

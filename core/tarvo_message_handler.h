@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "request_list.h"
 #include "vek_message.h"
@@ -61,6 +62,8 @@ class TarvoMessageHandler {
     void RegisterRecoveryCallback(RecoveryCallback* callback);
 
   protected:
+    // Serialises one message into `bytes` (resized to fit); the status numbers of SendRequest.
+    static int SerializeMessage(const VekMessage* message, std::vector<char>* bytes);
     // Serialises and writes one message; the status numbers of SendRequest.
     int WriteMessage(const VekMessage* message);
 

@@ -81,7 +81,10 @@ Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(const std::vector<std:
 }
 
 ChildProcess::ChildProcess(pid_t pid, unique_fd pidfd, ChildOptions options)
-    : pid_(pid), pidfd_(std::move(pidfd)), on_line_(std::move(options.on_line)) {}
+    : pid_(pid),
+      pidfd_(std::move(pidfd)),
+      on_line_(std::move(options.on_line)),
+      keep_output_(options.keep_output) {}
 
 ChildProcess::~ChildProcess() {
     if (!status_) {
@@ -152,7 +155,7 @@ void ChildProcess::TakeLines(Stream* stream, bool at_end) {
         const bool whole = end != std::string::npos;
         const std::string line = stream->pending.substr(0, end);
         stream->pending.erase(0, whole ? end + 1 : std::string::npos);
-        {
+        if (keep_output_) {
             std::lock_guard<std::mutex> lock(output_mutex_);
             *stream->sink += whole ? line + "\n" : line;
         }

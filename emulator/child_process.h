@@ -23,6 +23,9 @@ struct ChildOptions {
     std::function<void(const std::string& line)> on_line = {};
     // Keeps stderr apart from stdout (see ChildProcess::errors()) instead of interleaving them.
     bool separate_stderr = false;
+    // Whether output() and errors() keep what was printed; a long run that only watches the lines
+    // as they come turns this off.
+    bool keep_output = true;
 };
 
 // A child process in a process group of its own, its stdout and stderr read line by line on a
@@ -58,6 +61,7 @@ class ChildProcess {
     android::base::unique_fd pidfd_;
     std::optional<int> status_;
     std::function<void(const std::string& line)> on_line_;
+    const bool keep_output_;
     std::mutex output_mutex_;
     std::string output_;
     std::string errors_;

@@ -23,7 +23,7 @@ void IpcNode::Write(fuse_req_t req, const char* data, size_t size, off_t /*offse
         }
     }
     // Recorded before the writer goes on, so the transcript shows it before what follows.
-    on_uplink_(std::string(data, size));
+    on_uplink_(std::string_view(data, size));
     fuse_reply_write(req, size);
 }
 

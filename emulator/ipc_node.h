@@ -4,6 +4,7 @@
 #include <deque>
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "emulated_node.h"
 
@@ -21,7 +22,8 @@ enum class IpcFault {
 // reads. Read faults take their place in the queue, so they happen in the order injected.
 class IpcNode : public StreamNode {
   public:
-    using UplinkHandler = std::function<void(const std::string& bytes)>;
+    // Called on the filesystem's thread; `bytes` lives until it returns.
+    using UplinkHandler = std::function<void(std::string_view bytes)>;
 
     explicit IpcNode(UplinkHandler on_uplink) : on_uplink_(std::move(on_uplink)) {}
 

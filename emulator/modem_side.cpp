@@ -28,9 +28,9 @@ void ModemSide::Stop() {
     if (reply_thread_.joinable()) reply_thread_.join();
 }
 
-void ModemSide::OnUplink(const std::string& bytes) {
+void ModemSide::OnUplink(std::string_view bytes) {
     TarvoMessage message;
-    if (!message.ParseFromString(bytes)) {
+    if (!message.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()))) {
         transcript_->Note(android::base::StringPrintf("tarvo > modem: %zu bytes that do not parse",
                                                       bytes.size()));
         return;

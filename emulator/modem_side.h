@@ -6,6 +6,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "event_list.h"
@@ -42,7 +43,7 @@ class ModemSide {
     void Stop();
 
     // The IPC node's uplink handler: one message written by the daemon.
-    void OnUplink(const std::string& bytes);
+    void OnUplink(std::string_view bytes);
 
     void Send(const tarvo_message::TarvoMessage& message);
     // Bytes written as one message as they stand, whether they parse or not.

@@ -42,7 +42,8 @@ Result<void> Rig::Start() {
     sandbox_ = std::move(*sandbox);
 
     emulator_ =
-        std::make_unique<ModemEmulator>(options_.initial_state, [this](const std::string& bytes) {
+        std::make_unique<ModemEmulator>(options_.initial_state, [this](std::string_view bytes) {
+            if (options_.uplink_tap && options_.uplink_tap(bytes)) return;
             if (modem_) modem_->OnUplink(bytes);
         });
     modem_ = std::make_unique<ModemSide>(&emulator_->ipc(), &transcript_);
@@ -76,7 +77,8 @@ Result<void> Rig::StartDaemon() {
     transcript_.Note("start tarvo -s");
     Result<std::unique_ptr<ChildProcess>> daemon = ChildProcess::Start(
         sandbox_->Command({TarvoBinary(), "-s"}),
-        {.on_line = [this](const std::string& line) { OnOutputLine(line, true); }});
+        {.on_line = [this](const std::string& line) { OnOutputLine(line, true); },
+         .keep_output = options_.keep_logs});
     if (!daemon.ok()) return Error() << "tarvo -s: " << daemon.error();
     daemon_ = std::move(*daemon);
     return {};
@@ -108,7 +110,7 @@ void Rig::OnOutputLine(const std::string& line, bool from_daemon) {
     }
     if (from_daemon && daemon_pid_ == 0) daemon_pid_ = parsed->pid;
     transcript_.Log(*parsed);
-    logs_.Add(std::move(*parsed));
+    if (options_.keep_logs) logs_.Add(std::move(*parsed));
 }
 
 void Rig::SetModemState(int state) {

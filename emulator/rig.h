@@ -4,10 +4,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -53,6 +55,13 @@ struct RigOptions {
     uint32_t data_size_limit_kib = 0;
     // Paths under /data or /mnt bound read-only.
     std::vector<std::string> read_only = {};
+    // Sees each message that the daemon writes on oem_ipc1 before the modem side does, on the
+    // filesystem's thread. Returning true keeps the message from the modem side: no parse, no
+    // record, no reply. For benchmarks, which would otherwise time the modem side's bookkeeping.
+    std::function<bool(std::string_view bytes)> uplink_tap = {};
+    // Whether the daemon's output and log lines are kept for AwaitLog and the like. A long run
+    // that reads none of them turns this off, so that the rig's memory stays flat.
+    bool keep_logs = true;
 };
 
 // The whole host rig: a sandbox root, the emulated modem mounted and bound into it, the daemon

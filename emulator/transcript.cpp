@@ -17,11 +17,14 @@ std::string ShortText(const google::protobuf::Message& message) {
 }
 
 void Transcript::Message(Direction direction, const tarvo_message::TarvoMessage& message) {
+    // Text format of a 64 KiB block costs more than the daemon's whole handling of it.
+    if (!enabled()) return;
     Print(direction == Direction::kToDaemon ? "modem > tarvo" : "tarvo > modem",
           "{ " + ShortText(message) + " }");
 }
 
 void Transcript::Raw(Direction direction, const std::string& bytes) {
+    if (!enabled()) return;
     constexpr size_t kShown = 48;
     std::string text = android::base::StringPrintf("raw %zu bytes \"", bytes.size()) +
                        google::protobuf::CEscape(bytes.substr(0, kShown)) + "\"";
@@ -29,7 +32,9 @@ void Transcript::Raw(Direction direction, const std::string& bytes) {
     Print(direction == Direction::kToDaemon ? "modem > tarvo" : "tarvo > modem", text);
 }
 
-void Transcript::Log(const LogLine& line) { Print("log", line.ToString()); }
+void Transcript::Log(const LogLine& line) {
+    if (enabled()) Print("log", line.ToString());
+}
 
 void Transcript::Output(const std::string& line) { Print("out", line); }
 

@@ -19,6 +19,9 @@ class Transcript {
 
     explicit Transcript(std::ostream* out) : out_(out) {}
 
+    // Whether anything is recorded; callers skip formatting what nobody reads.
+    bool enabled() const { return out_ != nullptr; }
+
     void Message(Direction direction, const tarvo_message::TarvoMessage& message);
     // Unparsed bytes: their size and, escaped, the first of them.
     void Raw(Direction direction, const std::string& bytes);

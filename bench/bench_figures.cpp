@@ -1,0 +1,465 @@
+#include "bench_figures.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include <google/protobuf/text_format.h>
+
+#include <android-base/file.h>
+#include <android-base/parsedouble.h>
+#include <android-base/parseint.h>
+#include <android-base/stringprintf.h>
+#include <android-base/strings.h>
+
+#include "bench_rig.h"
+#include "rig.h"
+#include "tarvo_message.pb.h"
+
+using android::base::Error;
+using android::base::Result;
+using android::base::StringPrintf;
+using tarvo_message::TarvoMessage;
+
+namespace tarvo_bench {
+
+namespace {
+
+constexpr uint64_t kMiB = 1 << 20;
+constexpr uint64_t kBlock = 64 * 1024;
+// The daemon reads at most this much per message: a full block leaves room for a one-letter name.
+constexpr size_t kLargestMessage = 0x10020;
+constexpr char kTargetDir[] = "/data/vendor/radio/mds/";
+constexpr char kStagingDir[] = "/data/vendor/radio/modem_temp_file/";
+
+// Tokens of one varint size, so that every response of a series has the same length.
+constexpr uint32_t kFirstToken = 0x1000;
+
+std::string PropertyRead(uint32_t token) {
+    TarvoMessage message;
+    message.set_type(tarvo_message::REQUEST);
+    message.set_token(token);
+    message.mutable_property()->mutable_read_request()->set_name("persist.vendor.radio.bench");
+    return message.SerializeAsString();
+}
+
+// The write requests of one file, block after block. Each block is the same random bytes with
+// its number in front, so that a block out of place shows in the target.
+class FileBlocks {
+  public:
+    FileBlocks(const std::string& name, uint64_t size) : size_(size) {
+        message_.set_type(tarvo_message::REQUEST);
+        auto* write = message_.mutable_file()->mutable_write_request();
+        write->set_file_name(name);
+        write->set_file_dir(tarvo_message::FILE_DIR_MDS);
+        write->set_total_size(static_cast<uint32_t>(size));
+        std::string data(std::min(kBlock, size), '\0');
+        std::mt19937 random(static_cast<uint32_t>(size));
+        for (char& c : data) c = static_cast<char>(random());
+        write->set_data(std::move(data));
+    }
+
+    uint64_t count() const { return (size_ + kBlock - 1) / kBlock; }
+
+    void Make(uint64_t i, std::string* bytes) {
+        auto* write = message_.mutable_file()->mutable_write_request();
+        write->set_offset(static_cast<uint32_t>(i * kBlock));
+        std::string* data = write->mutable_data();
+        data->resize(std::min(kBlock, size_ - i * kBlock));
+        memcpy(data->data(), &i, std::min(sizeof(i), data->size()));
+        message_.set_token(kFirstToken + static_cast<uint32_t>(i));
+        message_.SerializeToString(bytes);
+    }
+
+  private:
+    uint64_t size_;
+    TarvoMessage message_;
+};
+
+// Sends a whole file through whoever serves the node; the seconds it took.
+Result<double> Transfer(BenchRig& bench, const std::string& name, uint64_t size) {
+    FileBlocks blocks(name, size);
+    std::string first;
+    blocks.Make(0, &first);
+    if (first.size() > kLargestMessage) {
+        return Error() << "a block for \"" << name << "\" is longer than the daemon reads";
+    }
+    return bench.RoundTrips(blocks.count(),
+                            [&blocks](uint64_t i, std::string* bytes) { blocks.Make(i, bytes); });
+}
+
+// Checks what a transfer through the daemon left: the whole target, no staging file. Removes the
+// target, so that the next transfer starts clean and the disk does not fill.
+Result<void> CheckAndRemoveTarget(BenchRig& bench, const std::string& name, uint64_t size) {
+    std::error_code ec;
+    const std::string host = bench.rig().sandbox().HostPath(kTargetDir + name);
+    const uintmax_t arrived = std::filesystem::file_size(host, ec);
+    if (ec || arrived != size) {
+        return Error() << name << ": " << arrived << " bytes arrived of " << size;
+    }
+    if (bench.rig().FileMode(kStagingDir + name)) return Error() << name << ": staging file left";
+    bench.rig().RemoveFile(kTargetDir + name);
+    return {};
+}
+
+// Whole-process figures of a running process, from /proc.
+Result<uint64_t> CpuTicks(pid_t pid) {
+    std::string stat;
+    if (!android::base::ReadFileToString(StringPrintf("/proc/%d/stat", pid), &stat)) {
+        return Error() << "no process " << pid;
+    }
+    // Fields after the command, which may hold spaces: state is the 3rd, utime the 14th.
+    const std::vector<std::string> fields =
+        android::base::Split(stat.substr(stat.rfind(')') + 2), " ");
+    uint64_t utime;
+    uint64_t stime;
+    if (fields.size() < 13 || !android::base::ParseUint(fields[11], &utime) ||
+        !android::base::ParseUint(fields[12], &stime)) {
+        return Error() << "cannot read /proc/" << pid << "/stat";
+    }
+    return utime + stime;
+}
+
+Result<uint64_t> RssKib(pid_t pid) {
+    std::string status;
+    if (!android::base::ReadFileToString(StringPrintf("/proc/%d/status", pid), &status)) {
+        return Error() << "no process " << pid;
+    }
+    for (const std::string& line : android::base::Split(status, "\n")) {
+        if (!android::base::StartsWith(line, "VmRSS:")) continue;
+        uint64_t kib;
+        std::string number = android::base::Trim(line.substr(6));
+        number = number.substr(0, number.find(' '));
+        if (android::base::ParseUint(number, &kib)) return kib;
+    }
+    return Error() << "no VmRSS for " << pid;
+}
+
+Result<uint64_t> FdCount(pid_t pid) {
+    std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(StringPrintf("/proc/%d/fd", pid).c_str()),
+                                            closedir);
+    if (!dir) return Error() << "no process " << pid;
+    uint64_t count = 0;
+    while (dirent* entry = readdir(dir.get())) count += entry->d_name[0] != '.';
+    return count;
+}
+
+Result<pid_t> DaemonPid(BenchRig& bench) {
+    const pid_t pid = bench.daemon_pid();
+    if (pid == 0) return Error() << "the daemon's pid is unknown";
+    return pid;
+}
+
+}  // namespace
+
+BenchSettings BenchSettings::Smoke() {
+    BenchSettings smoke;
+    smoke.micro_rounds = 1;
+    smoke.micro_min_time_s = 0.01;
+    smoke.rounds = 1;
+    smoke.round_trips = 50;
+    smoke.transfer_mib = 1;
+    smoke.linearity_mib = {1, 2};
+    smoke.downlink = false;
+    smoke.idle_s = 1;
+    smoke.soak_early = 120;
+    smoke.soak_messages = 600;
+    return smoke;
+}
+
+Figures MicroFigures(const BenchSettings& settings) {
+    tarvo_emu::RigOptions options;
+    options.start_daemon = false;
+    options.keep_logs = false;
+    tarvo_emu::Rig rig(options);
+    if (Result<void> started = rig.Start(); !started.ok()) return started.error();
+    constexpr char kOut[] = "/data/micro_bench.tsv";
+    const tarvo_emu::ProcessResult result = rig.Run(
+        {BenchBinary("tarvo-micro-bench"), "--rounds", std::to_string(settings.micro_rounds),
+         "--min-time", StringPrintf("%g", settings.micro_min_time_s), "--out", kOut},
+        std::chrono::minutes(30));
+    std::optional<std::string> tsv = rig.ReadFile(kOut);
+    if (result.status != 0 || !tsv) return Error() << "micro benchmarks: " << result.output;
+
+    std::vector<Figure> figures;
+    for (const std::string& line : android::base::Split(*tsv, "\n")) {
+        const std::vector<std::string> fields = android::base::Split(line, "\t");
+        double value = 0;
+        double floor = 0;
+        if (fields.size() == 4 && fields[0] == "pair" &&
+            android::base::ParseDouble(fields[2], &value) &&
+            android::base::ParseDouble(fields[3], &floor)) {
+            figures.push_back(RatioAtMost("micro." + fields[1], "ns", value, floor, 2));
+        } else if (fields.size() == 3 && fields[0] == "info" &&
+                   android::base::ParseDouble(fields[2], &value)) {
+            figures.push_back(Info("micro." + fields[1], "ns", value));
+        } else if (fields.size() == 2 && fields[0] == "warning") {
+            return Error() << "micro benchmarks: " << fields[1];
+        }
+    }
+    if (figures.empty()) return Error() << "micro benchmarks printed no figures";
+    return figures;
+}
+
+Figures RoundTripFigures(const BenchSettings& settings) {
+    Result<std::unique_ptr<BenchRig>> bench = BenchRig::Create();
+    if (!bench.ok()) return bench.error();
+    const auto make = [](uint64_t i, std::string* bytes) {
+        *bytes = PropertyRead(kFirstToken + static_cast<uint32_t>(i % 0x3000));
+    };
+    double daemon_s = 0;
+    double echo_s = 0;
+    for (int round = 0; round < settings.rounds; ++round) {
+        if (Result<void> started = (*bench)->StartDaemon(); !started.ok()) return started.error();
+        Result<double> daemon = (*bench)->RoundTrips(settings.round_trips, make);
+        if (!daemon.ok()) return Error() << "daemon: " << daemon.error();
+        daemon_s += *daemon;
+        // The peer answers with the daemon's own answer, byte for byte.
+        const std::string response = (*bench)->responses().last();
+        (*bench)->StopDaemon();
+
+        if (Result<void> started = (*bench)->StartEcho(response); !started.ok()) {
+            return started.error();
+        }
+        Result<double> echo = (*bench)->RoundTrips(settings.round_trips, make);
+        if (!echo.ok()) return Error() << "echo peer: " << echo.error();
+        echo_s += *echo;
+        (*bench)->StopEcho();
+    }
+    const double reads = static_cast<double>(settings.round_trips) * settings.rounds;
+    Figure figure =
+        RatioAtLeast("roundtrip.property_read", "reads/s", reads / daemon_s, reads / echo_s, 0.8);
+    figure.note = StringPrintf("%.0f us per read through the daemon, %.0f us through the echo peer",
+                               daemon_s / reads * 1e6, echo_s / reads * 1e6);
+    return std::vector<Figure>{figure};
+}
+
+Figures FileTransferFigures(const BenchSettings& settings) {
+    Result<std::unique_ptr<BenchRig>> bench = BenchRig::Create();
+    if (!bench.ok()) return bench.error();
+    const uint64_t size = settings.transfer_mib * kMiB;
+    double daemon_s = 0;
+    double echo_s = 0;
+    double write_s = 0;
+    for (int round = 0; round < settings.rounds; ++round) {
+        if (Result<void> started = (*bench)->StartDaemon(); !started.ok()) return started.error();
+        Result<double> daemon = Transfer(**bench, "b", size);
+        if (!daemon.ok()) return Error() << "daemon: " << daemon.error();
+        if (Result<void> checked = CheckAndRemoveTarget(**bench, "b", size); !checked.ok()) {
+            return checked.error();
+        }
+        daemon_s += *daemon;
+        const std::string response = (*bench)->responses().last();
+        (*bench)->StopDaemon();
+
+        if (Result<void> started = (*bench)->StartEcho(response); !started.ok()) {
+            return started.error();
+        }
+        Result<double> echo = Transfer(**bench, "b", size);
+        if (!echo.ok()) return Error() << "echo peer: " << echo.error();
+        echo_s += *echo;
+        (*bench)->StopEcho();
+
+        Result<double> written =
+            (*bench)->PlainWrite(kTargetDir + std::string("plain"), size, kBlock);
+        if (!written.ok()) return written.error();
+        write_s += *written;
+    }
+    const double mib = static_cast<double>(settings.transfer_mib) * settings.rounds;
+    const std::string name = StringPrintf("file_transfer.%lluMiB",
+                                          static_cast<unsigned long long>(settings.transfer_mib));
+    Figure figure = RatioAtLeast(name, "MiB/s", mib / daemon_s, mib / (echo_s + write_s), 0.67);
+    const double blocks = mib * kMiB / kBlock;
+    figure.note = StringPrintf(
+        "per 64 KiB block: daemon %.0f us; floor %.0f us = echo %.0f us + plain write %.0f us",
+        daemon_s / blocks * 1e6, (echo_s + write_s) / blocks * 1e6, echo_s / blocks * 1e6,
+        write_s / blocks * 1e6);
+    return std::vector<Figure>{figure};
+}
+
+Figures LinearityFigures(const BenchSettings& settings) {
+    Result<std::unique_ptr<BenchRig>> bench = BenchRig::Create();
+    if (!bench.ok()) return bench.error();
+    if (Result<void> started = (*bench)->StartDaemon(); !started.ok()) return started.error();
+    // Best of the rounds for each size; the sizes take turns.
+    std::vector<double> per_mib(settings.linearity_mib.size(), 1e9);
+    for (int round = 0; round < std::max(2, settings.rounds - 1); ++round) {
+        for (size_t i = 0; i < settings.linearity_mib.size(); ++i) {
+            const uint64_t size = settings.linearity_mib[i] * kMiB;
+            Result<double> seconds = Transfer(**bench, "l", size);
+            if (!seconds.ok()) return seconds.error();
+            if (Result<void> checked = CheckAndRemoveTarget(**bench, "l", size); !checked.ok()) {
+                return checked.error();
+            }
+            per_mib[i] = std::min(per_mib[i], *seconds * 1e3 / settings.linearity_mib[i]);
+        }
+    }
+    std::vector<Figure> figures;
+    for (size_t i = 0; i < per_mib.size(); ++i) {
+        figures.push_back(
+            Info(StringPrintf("file_transfer.linearity.%lluMiB",
+                              static_cast<unsigned long long>(settings.linearity_mib[i])),
+                 "ms/MiB", per_mib[i]));
+    }
+    const auto [fastest, slowest] = std::minmax_element(per_mib.begin(), per_mib.end());
+    Figure figure = RatioAtMost("file_transfer.linearity", "ms/MiB", *slowest, *fastest, 1.2);
+    figure.note = "slowest size's time per MiB against the fastest's";
+    figures.push_back(figure);
+    return figures;
+}
+
+Figures DownlinkFigures(const BenchSettings& settings) {
+    const std::string emu = TARVO_BINARY_DIR "/tarvo-emu";
+    const std::string goal = ">= 0.9";
+    if (!settings.downlink) {
+        return std::vector<Figure>{
+            Pending("downlink.monitor_read_rate", "MB/s", goal, "not run in the smoke run")};
+    }
+    const tarvo_emu::ProcessResult usage =
+        tarvo_emu::RunProcess({emu}, {}, std::chrono::seconds(10));
+    if (usage.output.find("tarvo-emu tput") == std::string::npos) {
+        return std::vector<Figure>{Pending("downlink.monitor_read_rate", "MB/s", goal,
+                                           "this build has no throughput test (tarvo-emu tput)")};
+    }
+    char dir[] = "/tmp/tarvo-bench.XXXXXX";
+    if (mkdtemp(dir) == nullptr) return Error() << "mkdtemp";
+    const std::string json_path = std::string(dir) + "/tput.json";
+    const tarvo_emu::ProcessResult run =
+        tarvo_emu::RunProcess({emu, "tput", "--json", json_path}, {}, std::chrono::minutes(15));
+    std::string json;
+    const bool read = android::base::ReadFileToString(json_path, &json);
+    std::filesystem::remove_all(dir);
+    if (run.status != 0 || !read) return Error() << "tarvo-emu tput: " << run.output;
+
+    // The two rates of its report, each `"key": number`.
+    const auto rate = [&json](const std::string& key) {
+        const size_t at = json.find("\"" + key + "\":");
+        double value = 0;
+        if (at == std::string::npos) return kNone;
+        std::string text = json.substr(at + key.size() + 3);
+        text = android::base::Trim(text.substr(0, text.find_first_of(",\n}")));
+        return android::base::ParseDouble(text, &value) ? value : kNone;
+    };
+    const double monitor = rate("monitor_bytes_per_s");
+    const double bare = rate("bare_reader_bytes_per_s");
+    Figure figure =
+        RatioAtLeast("downlink.monitor_read_rate", "MB/s", monitor / 1e6, bare / 1e6, 0.9);
+    figure.note = "the daemon's monitor against a bare read loop, from one `tarvo-emu tput` run";
+    return std::vector<Figure>{figure};
+}
+
+Figures IdleFigures(const BenchSettings& settings) {
+    Result<std::unique_ptr<BenchRig>> bench = BenchRig::Create();
+    if (!bench.ok()) return bench.error();
+    if (Result<void> started = (*bench)->StartDaemon(); !started.ok()) return started.error();
+    Result<pid_t> pid = DaemonPid(**bench);
+    if (!pid.ok()) return pid.error();
+    // Start-up work (the configuration requests once online) is over well within a second.
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    Result<uint64_t> before = CpuTicks(*pid);
+    std::this_thread::sleep_for(std::chrono::seconds(settings.idle_s));
+    Result<uint64_t> after = CpuTicks(*pid);
+    if (!before.ok() || !after.ok()) return Error() << "cannot read the daemon's CPU time";
+    Figure figure =
+        ValueAtMost("idle.cpu_ticks", "ticks", static_cast<double>(*after - *before), 0);
+    figure.note = StringPrintf("user and system ticks (1/%ld s) over %d s, modem online and quiet",
+                               sysconf(_SC_CLK_TCK), settings.idle_s);
+    return std::vector<Figure>{figure};
+}
+
+Figures SoakFigures(const BenchSettings& settings) {
+    Result<std::unique_ptr<BenchRig>> bench = BenchRig::Create();
+    if (!bench.ok()) return bench.error();
+    if (Result<void> started = (*bench)->StartDaemon(); !started.ok()) return started.error();
+    Result<pid_t> pid = DaemonPid(**bench);
+    if (!pid.ok()) return pid.error();
+
+    // One batch: an indication of every family, a property read and a 4 KiB block of a 16 KiB
+    // file, whose every fourth block completes the file and copies it into place.
+    constexpr uint64_t kSoakBlock = 4096;
+    constexpr uint64_t kBlocksPerFile = 4;
+    std::vector<std::string> batch;
+    const auto indication = [&batch](const std::string& text) {
+        TarvoMessage message;
+        message.set_type(tarvo_message::INDICATION);
+        google::protobuf::TextFormat::ParseFromString(text, &message);
+        message.set_message_id(message.payload_case());
+        batch.push_back(message.SerializeAsString());
+    };
+    indication("modem_stat { report_indication { data: 'rx 1 tx 2\\n' } }");
+    indication("extended_log { indication { name: 'soak' data: 'extended log piece\\n' } }");
+    indication("userspace_log { indication { log: 'soak line' level: 4 } }");
+    indication(
+        "file { write_indication { file_name: 'soak_ind' file_dir: 1 total_size: 16 offset: 0 "
+        "data: '0123456789abcdef' } }");
+    const size_t property_at = batch.size();
+    batch.push_back({});
+    const size_t block_at = batch.size();
+    batch.push_back({});
+    TarvoMessage block;
+    block.set_type(tarvo_message::REQUEST);
+    auto* write = block.mutable_file()->mutable_write_request();
+    write->set_file_name("soak");
+    write->set_file_dir(tarvo_message::FILE_DIR_MDS);
+    write->set_total_size(kSoakBlock * kBlocksPerFile);
+    write->set_data(std::string(kSoakBlock, 's'));
+
+    struct Sample {
+        uint64_t messages;
+        uint64_t rss_kib;
+        uint64_t fds;
+    };
+    std::vector<Sample> samples;
+    uint64_t sent = 0;
+    uint64_t batches = 0;
+    const auto start = std::chrono::steady_clock::now();
+    for (uint64_t checkpoint : {settings.soak_early, settings.soak_messages}) {
+        while (sent < checkpoint) {
+            const uint32_t token = kFirstToken + static_cast<uint32_t>(batches % 0x3000);
+            batch[property_at] = PropertyRead(token);
+            write->set_offset(static_cast<uint32_t>((batches % kBlocksPerFile) * kSoakBlock));
+            block.set_token(token);
+            block.SerializeToString(&batch[block_at]);
+            if (Result<void> done = (*bench)->Batch(batch, 2); !done.ok()) {
+                return Error() << "after " << sent << " messages: " << done.error();
+            }
+            sent += batch.size();
+            ++batches;
+        }
+        Result<uint64_t> rss = RssKib(*pid);
+        Result<uint64_t> fds = FdCount(*pid);
+        if (!rss.ok() || !fds.ok()) return Error() << "the daemon is gone after " << sent;
+        samples.push_back({sent, *rss, *fds});
+    }
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if ((*bench)->responses().failures() != 0) {
+        return Error() << (*bench)->responses().failures() << " answers reported a failure";
+    }
+
+    const Sample& early = samples[0];
+    const Sample& late = samples[1];
+    std::vector<Figure> figures;
+    Figure rss = ValueAtMost("soak.rss_growth", "KiB",
+                             static_cast<double>(late.rss_kib) - early.rss_kib, 512);
+    rss.note = StringPrintf("resident %llu KiB after %llu messages, %llu KiB after %llu (%.0f s)",
+                            static_cast<unsigned long long>(early.rss_kib),
+                            static_cast<unsigned long long>(early.messages),
+                            static_cast<unsigned long long>(late.rss_kib),
+                            static_cast<unsigned long long>(late.messages), seconds);
+    figures.push_back(rss);
+    Figure fds = ValueAtMost("soak.fd_growth", "fds", static_cast<double>(late.fds) - early.fds, 0);
+    fds.note = StringPrintf(
+        "%llu open descriptors after %llu messages, %llu after %llu",
+        static_cast<unsigned long long>(early.fds), static_cast<unsigned long long>(early.messages),
+        static_cast<unsigned long long>(late.fds), static_cast<unsigned long long>(late.messages));
+    figures.push_back(fds);
+    return figures;
+}
+
+}  // namespace tarvo_bench
