@@ -1,9 +1,9 @@
 # Entry points for a host machine. `make demo` plays the daemon against the emulated modem;
-# `make test` builds everything and runs every test.
+# `make test` builds everything and runs every test; `make bench` runs the benchmarks.
 BUILD_DIR ?= build
 JOBS ?= 2
 
-.PHONY: all deps configure build test demo format clean
+.PHONY: all deps configure build test bench demo format clean
 
 all: build
 
@@ -18,6 +18,10 @@ build: configure
 
 test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
+
+# Every benchmark against its floor, as one table; the figures also go to build/bench/results.json.
+bench: build
+	$(BUILD_DIR)/bench/tarvo-bench --json $(BUILD_DIR)/bench/results.json
 
 demo: build
 	$(BUILD_DIR)/tarvo-emu run tests/scenarios/demo.textproto

@@ -14,6 +14,8 @@ namespace tarvo_bench {
 
 namespace {
 
+// The daemon reads at most this much per message.
+constexpr size_t kLargestMessage = 0x10020;
 constexpr char kEchoResponseFile[] = "/data/vendor/radio/bench_echo_response";
 
 // A property read that any healthy daemon answers; the first message of each run, untimed.
@@ -100,10 +102,13 @@ Result<void> BenchRig::StartDaemon() {
 
 void BenchRig::StopDaemon() { rig_.StopDaemon(); }
 
-Result<void> BenchRig::StartEcho(const std::string& response) {
+Result<void> BenchRig::StartEcho(const std::string& response,
+                                 const std::vector<std::string>& steps) {
     if (!rig_.WriteFile(kEchoResponseFile, response)) return Error() << "cannot write response";
-    Result<std::unique_ptr<tarvo_emu::ChildProcess>> echo = tarvo_emu::ChildProcess::Start(
-        rig_.sandbox().Command({BenchBinary("tarvo-bench-peer"), "echo", kEchoResponseFile}));
+    std::vector<std::string> command = {BenchBinary("tarvo-bench-peer"), "echo", kEchoResponseFile};
+    command.insert(command.end(), steps.begin(), steps.end());
+    Result<std::unique_ptr<tarvo_emu::ChildProcess>> echo =
+        tarvo_emu::ChildProcess::Start(rig_.sandbox().Command(command));
     if (!echo.ok()) return Error() << "echo peer: " << echo.error();
     echo_ = std::move(*echo);
     return AwaitFirstAnswer();
@@ -119,6 +124,10 @@ Result<double> BenchRig::RoundTrips(uint64_t count, const MessageMaker& make) {
     for (uint64_t i = 0; i < count; ++i) {
         std::string bytes;
         make(i, &bytes);
+        if (bytes.size() > kLargestMessage) {
+            return Error() << "message " << i << " has " << bytes.size()
+                           << " bytes, more than the daemon reads";
+        }
         ipc.Push(std::move(bytes));
         if (!responses_->WaitFor(++expected, kResponseTimeout)) {
             return Error() << "no answer to message " << i;

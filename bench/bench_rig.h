@@ -59,7 +59,9 @@ class BenchRig {
     pid_t daemon_pid() const { return rig_.daemon_pid(); }
 
     // Starts the echo peer, answering every message with `response`, and waits until it answers.
-    android::base::Result<void> StartEcho(const std::string& response);
+    // `steps` are the peer's options that add the daemon's own steps per message.
+    android::base::Result<void> StartEcho(const std::string& response,
+                                          const std::vector<std::string>& steps = {});
     void StopEcho();
 
     // Sends `count` messages made by `make`, each after the response to the one before; the

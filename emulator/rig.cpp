@@ -96,6 +96,8 @@ Result<void> Rig::RestartDaemon() {
 }
 
 void Rig::OnOutputLine(const std::string& line, bool from_daemon) {
+    // Once the daemon's pid is known, a line that is neither kept nor shown has no reader.
+    if (!options_.keep_logs && !transcript_.enabled() && daemon_pid_ != 0) return;
     std::optional<LogLine> parsed = ParseLogLine(line);
     if (!parsed) {
         transcript_.Output(line);

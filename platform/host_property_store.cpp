@@ -6,7 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include <android-base/file.h>
+#include <android-base/unique_fd.h>
 
 namespace {
 
@@ -102,13 +105,38 @@ int HostPropertyStore::Set(const std::string& name, const std::string& value) co
     return 0;
 }
 
+bool HostPropertyStore::Exists(const std::string& name) const {
+    struct stat st;
+    return IsValidName(name) && stat((dir_ + "/" + name).c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+std::optional<size_t> HostPropertyStore::GetPrefix(const std::string& name, char* value,
+                                                   size_t size) const {
+    if (!IsValidName(name)) return std::nullopt;
+    android::base::unique_fd fd(open((dir_ + "/" + name).c_str(), O_RDONLY | O_CLOEXEC));
+    if (fd < 0) return std::nullopt;
+    size_t length = 0;
+    while (length < size) {
+        const ssize_t n = TEMP_FAILURE_RETRY(read(fd, value + length, size - length));
+        if (n < 0) return std::nullopt;
+        if (n == 0) break;
+        length += n;
+    }
+    return length;
+}
+
 int property_get(const char* key, char* value, const char* default_value) {
-    std::optional<std::string> found;
-    if (key != nullptr) found = HostPropertyStore::Default().Get(key);
-    std::string result = found ? *found : (default_value != nullptr ? default_value : "");
-    if (result.size() > kMaxValueLength) result.resize(kMaxValueLength);
-    memcpy(value, result.c_str(), result.size() + 1);
-    return static_cast<int>(result.size());
+    // Only as much as the caller's buffer takes is read: a long "ro." value is cut anyway.
+    std::optional<size_t> length;
+    if (key != nullptr)
+        length = HostPropertyStore::Default().GetPrefix(key, value, kMaxValueLength);
+    if (!length) {
+        const std::string fallback = default_value != nullptr ? default_value : "";
+        length = std::min(fallback.size(), kMaxValueLength);
+        memcpy(value, fallback.data(), *length);
+    }
+    value[*length] = '\0';
+    return static_cast<int>(*length);
 }
 
 int property_set(const char* key, const char* value) {
@@ -118,6 +146,6 @@ int property_set(const char* key, const char* value) {
 
 const prop_info* __system_property_find(const char* name) {
     static const prop_info handle{};
-    if (name == nullptr || !HostPropertyStore::Default().Get(name)) return nullptr;
+    if (name == nullptr || !HostPropertyStore::Default().Exists(name)) return nullptr;
     return &handle;
 }

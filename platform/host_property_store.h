@@ -26,6 +26,10 @@ class HostPropertyStore {
     static bool IsValidValue(const std::string& name, const std::string& value);
 
     std::optional<std::string> Get(const std::string& name) const;
+    // Whether the property is set, without reading it.
+    bool Exists(const std::string& name) const;
+    // Reads at most `size` bytes of the value into `value` (not terminated); its length.
+    std::optional<size_t> GetPrefix(const std::string& name, char* value, size_t size) const;
     // 0, or -1 when the set is refused; a refused set changes nothing.
     int Set(const std::string& name, const std::string& value) const;
 
