@@ -76,6 +76,12 @@ Figure ValueAtMost(std::string name, std::string unit, double value, double boun
     return figure;
 }
 
+Figure RatioInfo(std::string name, std::string unit, double value, double floor, std::string note) {
+    Figure figure = Ratio(std::move(name), std::move(unit), value, floor);
+    figure.note = std::move(note);
+    return figure;
+}
+
 Figure Info(std::string name, std::string unit, double value, std::string note) {
     Figure figure;
     figure.name = std::move(name);

@@ -27,6 +27,8 @@ Figure RatioAtLeast(std::string name, std::string unit, double value, double flo
 Figure RatioAtMost(std::string name, std::string unit, double value, double floor, double bound);
 // An absolute value held against a bound of its own.
 Figure ValueAtMost(std::string name, std::string unit, double value, double bound);
+// A ratio shown for information, with no goal.
+Figure RatioInfo(std::string name, std::string unit, double value, double floor, std::string note);
 // Shown for information, with no goal.
 Figure Info(std::string name, std::string unit, double value, std::string note = {});
 // A figure that could not be measured in this build, with the reason.

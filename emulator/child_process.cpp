@@ -18,6 +18,8 @@ namespace tarvo_emu {
 
 namespace {
 
+constexpr int kLargePipe = 1 << 20;
+
 std::vector<char*> CStrings(const std::vector<std::string>& strings) {
     std::vector<char*> result;
     for (const std::string& s : strings) result.push_back(const_cast<char*>(s.c_str()));
@@ -43,6 +45,9 @@ Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(const std::vector<std:
                                                           ChildOptions options) {
     unique_fd out_read, out_write, err_read, err_write;
     if (!android::base::Pipe(&out_read, &out_write)) return ErrnoError() << "pipe";
+    if (options.read_interval.count() != 0 && fcntl(out_read, F_SETPIPE_SZ, kLargePipe) < 0) {
+        return ErrnoError() << "F_SETPIPE_SZ";
+    }
     if (options.separate_stderr && !android::base::Pipe(&err_read, &err_write)) {
         return ErrnoError() << "pipe";
     }
@@ -84,7 +89,8 @@ ChildProcess::ChildProcess(pid_t pid, unique_fd pidfd, ChildOptions options)
     : pid_(pid),
       pidfd_(std::move(pidfd)),
       on_line_(std::move(options.on_line)),
-      keep_output_(options.keep_output) {}
+      keep_output_(options.keep_output),
+      read_interval_(options.read_interval) {}
 
 ChildProcess::~ChildProcess() {
     if (!status_) {
@@ -127,6 +133,8 @@ std::string ChildProcess::errors() {
 
 void ChildProcess::ReadOutput(unique_fd out, unique_fd err) {
     Stream streams[] = {{std::move(out), &output_}, {std::move(err), &errors_}};
+    // Read at intervals, one read takes all that a busy process printed meanwhile.
+    std::vector<char> buffer(read_interval_.count() != 0 ? kLargePipe : 4096);
     while (true) {
         pollfd fds[2];
         nfds_t count = 0;
@@ -136,12 +144,13 @@ void ChildProcess::ReadOutput(unique_fd out, unique_fd err) {
         }
         if (count == 0) return;
         if (TEMP_FAILURE_RETRY(poll(fds, count, -1)) < 0) return;
+        if (read_interval_.count() != 0) std::this_thread::sleep_for(read_interval_);
         for (nfds_t i = 0; i < count; ++i) {
             if (fds[i].revents == 0) continue;
             Stream& stream = fds[i].fd == streams[0].fd.get() ? streams[0] : streams[1];
-            char buffer[4096];
-            const ssize_t n = TEMP_FAILURE_RETRY(read(stream.fd.get(), buffer, sizeof(buffer)));
-            if (n > 0) stream.pending.append(buffer, n);
+            const ssize_t n =
+                TEMP_FAILURE_RETRY(read(stream.fd.get(), buffer.data(), buffer.size()));
+            if (n > 0) stream.pending.append(buffer.data(), n);
             TakeLines(&stream, n <= 0);
             if (n <= 0) stream.fd.reset();
         }

@@ -26,6 +26,10 @@ struct ChildOptions {
     // Whether output() and errors() keep what was printed; a long run that only watches the lines
     // as they come turns this off.
     bool keep_output = true;
+    // When not zero, what the process prints is taken at most this often, so that a process that
+    // prints a line per event does not wake the reader for every one. Its pipe is made large
+    // enough that the process never waits for the reader meanwhile.
+    std::chrono::milliseconds read_interval{0};
 };
 
 // A child process in a process group of its own, its stdout and stderr read line by line on a
@@ -62,6 +66,7 @@ class ChildProcess {
     std::optional<int> status_;
     std::function<void(const std::string& line)> on_line_;
     const bool keep_output_;
+    const std::chrono::milliseconds read_interval_;
     std::mutex output_mutex_;
     std::string output_;
     std::string errors_;

@@ -78,7 +78,10 @@ Result<void> Rig::StartDaemon() {
     Result<std::unique_ptr<ChildProcess>> daemon = ChildProcess::Start(
         sandbox_->Command({TarvoBinary(), "-s"}),
         {.on_line = [this](const std::string& line) { OnOutputLine(line, true); },
-         .keep_output = options_.keep_logs});
+         .keep_output = options_.keep_logs,
+         // Nobody waits for a line: take them in bulk, and leave the daemon the processor.
+         .read_interval =
+             options_.keep_logs ? std::chrono::milliseconds(0) : std::chrono::milliseconds(10)});
     if (!daemon.ok()) return Error() << "tarvo -s: " << daemon.error();
     daemon_ = std::move(*daemon);
     return {};
