@@ -37,6 +37,7 @@ void ModemSide::OnUplink(const std::string& bytes) {
     }
     transcript_->Message(Transcript::Direction::kFromDaemon, message);
     received_.Add(message);
+    if (observer_) observer_(message);
     if (message.type() != tarvo_message::REQUEST) return;
 
     AutoReply rule;

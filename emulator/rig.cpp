@@ -42,6 +42,7 @@ Rig::~Rig() {
     if (modem_) modem_->Stop();
     emulator_.reset();
     modem_.reset();
+    tput_modem_.reset();
     sandbox_.reset();
 }
 
@@ -54,6 +55,10 @@ bool Rig::Start(std::string* error) {
             if (modem_) modem_->OnUplink(bytes);
         });
     modem_ = std::make_unique<ModemSide>(&emulator_->ipc(), &transcript_);
+    tput_modem_ = std::make_unique<TputModem>(&emulator_->test(), options_.tput);
+    modem_->SetObserver([this](const tarvo_message::TarvoMessage& message) {
+        tput_modem_->OnDaemonMessage(message);
+    });
     if (!emulator_->Mount(sandbox_->emulator_dir(), error)) return false;
     for (const auto& [name, device_path] : kNodes) {
         sandbox_->BindNode(device_path, emulator_->PathOf(name));
