@@ -40,7 +40,6 @@ class TestNode : public StreamNode {
     TestNode();
     ~TestNode() override;
 
-    const char* name() const override { return "oem_test"; }
     void Write(fuse_req_t req, const char* data, size_t size, off_t offset) override;
     void Shutdown() override;
 

@@ -405,9 +405,12 @@ int RunTputCommand(const TputCommandOptions& options) {
     rig_options.tput.downlink_block_size = options.block_size;
     rig_options.tput.downlink_bytes_per_s = options.bytes_per_s;
     Rig rig(std::move(rig_options));
-    std::string error;
-    if (!rig.Start(&error) || !rig.WaitForLog(0, "Start modem state monitoring")) {
-        fprintf(stderr, "tarvo-emu: the daemon did not start: %s\n", error.c_str());
+    if (android::base::Result<void> started = rig.Start(); !started.ok()) {
+        fprintf(stderr, "tarvo-emu: %s\n", started.error().message().c_str());
+        return 1;
+    }
+    if (!rig.WaitForLog(0, "Start modem state monitoring")) {
+        fprintf(stderr, "tarvo-emu: the daemon did not start\n");
         return 1;
     }
     rig.SetModemState(4);
@@ -419,6 +422,7 @@ int RunTputCommand(const TputCommandOptions& options) {
         fprintf(stderr, "tarvo-emu: the daemon did not see the modem online\n");
         return 1;
     }
+    std::string error;
     if (!RunDaemonTest(rig, &error)) {
         fprintf(stderr, "\ntarvo-emu: %s\n", error.c_str());
         return 1;
