@@ -104,14 +104,16 @@ TEST_F(TputTest, FullRunSamplesTheDownlinkAndPumpsTheWholeSchedule) {
     // Each sample's figure is its bytes in gigabits per second over 100 ms; the first is
     // counted but left out of the total.
     const std::regex sample_line(
-        R"(Modem_IPC_Test DL:Tput : (\d+\.\d{6}) \(GBps\) \| byte_counter: (\d+) )");
+        R"(Modem_IPC_Test DL:Tput : (\d+\.\d{6}) \(GBps\) \| byte_counter: (-?\d+) )");
     const std::vector<std::string> samples = LinesStartingWith("Modem_IPC_Test DL:Tput");
     ASSERT_FALSE(samples.empty());
     uint32_t total = 0;
     for (size_t i = 0; i < samples.size(); ++i) {
         std::smatch match;
         ASSERT_TRUE(std::regex_match(samples[i], match, sample_line)) << samples[i];
-        const uint32_t bytes = std::stoul(match[2]);
+        // Printed as a signed number: the first sample, which holds everything read before
+        // sampling began, can pass 2 GiB.
+        const uint32_t bytes = static_cast<uint32_t>(std::stol(match[2]));
         EXPECT_EQ(match[1], StringPrintf("%f", bytes * 8.0 / 1000 / 1000 / 1000 * 10));
         if (i > 0) total += bytes;
     }
