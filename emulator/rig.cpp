@@ -11,19 +11,10 @@
 
 namespace fs = std::filesystem;
 
+using android::base::Error;
+using android::base::Result;
+
 namespace tarvo_emu {
-
-namespace {
-
-// The emulated nodes and where a device has them.
-const std::pair<const char*, const char*> kNodes[] = {
-    {"oem_ipc1", "/dev/oem_ipc1"},
-    {"umts_boot0", "/dev/umts_boot0"},
-    {"oem_test", "/dev/oem_test"},
-    {"cp_temp", "/sys/devices/platform/cp-tm1/cp_temp"},
-};
-
-}  // namespace
 
 std::string TarvoBinary() { return TARVO_BINARY_DIR "/tarvo"; }
 
@@ -45,45 +36,47 @@ Rig::~Rig() {
     sandbox_.reset();
 }
 
-bool Rig::Start(std::string* error) {
-    sandbox_ = Sandbox::Create(error);
-    if (!sandbox_) return false;
+Result<void> Rig::Start() {
+    Result<std::unique_ptr<Sandbox>> sandbox = Sandbox::Create();
+    if (!sandbox.ok()) return Error() << "sandbox: " << sandbox.error();
+    sandbox_ = std::move(*sandbox);
 
     emulator_ =
         std::make_unique<ModemEmulator>(options_.initial_state, [this](const std::string& bytes) {
             if (modem_) modem_->OnUplink(bytes);
         });
     modem_ = std::make_unique<ModemSide>(&emulator_->ipc(), &transcript_);
-    if (!emulator_->Mount(sandbox_->emulator_dir(), error)) return false;
-    for (const auto& [name, device_path] : kNodes) {
-        sandbox_->BindNode(device_path, emulator_->PathOf(name));
+    if (Result<void> mounted = emulator_->Mount(sandbox_->emulator_dir()); !mounted.ok()) {
+        return mounted.error();
+    }
+    for (const NodePlace& node : kNodeTable) {
+        sandbox_->BindNode(node.device_path, emulator_->PathOf(node.name));
     }
 
     for (const auto& [name, value] : options_.env) sandbox_->SetEnv(name, value);
     for (const std::string& path : options_.remove) {
-        if (!sandbox_->Remove(path, error)) return false;
+        if (Result<void> removed = sandbox_->Remove(path); !removed.ok()) return removed.error();
     }
     for (const SeedFile& file : options_.files) {
         if (!WriteFile(file.path, file.content, file.mode)) {
-            *error = "cannot write " + file.path;
-            return false;
+            return Error() << "cannot write " << file.path;
         }
     }
     for (const auto& [name, value] : options_.properties) {
-        if (!SetProperty(name, value)) {
-            *error = "cannot set property " + name;
-            return false;
-        }
+        if (!SetProperty(name, value)) return Error() << "cannot set property " << name;
     }
-    return !options_.start_daemon || StartDaemon(error);
+    if (!options_.start_daemon) return {};
+    return StartDaemon();
 }
 
-bool Rig::StartDaemon(std::string* error) {
+Result<void> Rig::StartDaemon() {
     transcript_.Note("start tarvo -s");
-    daemon_ = ChildProcess::Start(
-        sandbox_->Command({TarvoBinary(), "-s"}), {},
-        [this](const std::string& line) { OnOutputLine(line, true); }, error);
-    return daemon_ != nullptr;
+    Result<std::unique_ptr<ChildProcess>> daemon = ChildProcess::Start(
+        sandbox_->Command({TarvoBinary(), "-s"}),
+        {.on_line = [this](const std::string& line) { OnOutputLine(line, true); }});
+    if (!daemon.ok()) return Error() << "tarvo -s: " << daemon.error();
+    daemon_ = std::move(*daemon);
+    return {};
 }
 
 void Rig::StopDaemon() {
@@ -146,24 +139,9 @@ size_t Rig::CountLog(int priority, const std::string& text, const std::string& t
 }
 
 ProcessResult Rig::Run(const std::vector<std::string>& command, std::chrono::milliseconds timeout) {
-    ProcessResult result;
-    std::string error;
-    std::unique_ptr<ChildProcess> process = ChildProcess::Start(
-        sandbox_->Command(command), {},
-        [this](const std::string& line) { OnOutputLine(line, false); }, &error);
-    if (!process) {
-        result.output = error;
-        return result;
-    }
-    std::optional<int> status = process->Wait(timeout);
-    if (!status) {
-        result.timed_out = true;
-        process->Kill();
-        status = process->Wait(std::chrono::seconds(10));
-    }
-    result.status = status.value_or(-1);
-    result.output = process->output();
-    return result;
+    return RunProcess(sandbox_->Command(command),
+                      {.on_line = [this](const std::string& line) { OnOutputLine(line, false); }},
+                      timeout);
 }
 
 ProcessResult Rig::RunClient(const std::vector<std::string>& args,

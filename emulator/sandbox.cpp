@@ -6,9 +6,13 @@
 #include <algorithm>
 #include <filesystem>
 
-#include <android-base/stringprintf.h>
+#include <android-base/strings.h>
 
 namespace fs = std::filesystem;
+
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
 
 namespace tarvo_emu {
 
@@ -25,7 +29,7 @@ const std::pair<const char*, const char*> kMappedTrees[] = {
 };
 
 bool IsUnder(const std::string& path, const std::string& prefix) {
-    return path == prefix || (path.rfind(prefix + "/", 0) == 0);
+    return path == prefix || android::base::StartsWith(path, prefix + "/");
 }
 
 }  // namespace
@@ -37,23 +41,17 @@ const std::vector<std::string> Sandbox::kDeviceDirectories = {
     "/vendor/firmware/uecapconfig",
 };
 
-std::unique_ptr<Sandbox> Sandbox::Create(std::string* error) {
+Result<std::unique_ptr<Sandbox>> Sandbox::Create() {
     const char* tmp = getenv("TMPDIR");
     std::string pattern =
         std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/tarvo-rig.XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) {
-        *error = android::base::StringPrintf("mkdtemp %s: %s", pattern.c_str(), strerror(errno));
-        return nullptr;
-    }
+    if (mkdtemp(pattern.data()) == nullptr) return ErrnoError() << "mkdtemp " << pattern;
     std::unique_ptr<Sandbox> sandbox(new Sandbox(pattern));
     std::error_code ec;
-    for (const char* dir : {"/emu", "/properties"}) fs::create_directories(pattern + dir, ec);
-    for (const std::string& dir : kDeviceDirectories) {
-        fs::create_directories(sandbox->HostPath(dir), ec);
-    }
-    if (ec) {
-        *error = "cannot create the sandbox tree: " + ec.message();
-        return nullptr;
+    std::vector<std::string> dirs = {pattern + "/emu", pattern + "/properties"};
+    for (const std::string& dir : kDeviceDirectories) dirs.push_back(sandbox->HostPath(dir));
+    for (const std::string& dir : dirs) {
+        if (!fs::create_directories(dir, ec) && ec) return Error(ec.value()) << "mkdir " << dir;
     }
     return sandbox;
 }
@@ -76,21 +74,19 @@ void Sandbox::BindNode(const std::string& device_path, const std::string& host_p
     nodes_.emplace_back(device_path, host_path);
 }
 
-bool Sandbox::Remove(const std::string& path, std::string* error) {
+Result<void> Sandbox::Remove(const std::string& path) {
     auto node = std::find_if(nodes_.begin(), nodes_.end(),
                              [&path](const auto& bind) { return bind.first == path; });
     if (node != nodes_.end()) {
         nodes_.erase(node);
-        return true;
+        return {};
     }
     const std::string host = HostPath(path);
-    if (host.empty()) {
-        *error = "cannot remove " + path + ": not in the sandbox's tree";
-        return false;
-    }
+    if (host.empty()) return Error() << "cannot remove " << path << ": not in the sandbox's tree";
     std::error_code ec;
     fs::remove_all(host, ec);
-    return true;
+    if (ec) return Error(ec.value()) << "cannot remove " << path;
+    return {};
 }
 
 std::vector<std::string> Sandbox::Command(const std::vector<std::string>& command) const {
@@ -132,8 +128,10 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
         dir_ + "/properties",
         "/dev/__properties__",
     };
+    // Devices allowed: a node may also be a real character device of the host, such as
+    // /dev/full for a disk that fills up.
     for (const auto& [device_path, host_path] : nodes_) {
-        args.insert(args.end(), {"--bind", host_path, device_path});
+        args.insert(args.end(), {"--dev-bind", host_path, device_path});
     }
     // The project's binaries, at their host paths.
     for (const char* tree : {TARVO_SOURCE_DIR, TARVO_BINARY_DIR}) {
