@@ -74,9 +74,14 @@ void ModemSide::Send(const TarvoMessage& message) {
 
 std::optional<TarvoMessage> ModemSide::Await(const TarvoMessage& partial,
                                              std::chrono::milliseconds timeout) {
-    return received_.Take(
+    return Await(
         [&partial](const TarvoMessage& message) { return PartiallyMatches(partial, message); },
         timeout);
+}
+
+std::optional<TarvoMessage> ModemSide::Await(const EventList<TarvoMessage>::Predicate& matches,
+                                             std::chrono::milliseconds timeout) {
+    return received_.Take(matches, timeout);
 }
 
 std::optional<TarvoMessage> ModemSide::NextNew(std::chrono::milliseconds timeout) {
