@@ -83,6 +83,8 @@ RigOptions OptionsOf(const tarvo_scenario::Scenario& scenario, std::ostream* tra
         options.properties.emplace_back(property.name(), property.value());
     }
     options.remove.assign(scenario.remove().begin(), scenario.remove().end());
+    options.data_size_limit_kib = scenario.data_size_limit_kib();
+    options.read_only.assign(scenario.read_only().begin(), scenario.read_only().end());
     options.transcript = transcript;
     return options;
 }
@@ -141,6 +143,11 @@ class StepPlayer {
             case Step::kSleepMs:
                 std::this_thread::sleep_for(milliseconds(step.sleep_ms()));
                 return {};
+            case Step::kSendRaw:
+                rig_->modem().SendRaw(step.send_raw());
+                return {};
+            case Step::kRestartDaemon:
+                return RestartDaemon(step.restart_daemon());
             case Step::kFault:
                 if (step.fault() == tarvo_scenario::NO_FAULT) return "no fault named";
                 rig_->InjectFault(FaultOf(step.fault()));
@@ -152,6 +159,12 @@ class StepPlayer {
     }
 
   private:
+    std::string RestartDaemon(bool restart) {
+        if (!restart) return {};
+        Result<void> restarted = rig_->RestartDaemon();
+        return restarted.ok() ? std::string() : "restart: " + restarted.error().message();
+    }
+
     std::string Expect(const tarvo_scenario::Expect& expect) {
         const milliseconds timeout = TimeoutOf(expect.has_timeout_ms(), expect.timeout_ms());
         if (expect.exact_payload()) {

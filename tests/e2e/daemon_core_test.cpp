@@ -54,6 +54,8 @@ TEST_F(DaemonCoreTest, MonitorReportsEveryTransitionOnce) {
 
 TEST_F(DaemonCoreTest, SteadyOnlineStateWakesNobody) {
     ASSERT_NO_FATAL_FAILURE(Start({.initial_state = 4}));
+    // Both threads have read the state once: the monitor reported it, the reader took a message.
+    ASSERT_TRUE(Logs(ANDROID_LOG_INFO, "Modem state changed from -1 to 4"));
     SendMarker();
     ASSERT_TRUE(Logs(ANDROID_LOG_ERROR, kMarkerLine));
 
