@@ -3,7 +3,7 @@
 BUILD_DIR ?= build
 JOBS ?= 2
 
-.PHONY: all deps configure build test bench demo format clean
+.PHONY: all deps configure build test bench demo tput format clean
 
 all: build
 
@@ -25,6 +25,10 @@ bench: build
 
 demo: build
 	$(BUILD_DIR)/tarvo-emu run tests/scenarios/demo.textproto
+
+# The IPC throughput test against the emulated modem: prints the table, draws build/tput.svg.
+tput: build
+	$(BUILD_DIR)/tarvo-emu tput --plot $(BUILD_DIR)/tput.svg --json $(BUILD_DIR)/tput.json
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i

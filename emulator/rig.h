@@ -22,6 +22,7 @@
 #include "modem_side.h"
 #include "sandbox.h"
 #include "tarvo_message.pb.h"
+#include "tput_modem.h"
 #include "transcript.h"
 
 namespace tarvo_emu {
@@ -48,6 +49,8 @@ struct RigOptions {
     std::vector<std::string> remove = {};
     // Environment variables for every process in the sandbox.
     std::vector<std::pair<std::string, std::string>> env = {};
+    // The modem's part in the throughput test.
+    TputSettings tput = {};
     bool start_daemon = true;
     // Where the transcript goes; null for none.
     std::ostream* transcript = nullptr;
@@ -147,6 +150,7 @@ class Rig {
     std::unique_ptr<Sandbox> sandbox_;
     std::unique_ptr<ModemEmulator> emulator_;
     std::unique_ptr<ModemSide> modem_;
+    std::unique_ptr<TputModem> tput_modem_;
     std::unique_ptr<ChildProcess> daemon_;
 };
 
