@@ -15,8 +15,8 @@ namespace tarvo_bench {
 struct BenchSettings {
     int micro_rounds = 5;
     double micro_min_time_s = 0.2;
-    int rounds = 3;
-    uint64_t round_trips = 2000;
+    int rounds = 6;
+    uint64_t round_trips = 1000;
     uint64_t transfer_mib = 64;
     std::vector<uint64_t> linearity_mib = {16, 64, 256};
     bool downlink = true;

@@ -1,5 +1,4 @@
 #include "bench_rig.h"
-#include <iostream>
 
 #include <android-base/parsedouble.h>
 #include <android-base/strings.h>
@@ -72,8 +71,7 @@ Result<std::unique_ptr<BenchRig>> BenchRig::Create() {
     tarvo_emu::RigOptions options;
     options.initial_state = 4;
     options.start_daemon = false;
-    options.keep_logs = getenv("BENCH_DEBUG") == nullptr;
-    if (getenv("BENCH_DEBUG")) options.transcript = &std::cerr;
+    options.keep_logs = false;
     options.uplink_tap = [responses](std::string_view bytes) { return responses->OnUplink(bytes); };
     options.properties = {{"ro.bench.probe", "1"}, {"persist.vendor.radio.bench", "1"}};
     std::unique_ptr<BenchRig> bench(new BenchRig(responses, std::move(options)));
