@@ -1,5 +1,7 @@
 #include "bench_rig.h"
 
+#include <thread>
+
 #include <android-base/parsedouble.h>
 #include <android-base/strings.h>
 
@@ -95,7 +97,14 @@ Result<void> BenchRig::AwaitFirstAnswer() {
 
 Result<void> BenchRig::StartDaemon() {
     if (Result<void> started = rig_.StartDaemon(); !started.ok()) return started.error();
-    return AwaitFirstAnswer();
+    if (Result<void> answered = AwaitFirstAnswer(); !answered.ok()) return answered.error();
+    // The pid comes with the daemon's first log line, which the rig takes in bulk now and then.
+    const auto deadline = std::chrono::steady_clock::now() + kResponseTimeout;
+    while (rig_.daemon_pid() == 0) {
+        if (std::chrono::steady_clock::now() > deadline) return Error() << "no daemon pid";
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return {};
 }
 
 void BenchRig::StopDaemon() { rig_.StopDaemon(); }
