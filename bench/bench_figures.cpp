@@ -243,20 +243,6 @@ Figures MicroFigures(const BenchSettings& settings) {
     }
     if (figures.empty()) return Error() << "micro benchmarks printed no figures";
 
-    // The host's property store is files; a device's is shared memory read without a system
-    // call. The dispatch without that lookup is the daemon's own part.
-    const auto find = [&figures](const std::string& name) {
-        return std::find_if(figures.begin(), figures.end(),
-                            [&name](const Figure& figure) { return figure.name == name; });
-    };
-    auto dispatch = find("micro.dispatch.property_read");
-    auto lookup = find("micro.dispatch.property_read.share.property_lookup");
-    if (dispatch != figures.end() && lookup != figures.end()) {
-        Figure own = RatioAtMost("micro.dispatch.property_read.without_host_store", "ns",
-                                 dispatch->value - lookup->value, dispatch->floor, 2);
-        own.note = "the dispatch less the host property store's file reads";
-        figures.push_back(own);
-    }
     return figures;
 }
 
