@@ -1,11 +1,16 @@
 #include "tarvo_service_handler.h"
 
+#include <exception>
+
 #include <log/log.h>
 
+#include "gnss_coex_config.h"
 #include "tarvo_message_handler.h"
 #include "vek_message.h"
 
 namespace {
+
+constexpr unsigned int kLoadGnssCoexConfig = 4;
 
 // Only the low 16 bits of an id take part in routing.
 uint16_t Id16(int id) { return static_cast<uint16_t>(id); }
@@ -80,6 +85,15 @@ unsigned int TarvoServiceHandler::OnReceiveIndication(VekMessage* indication) {
 
 unsigned int TarvoServiceHandler::SendServiceRequest(unsigned int command) {
     switch (command) {
+        case kLoadGnssCoexConfig:
+            // A table field without a number throws; the lines before it are sent, the modem's
+            // next start tries again.
+            try {
+                return LoadGnssCoexConfig();
+            } catch (const std::exception& e) {
+                ALOGE("Failed to load GNSS coex configuration: %s", e.what());
+                return tarvo_message::RESULT_INVALID;
+            }
         default:
             ALOGE("Unsupport command type %d", command);
             return tarvo_message::RESULT_INVALID;
