@@ -64,8 +64,9 @@ GnssCoexItem ParseEntry(const std::string& line) {
         return {GnssCoexItem::Kind::kInvalidBand, {}, line};
     }
 
+    const bool pair = !band2.empty();
     VekGnssBlankingRAT rat;
-    if (band2.empty()) {
+    if (!pair) {
         if (IsLte(band1)) {
             rat = kGnssBlankingLte;
             band1.erase(0, 1);
@@ -87,12 +88,12 @@ GnssCoexItem ParseEntry(const std::string& line) {
     record.push_back(static_cast<char>(kEntryFlag));
     AppendLittleEndian16(&record, ConvertBand(rat, band1));
     AppendLittleEndian16(&record, ConvertParameter(param1));
-    if (band2.empty()) {
-        AppendLittleEndian16(&record, 0);
-        AppendLittleEndian16(&record, 0);
-    } else {
+    if (pair) {
         AppendLittleEndian16(&record, ConvertBand(rat, band2));
         AppendLittleEndian16(&record, ConvertParameter(param2));
+    } else {
+        AppendLittleEndian16(&record, 0);
+        AppendLittleEndian16(&record, 0);
     }
     return {GnssCoexItem::Kind::kEntry, record, {}};
 }

@@ -55,8 +55,7 @@ bool RilClientHelperDLImpl::Init() {
         RilLog(ANDROID_LOG_ERROR, "%s::%s error: dlopen failure", "Init");
         return false;
     }
-    if (!Resolve(library_, "RILC_Open", &open_) ||
-        !Resolve(library_, "RILC_OpenV2", &open_v2_) ||
+    if (!Resolve(library_, "RILC_Open", &open_) || !Resolve(library_, "RILC_OpenV2", &open_v2_) ||
         !Resolve(library_, "RILC_Close", &close_) ||
         !Resolve(library_, "RILC_Reconnect", &reconnect_) ||
         !Resolve(library_, "RILC_RegisterUnsolicitedHandler", &register_unsolicited_handler_) ||
@@ -129,7 +128,7 @@ int RilClientHelperDLImpl::SetIndicationFilter(void* handle, int* filter, unsign
     RilLog(ANDROID_LOG_INFO, "%s::%s", "SetIndicationFilter");
     // Logged at error on every call, as the platform's own client does.
     RilLog(ANDROID_LOG_ERROR, "%s::%s filter=%p size=%zu", "SetIndicationFilter", filter,
-            static_cast<size_t>(count));
+           static_cast<size_t>(count));
     if (library_ == nullptr || set_indication_filter_ == nullptr) return 1;
     return set_indication_filter_(handle, filter, count);
 }

@@ -24,8 +24,7 @@ typedef int (*RilcRegisterUnsolicitedHandlerFunction)(void* handle, RilUnsolicit
 typedef int (*RilcSendFunction)(void* handle, unsigned int request, void* data,
                                 unsigned long length, RilResponseCallback callback,
                                 unsigned int selector);
-typedef int (*RilcSetIndicationFilterFunction)(void* handle, int32_t* filter,
-                                               unsigned long count);
+typedef int (*RilcSetIndicationFilterFunction)(void* handle, int32_t* filter, unsigned long count);
 
 void* RILC_Open();
 void* RILC_OpenV2(const char* argument);
