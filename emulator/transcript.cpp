@@ -20,6 +20,10 @@ void Transcript::Message(Direction direction, const tarvo_message::TarvoMessage&
           "{ " + ShortText(message) + " }");
 }
 
+void Transcript::Ril(Direction direction, const std::string& text) {
+    Print(direction == Direction::kToDaemon ? "ril > tarvo" : "tarvo > ril", text);
+}
+
 void Transcript::Log(const LogLine& line) { Print("log", line.ToString()); }
 
 void Transcript::Output(const std::string& line) { Print("out", line); }

@@ -10,8 +10,9 @@
 
 namespace tarvo_emu {
 
-// What happened, in order: every message both ways in protobuf text format, the log lines of
-// the processes in the sandbox, and the steps of a scenario, each with the seconds since start.
+// What happened, in order: every message both ways in protobuf text format, the RIL requests and
+// answers, the log lines of the processes in the sandbox, and the steps of a scenario, each with
+// the seconds since start.
 // With no stream it records nothing.
 class Transcript {
   public:
@@ -20,6 +21,8 @@ class Transcript {
     explicit Transcript(std::ostream* out) : out_(out) {}
 
     void Message(Direction direction, const tarvo_message::TarvoMessage& message);
+    // A request through the RIL client library, or the RIL's answer.
+    void Ril(Direction direction, const std::string& text);
     void Log(const LogLine& line);
     // A line of a process that is not a log line, such as the usage text.
     void Output(const std::string& line);
