@@ -12,6 +12,7 @@
 #include <android-base/logging.h>
 #include <log/log.h>
 
+#include "server_signals.h"
 #include "tarvo_message_handler.h"
 
 namespace {
@@ -123,9 +124,7 @@ int main(int argc, char** argv) {
         }
     }
 
-    signal(SIGUSR1, tarvo_signal_handler);
-    signal(SIGUSR2, tarvo_signal_handler);
-    signal(SIGWINCH, tarvo_signal_handler);
+    install_server_signal_handler(tarvo_signal_handler);
 
     if (modem_stat_flag == 1 && !SignalServer(SIGUSR1, "Send signal for modemstat request")) {
         return -1;
@@ -142,11 +141,15 @@ int main(int argc, char** argv) {
         return 0;
     }
 
-    if (TarvoMessageHandler::GetInstance()->Start() != 0) {
-        ALOGE("Failed to start message handler");
-        return -1;
+    {
+        // A signal that comes while the components are being built is handled once they are.
+        ScopedServerSignalBlock block;
+        if (TarvoMessageHandler::GetInstance()->Start() != 0) {
+            ALOGE("Failed to start message handler");
+            return -1;
+        }
+        WritePidFile();
     }
-    WritePidFile();
 
     while (true) sleep(UINT_MAX);
 }

@@ -1,8 +1,8 @@
 #include "thread.h"
 
-#include <signal.h>
-
 #include <log/log.h>
+
+#include "server_signals.h"
 
 Thread::Thread(Runnable* runnable) : runnable_(runnable) {}
 
@@ -13,15 +13,12 @@ void Thread::Run() {
 }
 
 int Thread::Start() {
-    // The new thread inherits the mask in force while it is created.
-    sigset_t blocked, previous;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGUSR1);
-    sigaddset(&blocked, SIGUSR2);
-    sigaddset(&blocked, SIGWINCH);
-    pthread_sigmask(SIG_BLOCK, &blocked, &previous);
-    const int result = pthread_create(&id_, nullptr, ThreadProc, this);
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    int result;
+    {
+        // The new thread inherits the mask in force while it is created.
+        ScopedServerSignalBlock block;
+        result = pthread_create(&id_, nullptr, ThreadProc, this);
+    }
     if (result == 0) started_ = 1;
     return result;
 }

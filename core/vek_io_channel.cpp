@@ -14,42 +14,57 @@ bool IsTransient(int error) { return error == EAGAIN || error == EINTR; }
 
 }  // namespace
 
-VekIoChannel::~VekIoChannel() { CloseChannel(); }
-
 int VekIoChannel::OpenChannel() {
-    if (fd_ >= 0) return 0;
-    const int fd = open(path_.c_str(), O_RDWR);
-    fd_ = fd;
-    ALOGI("Open IO channel, fd: %d channel: %s", fd, path_.c_str());
+    std::lock_guard<std::mutex> guard(lock_);
+    if (file_) return 0;
+    android::base::unique_fd fd(open(path_.c_str(), O_RDWR));
+    ALOGI("Open IO channel, fd: %d channel: %s", fd.get(), path_.c_str());
     if (fd < 0) {
-        ALOGE("Failed to open IO channel, fd: %d", fd);
+        ALOGE("Failed to open IO channel, fd: %d", fd.get());
         return -1;
     }
+    file_ = std::make_shared<const android::base::unique_fd>(std::move(fd));
     return 0;
 }
 
 int VekIoChannel::CloseChannel() {
-    const int fd = fd_.exchange(-1);
-    if (fd >= 0) close(fd);
+    SharedFd closed;
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        closed = std::move(file_);
+    }
+    // The descriptor closes here, or when the last read or write that holds it ends.
     return 0;
 }
 
+VekIoChannel::SharedFd VekIoChannel::Current() const {
+    std::lock_guard<std::mutex> guard(lock_);
+    return file_;
+}
+
+int VekIoChannel::GetFd() const {
+    const SharedFd file = Current();
+    return file ? file->get() : -1;
+}
+
 int VekIoChannel::ReadFromChannel(char* buffer, int size) {
-    if (buffer == nullptr || fd_ < 0) return -1;
-    ssize_t n = read(fd_.load(), buffer, size);
+    const SharedFd file = Current();
+    if (buffer == nullptr || !file) return -1;
+    ssize_t n = read(file->get(), buffer, size);
     while (n < 0 && IsTransient(errno)) {
         usleep(kRetryDelayUs);
-        n = read(fd_.load(), buffer, size);
+        n = read(file->get(), buffer, size);
     }
     return static_cast<int>(n);
 }
 
 int VekIoChannel::WriteToChannel(const char* data, int size) {
-    if (data == nullptr || fd_ < 0) return -1;
+    const SharedFd file = Current();
+    if (data == nullptr || !file) return -1;
     if (size < 1) return 0;
     int done = 0;
     while (done < size) {
-        const ssize_t n = write(fd_.load(), data + done, size - done);
+        const ssize_t n = write(file->get(), data + done, size - done);
         if (n >= 0) {
             done += static_cast<int>(n);
             continue;
@@ -61,6 +76,7 @@ int VekIoChannel::WriteToChannel(const char* data, int size) {
 }
 
 bool VekIoChannel::SetChannel(std::string path) {
+    std::lock_guard<std::mutex> guard(lock_);
     path_ = std::move(path);
     return true;
 }

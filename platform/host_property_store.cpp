@@ -14,6 +14,39 @@ constexpr size_t kMaxValueLength = PROPERTY_VALUE_MAX - 1;
 
 bool IsReadOnly(const std::string& name) { return name.compare(0, 3, "ro.") == 0; }
 
+// Whether `text` decodes as bionic's mbstowcs decodes UTF-8: no stray continuation byte, no
+// truncated or overlong sequence, no surrogate, nothing above U+10FFFF.
+bool IsUtf8(const std::string& text) {
+    size_t i = 0;
+    while (i < text.size()) {
+        const unsigned char lead = text[i];
+        size_t length;
+        char32_t code;
+        char32_t lowest;
+        if (lead < 0x80) {
+            ++i;
+            continue;
+        } else if ((lead & 0xE0) == 0xC0) {
+            length = 2, code = lead & 0x1F, lowest = 0x80;
+        } else if ((lead & 0xF0) == 0xE0) {
+            length = 3, code = lead & 0x0F, lowest = 0x800;
+        } else if ((lead & 0xF8) == 0xF0) {
+            length = 4, code = lead & 0x07, lowest = 0x10000;
+        } else {
+            return false;
+        }
+        if (text.size() - i < length) return false;
+        for (size_t k = 1; k < length; ++k) {
+            const unsigned char next = text[i + k];
+            if ((next & 0xC0) != 0x80) return false;
+            code = (code << 6) | (next & 0x3F);
+        }
+        if (code < lowest || (code >= 0xD800 && code <= 0xDFFF) || code > 0x10FFFF) return false;
+        i += length;
+    }
+    return true;
+}
+
 }  // namespace
 
 // Bionic hands out pointers into its property area; the host only needs a non-null handle.
@@ -25,15 +58,22 @@ HostPropertyStore& HostPropertyStore::Default() {
 }
 
 bool HostPropertyStore::IsValidName(const std::string& name) {
-    if (name.empty()) return false;
+    // As init's property service: no leading or trailing dot and no empty component, which also
+    // keeps "." and ".." from naming directories of the store.
+    if (name.empty() || name.front() == '.' || name.back() == '.') return false;
+    if (name.find("..") != std::string::npos) return false;
     for (char c : name) {
         const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
                         (c >= '0' && c <= '9') || c == '_' || c == '.' || c == '-' || c == ':' ||
                         c == '@';
         if (!ok) return false;
     }
-    // The name is a file name in the store; "." and ".." would name directories.
-    return name != "." && name != "..";
+    return true;
+}
+
+bool HostPropertyStore::IsValidValue(const std::string& name, const std::string& value) {
+    if (value.size() > kMaxValueLength && !IsReadOnly(name)) return false;
+    return IsUtf8(value);
 }
 
 std::optional<std::string> HostPropertyStore::Get(const std::string& name) const {
@@ -44,8 +84,8 @@ std::optional<std::string> HostPropertyStore::Get(const std::string& name) const
 }
 
 int HostPropertyStore::Set(const std::string& name, const std::string& value) const {
-    if (!IsValidName(name)) return -1;
-    if (value.size() > kMaxValueLength && !IsReadOnly(name)) return -1;
+    if (!IsValidName(name) || !IsValidValue(name, value)) return -1;
+    // The platform's interface takes C strings, so no value it sets holds a NUL byte.
     if (value.find('\0') != std::string::npos) return -1;
     const std::string path = dir_ + "/" + name;
     if (IsReadOnly(name) && access(path.c_str(), F_OK) == 0) return -1;

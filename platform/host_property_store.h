@@ -9,8 +9,9 @@
 // Opaque handle of an existing property, as bionic hands it out.
 struct prop_info;
 
-// A property store that behaves like Android's: names of letters, digits and "_.-:@"; values of
-// at most 91 bytes except under "ro."; an "ro." property is set once. One file per property in a
+// A property store that refuses what Android's property service refuses: names of letters, digits
+// and "_.-:@" with no leading, trailing or doubled dot; values of valid UTF-8 and at most 91 bytes
+// except under "ro."; an "ro." property is set once. One file per property in a
 // directory, each replaced atomically, so that tools outside the daemon can seed and read it.
 class HostPropertyStore {
   public:
@@ -22,6 +23,7 @@ class HostPropertyStore {
     static HostPropertyStore& Default();
 
     static bool IsValidName(const std::string& name);
+    static bool IsValidValue(const std::string& name, const std::string& value);
 
     std::optional<std::string> Get(const std::string& name) const;
     // 0, or -1 when the set is refused; a refused set changes nothing.

@@ -1,61 +1,33 @@
-#include <sys/stat.h>
-
 #include <fstream>
 #include <memory>
 #include <new>
 
 #include <log/log.h>
 
-#include "tarvo_file_directory.h"
+#include "file_request.h"
 #include "tarvo_file_message.h"
 #include "tarvo_message_handler.h"
 #include "tarvo_service_handler.h"
 
 unsigned int TarvoServiceHandler::OnReceiveFileReadRequest(VekMessage* request) {
-    if (request == nullptr || request->GetMessageId() != tarvo_message::TarvoMessage::kFile) {
-        return tarvo_message::RESULT_INVALID;
-    }
-    const tarvo_message::FileMessage& file = request->GetTarvoMessage()->file();
-    if (file.FileOperation_case() != tarvo_message::FileMessage::kReadRequest) {
-        return tarvo_message::RESULT_INVALID;
-    }
-    const tarvo_message::FileReadRequest& read = file.read_request();
-    if (!read.has_file_dir()) {
-        ALOGE("FileReadRequest requires a file_dir");
-        return tarvo_message::RESULT_INVALID;
-    }
-    if (!read.has_file_name()) {
-        ALOGE("FileReadRequest requires a file_name");
-        return tarvo_message::RESULT_INVALID;
-    }
-    ALOGI("file dir: %d and name: %s", read.file_dir(), read.file_name().c_str());
+    const tarvo_message::FileMessage* file =
+        get_file_operation(request, tarvo_message::FileMessage::kReadRequest);
+    if (file == nullptr) return tarvo_message::RESULT_INVALID;
+    const tarvo_message::FileReadRequest& read = file->read_request();
+    if (!has_file_dir_and_name(read, kFileReadRequestTexts)) return tarvo_message::RESULT_INVALID;
 
     TarvoFileMessage response(tarvo_message::RESPONSE, request);
     response.SetFileReadMessageResult(tarvo_message::FILE_RESULT_FAILURE);
-    response.SetResult(tarvo_message::RESULT_FAILURE);
-    auto fail = [&] {
-        handler_->SendResponse(response.GetVekMessage());
-        return tarvo_message::RESULT_UNAVAILABLE;
-    };
-
-    if (!TarvoFileDirectoryTable::IsValidId(read.file_dir())) {
-        ALOGE("Bad file directory: %d", read.file_dir());
+    const FileTarget target = find_file_target(read.file_dir(), read.file_name());
+    if (target.status == FileTargetStatus::kBadDirectory) {
         response.SetFileReadMessageResult(tarvo_message::FILE_RESULT_BAD_DIRECTORY);
-        return fail();
     }
-    const std::string prefix = TarvoFileDirectoryTable::FindDirectoryFromId(read.file_dir());
-    const std::string path = prefix + read.file_name();
-    ALOGI("prefix: %s file_name: %s", prefix.c_str(), read.file_name().c_str());
+    if (target.status != FileTargetStatus::kFound) return AnswerFailure(&response);
 
-    struct stat st;
-    if (stat(prefix.c_str(), &st) != 0) {
-        ALOGE("Target file directory %s does not exist or permission denied.", prefix.c_str());
-        return fail();
-    }
-    std::ifstream source(path, std::ios::in | std::ios::binary);
+    std::ifstream source(target.path, std::ios::in | std::ios::binary);
     if (!source.is_open()) {
-        ALOGE("Failed to open %s", path.c_str());
-        return fail();
+        ALOGE("Failed to open %s", target.path.c_str());
+        return AnswerFailure(&response);
     }
 
     // The modem asks for exactly the bytes it wants: a block that runs past the end of the file
@@ -70,7 +42,7 @@ unsigned int TarvoServiceHandler::OnReceiveFileReadRequest(VekMessage* request) 
     }
     if (buffer == nullptr || source.fail() || source.bad()) {
         ALOGE("Failed to read target file correctly");
-        return fail();
+        return AnswerFailure(&response);
     }
     source.close();
 

@@ -1,30 +1,24 @@
+#include "file_request.h"
 #include "file_write_staging.h"
 #include "tarvo_service_handler.h"
 #include "vek_message.h"
 
 unsigned int TarvoServiceHandler::OnReceiveFileWriteIndication(VekMessage* indication) {
-    if (indication == nullptr || indication->GetMessageId() != tarvo_message::TarvoMessage::kFile) {
-        return tarvo_message::RESULT_INVALID;
-    }
-    const tarvo_message::FileMessage& file = indication->GetTarvoMessage()->file();
-    if (file.FileOperation_case() != tarvo_message::FileMessage::kWriteIndication) {
-        return tarvo_message::RESULT_INVALID;
-    }
+    const tarvo_message::FileMessage* file =
+        get_file_operation(indication, tarvo_message::FileMessage::kWriteIndication);
+    if (file == nullptr) return tarvo_message::RESULT_INVALID;
+    const tarvo_message::FileWriteIndication& write = file->write_indication();
     // Unlike a write request, an indication's own file_path does not mark the old protocol: it is
     // ignored and the block is stored like any other.
-
-    static constexpr FileWriteStagingTexts kTexts = {
-        "FileWriteIndication requires a file_dir", "FileWriteIndication requires a file_name",
-        ANDROID_LOG_ERROR, "Fail to open", "Move file into target path done"};
-    // Nothing is ever sent back for an indication; the outcome shows only in the log.
-    switch (stage_file_write_block(FileWriteBlock::From(file.write_indication()), kTexts).status) {
-        case FileWriteStagingStatus::kRejected:
-            return tarvo_message::RESULT_INVALID;
-        case FileWriteStagingStatus::kFailed:
-            return tarvo_message::RESULT_UNAVAILABLE;
-        case FileWriteStagingStatus::kAccepted:
-        case FileWriteStagingStatus::kCompleted:
-            return tarvo_message::RESULT_SUCCESS;
+    if (!has_file_dir_and_name(write, kFileWriteIndicationTexts)) {
+        return tarvo_message::RESULT_INVALID;
     }
-    return tarvo_message::RESULT_UNAVAILABLE;
+
+    static constexpr FileWriteStagingTexts kTexts = {ANDROID_LOG_ERROR, "Fail to open",
+                                                     "Move file into target path done"};
+    // Nothing is ever sent back for an indication; the outcome shows only in the log.
+    const FileWriteStagingResult staged =
+        stage_file_write_block(FileWriteBlock::From(write), kTexts);
+    return staged.status == FileWriteStagingStatus::kFailed ? tarvo_message::RESULT_UNAVAILABLE
+                                                            : tarvo_message::RESULT_SUCCESS;
 }

@@ -1,12 +1,17 @@
 #include "file_write_staging.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
+#include <vector>
 
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
 #include <log/log.h>
 
+#include "file_request.h"
 #include "tarvo_file_directory.h"
 
 namespace {
@@ -18,6 +23,7 @@ using tarvo_message::FILE_RESULT_FAILURE;
 constexpr char kStagingDirectory[] = "/data/vendor/radio/modem_temp_file/";
 constexpr mode_t kTemporaryFileMode = 0664;
 constexpr mode_t kCompletedFileMode = 0666;
+constexpr size_t kCopyBufferSize = 64 * 1024;
 
 // The umask is process-wide; only the reader thread, which runs this, creates files meanwhile.
 class ScopedUmask {
@@ -30,10 +36,6 @@ class ScopedUmask {
   private:
     mode_t previous_;
 };
-
-FileWriteStagingResult Rejected() {
-    return {FileWriteStagingStatus::kRejected, FILE_RESULT_FAILURE};
-}
 
 FileWriteStagingResult Failed(tarvo_message::FileMessageResult file_result = FILE_RESULT_FAILURE) {
     return {FileWriteStagingStatus::kFailed, file_result};
@@ -57,8 +59,29 @@ bool AppendToTemporaryFile(const std::string& path, const std::string& data,
     return true;
 }
 
+// Copies `from` over `to` (created with mode 0666 under the current umask); false unless every
+// byte was written and the target closed cleanly.
+bool CopyFile(const std::string& from, const std::string& to) {
+    android::base::unique_fd source(open(from.c_str(), O_RDONLY | O_CLOEXEC));
+    if (source < 0) return false;
+    android::base::unique_fd target(
+        open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kCompletedFileMode));
+    if (target < 0) return false;
+    // Streams through one buffer; the file is never held in memory whole.
+    std::vector<char> buffer(kCopyBufferSize);
+    while (true) {
+        const ssize_t n = TEMP_FAILURE_RETRY(read(source, buffer.data(), buffer.size()));
+        if (n < 0) return false;
+        if (n == 0) break;
+        if (!android::base::WriteFully(target, buffer.data(), n)) return false;
+    }
+    // Some file systems report a failed write only at close.
+    return close(target.release()) == 0;
+}
+
 // Replaces the target with the completed temporary file. Whatever happens to the copy, the
-// temporary file is removed afterwards, so a failed copy leaves neither file behind.
+// temporary file is removed afterwards. A copy that did not complete leaves no target either, so
+// that the modem, told of the failure, sends the whole file again.
 FileWriteStagingResult MoveIntoTarget(const std::string& prefix, const std::string& temporary_path,
                                       const std::string& target_path,
                                       const FileWriteStagingTexts& texts) {
@@ -71,17 +94,10 @@ FileWriteStagingResult MoveIntoTarget(const std::string& prefix, const std::stri
         return Failed();
     }
 
-    bool copied = false;
-    {
-        std::ifstream temporary(temporary_path, std::ios::in | std::ios::binary);
-        std::ofstream target(target_path, std::ios::out | std::ios::trunc | std::ios::binary);
-        if (!temporary.is_open() || !target.is_open()) {
-            ALOGE("File transfer failed.");
-        } else {
-            // Streams through the buffers; the file is never held in memory whole.
-            target << temporary.rdbuf();
-            copied = true;
-        }
+    const bool copied = CopyFile(temporary_path, target_path);
+    if (!copied) {
+        ALOGE("File transfer failed.");
+        unlink(target_path.c_str());
     }
     unlink(temporary_path.c_str());
     chmod(target_path.c_str(), kCompletedFileMode);
@@ -95,20 +111,7 @@ FileWriteStagingResult MoveIntoTarget(const std::string& prefix, const std::stri
 
 FileWriteStagingResult stage_file_write_block(const FileWriteBlock& block,
                                               const FileWriteStagingTexts& texts) {
-    if (!block.has_file_dir) {
-        ALOGE("%s", texts.missing_file_dir);
-        return Rejected();
-    }
-    if (!block.has_file_name) {
-        ALOGE("%s", texts.missing_file_name);
-        return Rejected();
-    }
-    ALOGI("file dir: %d and name: %s", block.file_dir, block.file_name.c_str());
-
-    if (!TarvoFileDirectoryTable::IsValidId(block.file_dir)) {
-        ALOGE("Bad file directory: %d", block.file_dir);
-        return Failed(FILE_RESULT_BAD_DIRECTORY);
-    }
+    if (!is_allowed_file_dir(block.file_dir)) return Failed(FILE_RESULT_BAD_DIRECTORY);
 
     const std::string prefix = TarvoFileDirectoryTable::FindDirectoryFromId(
         static_cast<tarvo_message::FileDirectory>(block.file_dir));
@@ -145,7 +148,7 @@ FileWriteStagingResult stage_file_write_block(const FileWriteBlock& block,
         return Failed(FILE_RESULT_BAD_OFFSET);
     }
 
-    if (!AppendToTemporaryFile(temporary_path, *block.data, texts)) return Failed();
+    if (!AppendToTemporaryFile(temporary_path, block.data, texts)) return Failed();
     chmod(temporary_path.c_str(), kTemporaryFileMode);
 
     if (stat(temporary_path.c_str(), &st) != 0) {

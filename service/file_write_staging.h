@@ -8,35 +8,29 @@
 #include "tarvo_message.pb.h"
 
 // One block of a staged file transfer. Write requests and write indications carry the same
-// fields in different messages; both are read into this.
+// fields in different messages; both are read into this once their name and directory are known.
 struct FileWriteBlock {
-    bool has_file_dir;
     int file_dir;
-    bool has_file_name;
-    std::string file_name;
-    const std::string* data;
+    const std::string& file_name;
+    const std::string& data;
     uint32_t total_size;
     uint32_t offset;
 
     template <typename Message>
     static FileWriteBlock From(const Message& message) {
-        return {message.has_file_dir(), message.file_dir(), message.has_file_name(),
-                message.file_name(),    &message.data(),    message.total_size(),
+        return {message.file_dir(), message.file_name(), message.data(), message.total_size(),
                 message.offset()};
     }
 };
 
 // What tells the two kinds of staged transfer apart in the log.
 struct FileWriteStagingTexts {
-    const char* missing_file_dir;
-    const char* missing_file_name;
     android_LogPriority handle_priority;  // of "Handle file write operation to path: ..."
     const char* open_failed;              // followed by the temporary path
     const char* completed;                // logged at error priority
 };
 
 enum class FileWriteStagingStatus {
-    kRejected,   // unusable message: never answered
     kFailed,     // answered with failure and `file_result`
     kAccepted,   // block stored, more expected
     kCompleted,  // target file replaced

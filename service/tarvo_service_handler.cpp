@@ -6,6 +6,7 @@
 
 #include "gnss_coex_config.h"
 #include "tarvo_message_handler.h"
+#include "tarvo_payload_message.h"
 #include "vek_message.h"
 
 namespace {
@@ -98,4 +99,10 @@ unsigned int TarvoServiceHandler::SendServiceRequest(unsigned int command) {
             ALOGE("Unsupport command type %d", command);
             return tarvo_message::RESULT_INVALID;
     }
+}
+
+unsigned int TarvoServiceHandler::AnswerFailure(TarvoPayloadMessage* response) {
+    response->SetResult(tarvo_message::RESULT_FAILURE);
+    handler_->SendResponse(response->GetVekMessage());
+    return tarvo_message::RESULT_UNAVAILABLE;
 }

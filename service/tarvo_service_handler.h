@@ -4,6 +4,7 @@
 #include <memory>
 
 class TarvoMessageHandler;
+class TarvoPayloadMessage;
 class VekMessage;
 
 // Entry point for the modem's requests and indications and for the daemon's own service commands.
@@ -33,6 +34,10 @@ class TarvoServiceHandler {
                                   uint32_t* size);
 
   private:
+    // Sends `response` with the envelope result 5 and returns 8, the status of a failure that the
+    // modem was told of; the send's own status is not returned.
+    unsigned int AnswerFailure(TarvoPayloadMessage* response);
+
     // Modem file transfers (message id 9).
     unsigned int OnReceiveFileWriteRequest(VekMessage* request);
     unsigned int OnReceiveFileAppendRequest(VekMessage* request);

@@ -30,7 +30,8 @@ TEST_F(HostPropertyStoreTest, NamesAreLettersDigitsAndUnderscoreDotDashColonAt) 
     EXPECT_EQ(store_.Set("vendor.A_z-0:9@x", "1"), 0);
     EXPECT_EQ(store_.Get("vendor.A_z-0:9@x"), "1");
 
-    for (const char* bad : {"", "a/b", "a b", "a\nb", "..", ".", "a$", "näme"}) {
+    for (const char* bad :
+         {"", "a/b", "a b", "a\nb", "..", ".", "a$", "näme", ".a", "a.", "persist..x", "a...b"}) {
         EXPECT_EQ(store_.Set(bad, "1"), -1) << bad;
         EXPECT_EQ(store_.Get(bad), std::nullopt) << bad;
     }
@@ -45,6 +46,23 @@ TEST_F(HostPropertyStoreTest, ValuesUpTo91BytesExceptUnderRo) {
 
     EXPECT_EQ(store_.Set("ro.vendor.long", std::string(200, 'r')), 0);
     EXPECT_EQ(store_.Get("ro.vendor.long"), std::string(200, 'r'));
+}
+
+TEST_F(HostPropertyStoreTest, ValuesMustBeUtf8AsThePlatformDecodesIt) {
+    for (const char* good : {"", "plain", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80",
+                             "\xEF\xBF\xBF", "\xF4\x8F\xBF\xBF"}) {
+        EXPECT_EQ(store_.Set("vendor.utf8", good), 0) << good;
+        EXPECT_EQ(store_.Get("vendor.utf8"), good);
+    }
+    // A stray continuation byte, a lead byte that nothing follows, an overlong "/", a surrogate,
+    // a code point above U+10FFFF and a byte that never begins a sequence.
+    for (const char* bad : {"a\xFF.bin", "\x80", "x\xC3", "\xE2\x82", "\xC0\xAF", "\xED\xA0\x80",
+                            "\xF4\x90\x80\x80", "\xF8\x88\x80\x80\x80"}) {
+        EXPECT_EQ(store_.Set("vendor.utf8", bad), -1) << bad;
+    }
+    EXPECT_EQ(store_.Get("vendor.utf8"), "\xF4\x8F\xBF\xBF");
+    // Long values under "ro." are checked all the same.
+    EXPECT_EQ(store_.Set("ro.vendor.bad", std::string(100, 'r') + "\xFF"), -1);
 }
 
 TEST_F(HostPropertyStoreTest, RoPropertiesAreSetOnceAndEmptyValuesExist) {
