@@ -9,6 +9,8 @@
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
 
+#include "ril_wire.h"
+
 namespace fs = std::filesystem;
 
 namespace tarvo_emu {
@@ -37,6 +39,7 @@ Rig::Rig(RigOptions options) : options_(std::move(options)), transcript_(options
 
 Rig::~Rig() {
     daemon_.reset();
+    if (ril_) ril_->Stop();
     // The replies stop before the filesystem goes, and the filesystem, whose threads hand the
     // daemon's messages to the modem side, goes before the modem side.
     if (modem_) modem_->Stop();
@@ -59,6 +62,7 @@ bool Rig::Start(std::string* error) {
         sandbox_->BindNode(device_path, emulator_->PathOf(name));
     }
 
+    if (!SetUpRil(error)) return false;
     for (const auto& [name, value] : options_.env) sandbox_->SetEnv(name, value);
     for (const std::string& path : options_.remove) {
         if (!sandbox_->Remove(path, error)) return false;
@@ -76,6 +80,30 @@ bool Rig::Start(std::string* error) {
         }
     }
     return !options_.start_daemon || StartDaemon(error);
+}
+
+bool Rig::SetUpRil(std::string* error) {
+    ril_ = std::make_unique<RilSide>(&transcript_);
+    const RilLibraryOptions& options = options_.ril;
+    if (!options.absent) {
+        const std::string variant =
+            options.omit_symbol.empty() ? "full" : "without-" + options.omit_symbol;
+        const std::string library = TARVO_BINARY_DIR "/vekril/" + variant + "/libvekril-client.so";
+        std::error_code ec;
+        fs::copy_file(library, sandbox_->HostPath("/vendor/lib64/libvekril-client.so"), ec);
+        if (ec) {
+            *error = "no RIL client library " + variant + ": " + ec.message();
+            return false;
+        }
+    }
+    if (options.open_fails) return true;
+    android::base::Result<void> listening =
+        ril_->Listen(sandbox_->socket_dir() + "/" + fs::path(kRilSocketPath).filename().string());
+    if (!listening.ok()) {
+        *error = "RIL socket: " + listening.error().message();
+        return false;
+    }
+    return true;
 }
 
 bool Rig::StartDaemon(std::string* error) {

@@ -8,6 +8,8 @@
 
 #include <android-base/stringprintf.h>
 
+#include "ril_wire.h"
+
 namespace fs = std::filesystem;
 
 namespace tarvo_emu {
@@ -34,7 +36,7 @@ const std::vector<std::string> Sandbox::kDeviceDirectories = {
     "/data/vendor/radio/modem_temp_file", "/data/vendor/radio/mds",
     "/data/vendor/radio/extended_logs",   "/data/vendor/modem_stat",
     "/mnt/vendor/modem_userdata/replay",  "/vendor/etc/modem",
-    "/vendor/firmware/uecapconfig",
+    "/vendor/firmware/uecapconfig",       "/vendor/lib64",
 };
 
 std::unique_ptr<Sandbox> Sandbox::Create(std::string* error) {
@@ -47,7 +49,9 @@ std::unique_ptr<Sandbox> Sandbox::Create(std::string* error) {
     }
     std::unique_ptr<Sandbox> sandbox(new Sandbox(pattern));
     std::error_code ec;
-    for (const char* dir : {"/emu", "/properties"}) fs::create_directories(pattern + dir, ec);
+    for (const char* dir : {"/emu", "/properties", "/socket"}) {
+        fs::create_directories(pattern + dir, ec);
+    }
     for (const std::string& dir : kDeviceDirectories) {
         fs::create_directories(sandbox->HostPath(dir), ec);
     }
@@ -131,6 +135,9 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
         "--bind",
         dir_ + "/properties",
         "/dev/__properties__",
+        "--bind",
+        socket_dir(),
+        kRilSocketDir,
     };
     for (const auto& [device_path, host_path] : nodes_) {
         args.insert(args.end(), {"--bind", host_path, device_path});
@@ -140,7 +147,9 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
         args.insert(args.end(), {"--ro-bind", tree, tree});
     }
     args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin", "--setenv",
-                             "ANDROID_LOG_TAGS", "*:v"});
+                             "ANDROID_LOG_TAGS", "*:v",
+                             // Where a device's linker finds the vendor's libraries.
+                             "--setenv", "LD_LIBRARY_PATH", "/vendor/lib64"});
     for (const auto& [name, value] : env_) args.insert(args.end(), {"--setenv", name, value});
     args.emplace_back("--");
     args.insert(args.end(), command.begin(), command.end());
