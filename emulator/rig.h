@@ -41,7 +41,7 @@ struct RilLibraryOptions {
     // No library at all.
     bool absent = false;
     // A library that lacks this entry point, e.g. "RILC_Reconnect".
-    std::string omit_symbol;
+    std::string omit_symbol = {};
     // Nobody listens on the RIL's socket, so opening a client fails.
     bool open_fails = false;
 };
