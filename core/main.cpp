@@ -5,10 +5,9 @@
 
 #include <climits>
 #include <exception>
-#include <fstream>
-#include <sstream>
 #include <string>
 
+#include <android-base/file.h>
 #include <android-base/logging.h>
 #include <log/log.h>
 
@@ -58,15 +57,13 @@ void tarvo_signal_handler(int signal) {
 }
 
 int tarvo_get_pid() {
-    std::ifstream file(kPidFile);
-    if (!file) {
+    std::string text;
+    if (!android::base::ReadFileToString(kPidFile, &text, /*follow_symlinks=*/true)) {
         ALOGE("Unable to access pid file");
         return -1;
     }
-    std::stringstream text;
-    text << file.rdbuf();
     try {
-        return std::stoi(text.str(), nullptr, 10);
+        return std::stoi(text, nullptr, 10);
     } catch (const std::exception& e) {
         ALOGE("%s", e.what());
         return -1;
@@ -87,10 +84,10 @@ bool SignalServer(int signal, const char* message) {
     return true;
 }
 
+// Created with the process umask; a failure is silent.
 void WritePidFile() {
     remove(kPidFile);
-    std::ofstream file(kPidFile);
-    file << getpid();
+    android::base::WriteStringToFile(std::to_string(getpid()), kPidFile, /*follow_symlinks=*/true);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <string>
@@ -32,6 +33,10 @@ class IpcNode : public StreamNode {
     void Push(std::string message);
     void InjectFault(IpcFault fault);
     size_t queued();
+    // When a read last ended in an injected end of file or error, and when the node was last
+    // opened: the daemon pauses between the two.
+    std::chrono::steady_clock::time_point last_read_fault_at();
+    std::chrono::steady_clock::time_point last_open_at();
 
   protected:
     bool HasItemLocked() const override;
@@ -48,6 +53,8 @@ class IpcNode : public StreamNode {
     std::deque<Item> items_;
     bool hung_up_ = false;
     bool fail_next_write_ = false;
+    std::chrono::steady_clock::time_point last_read_fault_at_;
+    std::chrono::steady_clock::time_point last_open_at_;
 };
 
 }  // namespace tarvo_emu

@@ -139,8 +139,10 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
         socket_dir(),
         kRilSocketDir,
     };
+    // Devices allowed: a node may also be a real character device of the host, such as
+    // /dev/full for a disk that fills up.
     for (const auto& [device_path, host_path] : nodes_) {
-        args.insert(args.end(), {"--bind", host_path, device_path});
+        args.insert(args.end(), {"--dev-bind", host_path, device_path});
     }
     // The project's binaries, at their host paths.
     for (const char* tree : {TARVO_SOURCE_DIR, TARVO_BINARY_DIR}) {

@@ -16,14 +16,12 @@ constexpr mode_t kAppendedFileMode = 0664;
 }  // namespace
 
 unsigned int TarvoServiceHandler::OnReceiveFileAppendRequest(VekMessage* request) {
-    const tarvo_message::FileMessage* file =
-        get_file_operation(request, tarvo_message::FileMessage::kAppendRequest);
-    if (file == nullptr) return tarvo_message::RESULT_INVALID;
-    const tarvo_message::FileAppendRequest& append = file->append_request();
     // Appends share the write request's texts.
-    if (!has_file_dir_and_name(append, kFileWriteRequestTexts)) {
-        return tarvo_message::RESULT_INVALID;
-    }
+    const tarvo_message::FileAppendRequest* named = get_named_file_operation(
+        request, tarvo_message::FileMessage::kAppendRequest,
+        &tarvo_message::FileMessage::append_request, kFileWriteRequestTexts);
+    if (named == nullptr) return tarvo_message::RESULT_INVALID;
+    const tarvo_message::FileAppendRequest& append = *named;
 
     TarvoFileMessage response(tarvo_message::RESPONSE, request);
     response.FillWriteResponse();

@@ -10,11 +10,11 @@
 #include "tarvo_service_handler.h"
 
 unsigned int TarvoServiceHandler::OnReceiveFileReadRequest(VekMessage* request) {
-    const tarvo_message::FileMessage* file =
-        get_file_operation(request, tarvo_message::FileMessage::kReadRequest);
-    if (file == nullptr) return tarvo_message::RESULT_INVALID;
-    const tarvo_message::FileReadRequest& read = file->read_request();
-    if (!has_file_dir_and_name(read, kFileReadRequestTexts)) return tarvo_message::RESULT_INVALID;
+    const tarvo_message::FileReadRequest* named =
+        get_named_file_operation(request, tarvo_message::FileMessage::kReadRequest,
+                                 &tarvo_message::FileMessage::read_request, kFileReadRequestTexts);
+    if (named == nullptr) return tarvo_message::RESULT_INVALID;
+    const tarvo_message::FileReadRequest& read = *named;
 
     TarvoFileMessage response(tarvo_message::RESPONSE, request);
     response.SetFileReadMessageResult(tarvo_message::FILE_RESULT_FAILURE);

@@ -44,6 +44,20 @@ bool has_file_dir_and_name(const Request& request, const FileFieldTexts& texts) 
     return true;
 }
 
+// The operation of `message` when it is a file message of that kind that names both a directory
+// and a file; null otherwise, after logging a missing field.
+template <typename Operation>
+const Operation* get_named_file_operation(const VekMessage* message,
+                                          tarvo_message::FileMessage::FileOperationCase operation,
+                                          const Operation& (tarvo_message::FileMessage::*get)()
+                                              const,
+                                          const FileFieldTexts& texts) {
+    const tarvo_message::FileMessage* file = get_file_operation(message, operation);
+    if (file == nullptr) return nullptr;
+    const Operation& named = (file->*get)();
+    return has_file_dir_and_name(named, texts) ? &named : nullptr;
+}
+
 // Whether the modem may use the directory id; logs a refused one.
 bool is_allowed_file_dir(int file_dir);
 

@@ -4,21 +4,18 @@
 #include "vek_message.h"
 
 unsigned int TarvoServiceHandler::OnReceiveFileWriteIndication(VekMessage* indication) {
-    const tarvo_message::FileMessage* file =
-        get_file_operation(indication, tarvo_message::FileMessage::kWriteIndication);
-    if (file == nullptr) return tarvo_message::RESULT_INVALID;
-    const tarvo_message::FileWriteIndication& write = file->write_indication();
     // Unlike a write request, an indication's own file_path does not mark the old protocol: it is
     // ignored and the block is stored like any other.
-    if (!has_file_dir_and_name(write, kFileWriteIndicationTexts)) {
-        return tarvo_message::RESULT_INVALID;
-    }
+    const tarvo_message::FileWriteIndication* write = get_named_file_operation(
+        indication, tarvo_message::FileMessage::kWriteIndication,
+        &tarvo_message::FileMessage::write_indication, kFileWriteIndicationTexts);
+    if (write == nullptr) return tarvo_message::RESULT_INVALID;
 
     static constexpr FileWriteStagingTexts kTexts = {ANDROID_LOG_ERROR, "Fail to open",
                                                      "Move file into target path done"};
     // Nothing is ever sent back for an indication; the outcome shows only in the log.
     const FileWriteStagingResult staged =
-        stage_file_write_block(FileWriteBlock::From(write), kTexts);
+        stage_file_write_block(FileWriteBlock::From(*write), kTexts);
     return staged.status == FileWriteStagingStatus::kFailed ? tarvo_message::RESULT_UNAVAILABLE
                                                             : tarvo_message::RESULT_SUCCESS;
 }

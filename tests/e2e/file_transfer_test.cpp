@@ -100,4 +100,37 @@ TEST_F(FileTransferTest, ReadPastTheEndSendsNoPartialData) {
     EXPECT_FALSE(response->file().read_response().has_data());
 }
 
+TEST_F(FileTransferTest, NamesNeedNotBeUtf8) {
+    // The firmware promises bytes, not UTF-8: the name is used as it stands.
+    const std::string name = "a\xff.bin";
+    Message write =
+        Text("file { write_request { file_dir: 1 total_size: 4 offset: 0 data: 'abcd' } }");
+    write.mutable_file()->mutable_write_request()->set_file_name(name);
+    std::optional<Message> response = Request(write);
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->result(), tarvo_message::RESULT_SUCCESS);
+    EXPECT_TRUE(Logs(ANDROID_LOG_INFO, "file dir: 1 and name: " + name));
+    EXPECT_EQ(rig().ReadFile("/data/vendor/radio/mds/" + name), "abcd");
+}
+
+class FileTransferFaultTest : public TarvoE2eTest {};
+
+TEST_F(FileTransferFaultTest, AFinalCopyCutShortIsAFailureAndLeavesNothingBehind) {
+    ASSERT_NO_FATAL_FAILURE(Start({.initial_state = 4, .start_daemon = false}));
+    // The target is the host's /dev/full: it opens, and every write to it fails with ENOSPC.
+    rig().sandbox().BindNode("/data/vendor/radio/mds/full.bin", "/dev/full");
+    std::string error;
+    ASSERT_TRUE(rig().StartDaemon(&error)) << error;
+
+    std::optional<Message> response = Request(
+        Text("file { write_request { file_name: 'full.bin' file_dir: 1 total_size: 4 offset: 0 "
+             "data: 'abcd' } }"));
+    ASSERT_TRUE(response);
+    EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "File transfer failed."));
+    EXPECT_EQ(response->result(), tarvo_message::RESULT_FAILURE);
+    EXPECT_EQ(response->file().write_response().result(), tarvo_message::FILE_RESULT_FAILURE);
+    EXPECT_EQ(rig().CountLog(ANDROID_LOG_ERROR, "Moved file into target path"), 0u);
+    EXPECT_FALSE(rig().FileMode("/data/vendor/radio/modem_temp_file/full.bin"));
+}
+
 }  // namespace

@@ -26,43 +26,15 @@ TEST(TarvoPropertyMessageTest, ResponseCarriesTheRequestTokenOrNone) {
     EXPECT_FALSE(silent.GetVekMessage()->GetTarvoMessage()->has_token());
 }
 
-TEST(TarvoPropertyMessageTest, FillsSelectTheirCaseAndReplaceTheOther) {
-    auto request = Received("type: REQUEST token: 1");
-    TarvoPropertyMessage answer(tarvo_message::RESPONSE, request.get());
-    const TarvoMessage& envelope = *answer.GetVekMessage()->GetTarvoMessage();
-
-    answer.FillReadResponse("abc");
-    ASSERT_EQ(envelope.payload_case(), TarvoMessage::kProperty);
-    ASSERT_EQ(envelope.property().Property_case(), PropertyMessage::kReadResponse);
-    EXPECT_EQ(envelope.property().read_response().value(), "abc");
-
-    answer.FillWriteResponse();
-    EXPECT_EQ(envelope.property().Property_case(), PropertyMessage::kWriteResponse);
-    answer.FillWriteResponse();
-    EXPECT_EQ(envelope.property().Property_case(), PropertyMessage::kWriteResponse);
-
-    answer.FillReadResponse("");
-    ASSERT_EQ(envelope.property().Property_case(), PropertyMessage::kReadResponse);
-    EXPECT_TRUE(envelope.property().read_response().has_value());
-    EXPECT_EQ(envelope.property().read_response().value(), "");
-
-    answer.SetResult(tarvo_message::RESULT_IO_ERROR);
-    EXPECT_EQ(answer.GetVekMessage()->GetResult(), tarvo_message::RESULT_IO_ERROR);
-}
-
 // Outside the host sandbox the property store's directory does not exist, so every read and
 // write fails as a refused one does on a device. The success paths run end to end.
-class PropertyRequestTest : public ::testing::Test {
+class PropertyRequestTest : public ServiceHandlerTest {
   protected:
     void SetUp() override {
         if (access(HostPropertyStore::kDefaultDir, F_OK) == 0) {
             GTEST_SKIP() << "a property store exists here; covered end to end";
         }
     }
-
-    RecordingMessageHandler modem_;
-    TarvoServiceHandler service_{&modem_};
-    LogCapture logs_;
 };
 
 TEST_F(PropertyRequestTest, FailedReadAnswersResultSevenWithAnEmptyValue) {
@@ -71,15 +43,15 @@ TEST_F(PropertyRequestTest, FailedReadAnswersResultSevenWithAnEmptyValue) {
 
     EXPECT_EQ(service_.OnReceivePropertyRequest(request.get()), 0u);
 
-    ASSERT_EQ(modem_.Responses().size(), 1u);
-    const TarvoMessage& answer = modem_.Response(0);
+    ASSERT_EQ(handler_.Responses().size(), 1u);
+    const TarvoMessage& answer = handler_.Response(0);
     EXPECT_EQ(answer.token(), 9u);
     EXPECT_EQ(answer.result(), tarvo_message::RESULT_IO_ERROR);
     ASSERT_EQ(answer.property().Property_case(), PropertyMessage::kReadResponse);
     EXPECT_TRUE(answer.property().read_response().has_value());
     EXPECT_EQ(answer.property().read_response().value(), "");
     EXPECT_EQ(
-        logs_.Lines(),
+        log_.Lines(),
         (std::vector<LogLine>{{ANDROID_LOG_ERROR, "Failed to read property vendor.tarvo.none"}}));
 }
 
@@ -89,12 +61,12 @@ TEST_F(PropertyRequestTest, RefusedWriteAnswersResultSevenWithAWriteResponse) {
 
     EXPECT_EQ(service_.OnReceivePropertyRequest(request.get()), 0u);
 
-    ASSERT_EQ(modem_.Responses().size(), 1u);
-    const TarvoMessage& answer = modem_.Response(0);
+    ASSERT_EQ(handler_.Responses().size(), 1u);
+    const TarvoMessage& answer = handler_.Response(0);
     EXPECT_FALSE(answer.has_token());
     EXPECT_EQ(answer.result(), tarvo_message::RESULT_IO_ERROR);
     EXPECT_EQ(answer.property().Property_case(), PropertyMessage::kWriteResponse);
-    EXPECT_EQ(logs_.Lines(),
+    EXPECT_EQ(log_.Lines(),
               (std::vector<LogLine>{
                   {ANDROID_LOG_ERROR, "Failed to write property vendor.tarvo.x with value on"}}));
 }
@@ -114,12 +86,12 @@ TEST_F(PropertyRequestTest, UnhandledMessagesGetNoAnswer) {
     VekMessage no_envelope(nullptr, 0);
     EXPECT_EQ(service_.OnReceivePropertyRequest(&no_envelope), 2u);
     EXPECT_EQ(service_.OnReceivePropertyRequest(nullptr), 2u);
-    EXPECT_EQ(modem_.Attempts(), 0u);
-    EXPECT_TRUE(logs_.Lines().empty());
+    EXPECT_EQ(handler_.Attempts(), 0u);
+    EXPECT_TRUE(log_.Lines().empty());
 }
 
 TEST_F(PropertyRequestTest, TheSendStatusIsReturned) {
-    modem_.FailFrom(0);
+    handler_.FailFrom(0);
     auto request = Received(R"(type: REQUEST property { read_request { name: "a" } })");
     EXPECT_EQ(service_.OnReceivePropertyRequest(request.get()), 7u);
 }

@@ -29,6 +29,10 @@ class RecordingMessageHandler : public TarvoMessageHandler {
     }
 
     void FailFrom(size_t send) { fail_from_ = send; }
+    void Clear() {
+        responses_.clear();
+        attempts_ = 0;
+    }
     size_t Attempts() const { return attempts_; }
     const std::vector<std::unique_ptr<VekMessage>>& Responses() const { return responses_; }
     const tarvo_message::TarvoMessage& Response(size_t i) const {

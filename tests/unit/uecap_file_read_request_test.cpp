@@ -35,12 +35,6 @@ TEST(TarvoUecapFileMessageTest, OneWrapperIsRefilledBlockByBlock) {
     answer.FillUecapReadResponseData(nullptr, 0);
     EXPECT_TRUE(block.has_data());
     EXPECT_EQ(block.data(), "");
-
-    auto no_token = Received("type: REQUEST uecap_file {}");
-    EXPECT_FALSE(TarvoUecapFileMessage(tarvo_message::RESPONSE, no_token.get())
-                     .GetVekMessage()
-                     ->GetTarvoMessage()
-                     ->has_token());
 }
 
 // The answer that every refused request gets: one empty first block carrying both results.
@@ -66,7 +60,9 @@ struct Refusal {
     unsigned int status;
 };
 
-TEST(UecapFileReadRequestTest, MalformedRequestsAreAnsweredAsBadFormat) {
+using UecapFileReadRequestTest = ServiceHandlerTest;
+
+TEST_F(UecapFileReadRequestTest, MalformedRequestsAreAnsweredAsBadFormat) {
     const Refusal cases[] = {
         {"property { read_request {} }", 2},
         {"uecap_file {}", 2},
@@ -79,63 +75,57 @@ TEST(UecapFileReadRequestTest, MalformedRequestsAreAnsweredAsBadFormat) {
     };
     for (const Refusal& c : cases) {
         SCOPED_TRACE(c.request);
-        RecordingMessageHandler modem;
-        TarvoServiceHandler service(&modem);
-        LogCapture logs;
+        handler_.Clear();
+        log_.Clear();
         auto request = Received(std::string("type: REQUEST token: 5 ") + c.request);
-        EXPECT_EQ(service.OnReceiveUecapFileReadRequest(request.get()), c.status);
-        ExpectOneRefusal(modem, tarvo_message::RESULT_BAD_FORMAT,
+        EXPECT_EQ(service_.OnReceiveUecapFileReadRequest(request.get()), c.status);
+        ExpectOneRefusal(handler_, tarvo_message::RESULT_BAD_FORMAT,
                          tarvo_message::UECAP_RESULT_BAD_FORMAT);
         EXPECT_EQ(
-            logs.Lines(),
+            log_.Lines(),
             (std::vector<LogLine>{{ANDROID_LOG_ERROR, "The incoming request has bad format"}}));
     }
 }
 
-TEST(UecapFileReadRequestTest, OtherWhitelistedDirectoriesAreReadFailures) {
+TEST_F(UecapFileReadRequestTest, OtherWhitelistedDirectoriesAreReadFailures) {
     for (const char* directory : {"FILE_DIR_MDS", "FILE_DIR_REPLAY"}) {
         SCOPED_TRACE(directory);
-        RecordingMessageHandler modem;
-        TarvoServiceHandler service(&modem);
-        LogCapture logs;
+        handler_.Clear();
+        log_.Clear();
         auto request = Received(
             std::string("type: REQUEST token: 5 uecap_file { read_request { file_name: \"cap\" "
                         "read_size: 10 block_size: 4 directory: ") +
             directory + " } }");
-        EXPECT_EQ(service.OnReceiveUecapFileReadRequest(request.get()), 8u);
-        ExpectOneRefusal(modem, tarvo_message::RESULT_FAILURE,
+        EXPECT_EQ(service_.OnReceiveUecapFileReadRequest(request.get()), 8u);
+        ExpectOneRefusal(handler_, tarvo_message::RESULT_FAILURE,
                          tarvo_message::UECAP_RESULT_READ_FAILED);
         // Refused before any path is built.
-        EXPECT_EQ(logs.Lines(),
+        EXPECT_EQ(log_.Lines(),
                   (std::vector<LogLine>{{ANDROID_LOG_ERROR, "UECap File Read failed."}}));
     }
 }
 
-TEST(UecapFileReadRequestTest, AMissingFileIsAReadFailureWithoutAnOpenError) {
+TEST_F(UecapFileReadRequestTest, AMissingFileIsAReadFailureWithoutAnOpenError) {
     if (access("/vendor/firmware/uecapconfig", F_OK) == 0) {
         GTEST_SKIP() << "the firmware directory exists here; covered end to end";
     }
-    RecordingMessageHandler modem;
-    TarvoServiceHandler service(&modem);
-    LogCapture logs;
     auto request = Received(
         R"(type: REQUEST token: 5 uecap_file { read_request {
                file_name: "cap.bin" read_size: 10 block_size: 4 directory: FILE_DIR_UECAP } })");
 
-    EXPECT_EQ(service.OnReceiveUecapFileReadRequest(request.get()), 8u);
+    EXPECT_EQ(service_.OnReceiveUecapFileReadRequest(request.get()), 8u);
 
-    ExpectOneRefusal(modem, tarvo_message::RESULT_FAILURE, tarvo_message::UECAP_RESULT_READ_FAILED);
-    EXPECT_EQ(logs.Lines(),
+    ExpectOneRefusal(handler_, tarvo_message::RESULT_FAILURE,
+                     tarvo_message::UECAP_RESULT_READ_FAILED);
+    EXPECT_EQ(log_.Lines(),
               (std::vector<LogLine>{
                   {ANDROID_LOG_INFO, "prefix: /vendor/firmware/uecapconfig/ file_name: cap.bin"},
                   {ANDROID_LOG_ERROR, "UECap File Read failed."}}));
 }
 
-TEST(UecapFileReadRequestTest, NoEnvelopeNoAnswer) {
-    RecordingMessageHandler modem;
-    TarvoServiceHandler service(&modem);
+TEST_F(UecapFileReadRequestTest, NoEnvelopeNoAnswer) {
     VekMessage no_envelope(nullptr, 0);
-    EXPECT_EQ(service.OnReceiveUecapFileReadRequest(&no_envelope), 2u);
-    EXPECT_EQ(service.OnReceiveUecapFileReadRequest(nullptr), 2u);
-    EXPECT_EQ(modem.Attempts(), 0u);
+    EXPECT_EQ(service_.OnReceiveUecapFileReadRequest(&no_envelope), 2u);
+    EXPECT_EQ(service_.OnReceiveUecapFileReadRequest(nullptr), 2u);
+    EXPECT_EQ(handler_.Attempts(), 0u);
 }
