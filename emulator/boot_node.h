@@ -16,7 +16,6 @@ class BootNode : public EmulatedNode {
 
     explicit BootNode(int state) : state_(state) {}
 
-    const char* name() const override { return "umts_boot0"; }
     void Read(fuse_req_t req, size_t size, off_t offset, int flags) override;
     void Write(fuse_req_t req, const char* data, size_t size, off_t offset) override;
     void Poll(fuse_req_t req, uint64_t fh, fuse_pollhandle* handle) override;

@@ -3,14 +3,15 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <string.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <android-base/stringprintf.h>
+#include <android-base/unique_fd.h>
 
+using android::base::ErrnoError;
+using android::base::Result;
 using android::base::unique_fd;
 
 namespace tarvo_emu {
@@ -32,57 +33,62 @@ int DecodeStatus(int status) {
 
 }  // namespace
 
-std::unique_ptr<ChildProcess> ChildProcess::Start(const std::vector<std::string>& argv,
-                                                  const std::vector<std::string>& env,
-                                                  LineHandler on_line, std::string* error) {
-    int pipe_fds[2];
-    if (pipe2(pipe_fds, O_CLOEXEC) != 0) {
-        *error = android::base::StringPrintf("pipe: %s", strerror(errno));
-        return nullptr;
+struct ChildProcess::Stream {
+    unique_fd fd;
+    std::string* sink;
+    std::string pending = {};
+};
+
+Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(const std::vector<std::string>& argv,
+                                                          ChildOptions options) {
+    unique_fd out_read, out_write, err_read, err_write;
+    if (!android::base::Pipe(&out_read, &out_write)) return ErrnoError() << "pipe";
+    if (options.separate_stderr && !android::base::Pipe(&err_read, &err_write)) {
+        return ErrnoError() << "pipe";
     }
-    unique_fd read_end(pipe_fds[0]);
-    unique_fd write_end(pipe_fds[1]);
+    const int err_fd = options.separate_stderr ? err_write.get() : out_write.get();
     // Prepared before fork: the rig is multi-threaded, so the child may only make
     // async-signal-safe calls until it execs.
     std::vector<char*> c_argv = CStrings(argv);
-    std::vector<char*> c_env = CStrings(env);
+    std::vector<char*> c_env = CStrings(options.env);
     const pid_t parent = getpid();
 
     const pid_t pid = fork();
-    if (pid < 0) {
-        *error = android::base::StringPrintf("fork: %s", strerror(errno));
-        return nullptr;
-    }
+    if (pid < 0) return ErrnoError() << "fork";
     if (pid == 0) {
         setpgid(0, 0);
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != parent) _exit(127);
         const int null_fd = open("/dev/null", O_RDONLY);
         dup2(null_fd, STDIN_FILENO);
-        dup2(write_end.get(), STDOUT_FILENO);
-        dup2(write_end.get(), STDERR_FILENO);
+        dup2(out_write.get(), STDOUT_FILENO);
+        dup2(err_fd, STDERR_FILENO);
         execve(c_argv[0], c_argv.data(), c_env.data());
         _exit(127);
     }
     // Also set here, so that a kill right after Start reaches the group.
     setpgid(pid, pid);
-    write_end.reset();
+    out_write.reset();
+    err_write.reset();
     unique_fd pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
-    return std::unique_ptr<ChildProcess>(
-        new ChildProcess(pid, std::move(pidfd), std::move(read_end), std::move(on_line)));
+    std::unique_ptr<ChildProcess> child(
+        new ChildProcess(pid, std::move(pidfd), std::move(options)));
+    child->reader_ = std::thread(
+        [child = child.get(), out = std::move(out_read), err = std::move(err_read)]() mutable {
+            child->ReadOutput(std::move(out), std::move(err));
+        });
+    return child;
 }
 
-ChildProcess::ChildProcess(pid_t pid, unique_fd pidfd, unique_fd out, LineHandler on_line)
-    : pid_(pid), pidfd_(std::move(pidfd)), on_line_(std::move(on_line)) {
-    reader_ = std::thread([this, fd = std::move(out)]() mutable { ReadOutput(std::move(fd)); });
-}
+ChildProcess::ChildProcess(pid_t pid, unique_fd pidfd, ChildOptions options)
+    : pid_(pid), pidfd_(std::move(pidfd)), on_line_(std::move(options.on_line)) {}
 
 ChildProcess::~ChildProcess() {
     if (!status_) {
         Kill();
         Wait(std::chrono::seconds(10));
     }
-    // The group is gone, so the pipe's write end is closed and the reader sees its end.
+    // The group is gone, so the pipes' write ends are closed and the reader sees their end.
     if (reader_.joinable()) reader_.join();
 }
 
@@ -110,30 +116,68 @@ std::string ChildProcess::output() {
     return output_;
 }
 
-void ChildProcess::ReadOutput(unique_fd out) {
-    std::string pending;
-    char buffer[4096];
+std::string ChildProcess::errors() {
+    if (status_ && reader_.joinable()) reader_.join();
+    std::lock_guard<std::mutex> lock(output_mutex_);
+    return errors_;
+}
+
+void ChildProcess::ReadOutput(unique_fd out, unique_fd err) {
+    Stream streams[] = {{std::move(out), &output_}, {std::move(err), &errors_}};
     while (true) {
-        const ssize_t n = TEMP_FAILURE_RETRY(read(out.get(), buffer, sizeof(buffer)));
-        if (n <= 0) break;
-        pending.append(buffer, n);
-        size_t end;
-        while ((end = pending.find('\n')) != std::string::npos) {
-            const std::string line = pending.substr(0, end);
-            pending.erase(0, end + 1);
-            {
-                std::lock_guard<std::mutex> lock(output_mutex_);
-                output_ += line + "\n";
-            }
-            if (on_line_) on_line_(line);
+        pollfd fds[2];
+        nfds_t count = 0;
+        for (Stream& stream : streams) {
+            if (stream.fd.ok())
+                fds[count++] = {.fd = stream.fd.get(), .events = POLLIN, .revents = 0};
+        }
+        if (count == 0) return;
+        if (TEMP_FAILURE_RETRY(poll(fds, count, -1)) < 0) return;
+        for (nfds_t i = 0; i < count; ++i) {
+            if (fds[i].revents == 0) continue;
+            Stream& stream = fds[i].fd == streams[0].fd.get() ? streams[0] : streams[1];
+            char buffer[4096];
+            const ssize_t n = TEMP_FAILURE_RETRY(read(stream.fd.get(), buffer, sizeof(buffer)));
+            if (n > 0) stream.pending.append(buffer, n);
+            TakeLines(&stream, n <= 0);
+            if (n <= 0) stream.fd.reset();
         }
     }
-    if (pending.empty()) return;
-    {
-        std::lock_guard<std::mutex> lock(output_mutex_);
-        output_ += pending;
+}
+
+void ChildProcess::TakeLines(Stream* stream, bool at_end) {
+    size_t end;
+    while ((end = stream->pending.find('\n')) != std::string::npos || at_end) {
+        if (end == std::string::npos && stream->pending.empty()) return;
+        const bool whole = end != std::string::npos;
+        const std::string line = stream->pending.substr(0, end);
+        stream->pending.erase(0, whole ? end + 1 : std::string::npos);
+        {
+            std::lock_guard<std::mutex> lock(output_mutex_);
+            *stream->sink += whole ? line + "\n" : line;
+        }
+        if (on_line_) on_line_(line);
     }
-    if (on_line_) on_line_(pending);
+}
+
+ProcessResult RunProcess(const std::vector<std::string>& argv, ChildOptions options,
+                         std::chrono::milliseconds timeout) {
+    ProcessResult result;
+    Result<std::unique_ptr<ChildProcess>> process = ChildProcess::Start(argv, std::move(options));
+    if (!process.ok()) {
+        result.output = process.error().message();
+        return result;
+    }
+    std::optional<int> status = (*process)->Wait(timeout);
+    if (!status) {
+        result.timed_out = true;
+        (*process)->Kill();
+        status = (*process)->Wait(std::chrono::seconds(10));
+    }
+    result.status = status.value_or(-1);
+    result.output = (*process)->output();
+    result.errors = (*process)->errors();
+    return result;
 }
 
 }  // namespace tarvo_emu

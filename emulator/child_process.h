@@ -11,21 +11,28 @@
 #include <thread>
 #include <vector>
 
+#include <android-base/result.h>
 #include <android-base/unique_fd.h>
 
 namespace tarvo_emu {
+
+struct ChildOptions {
+    // The whole environment of the process, "NAME=value" each.
+    std::vector<std::string> env = {};
+    // Called with each line the process prints, on the reading thread; may be empty.
+    std::function<void(const std::string& line)> on_line = {};
+    // Keeps stderr apart from stdout (see ChildProcess::errors()) instead of interleaving them.
+    bool separate_stderr = false;
+};
 
 // A child process in a process group of its own, its stdout and stderr read line by line on a
 // thread of ours. It dies with the thread that started it (PR_SET_PDEATHSIG), and the destructor
 // kills the whole group and reaps it, so nothing outlives the rig, even when a test fails.
 class ChildProcess {
   public:
-    using LineHandler = std::function<void(const std::string& line)>;
-
-    // Starts argv[0] (an absolute path) with `env`; stdin is /dev/null. `on_line` may be empty.
-    static std::unique_ptr<ChildProcess> Start(const std::vector<std::string>& argv,
-                                               const std::vector<std::string>& env,
-                                               LineHandler on_line, std::string* error);
+    // Starts argv[0] (an absolute path); stdin is /dev/null.
+    static android::base::Result<std::unique_ptr<ChildProcess>> Start(
+        const std::vector<std::string>& argv, ChildOptions options = {});
     ~ChildProcess();
 
     pid_t pid() const { return pid_; }
@@ -34,21 +41,39 @@ class ChildProcess {
     // Waits for the exit and returns the status (the exit code, or 128 + signal number), or
     // nothing when it does not end in time.
     std::optional<int> Wait(std::chrono::milliseconds timeout);
-    // Everything the process printed, once it has ended.
+    // Everything the process printed (on stdout only, with separate_stderr), once it has ended.
     std::string output();
+    // What it printed on stderr with separate_stderr, once it has ended.
+    std::string errors();
 
   private:
-    ChildProcess(pid_t pid, android::base::unique_fd pidfd, android::base::unique_fd out,
-                 LineHandler on_line);
-    void ReadOutput(android::base::unique_fd out);
+    struct Stream;
+
+    ChildProcess(pid_t pid, android::base::unique_fd pidfd, ChildOptions options);
+    void ReadOutput(android::base::unique_fd out, android::base::unique_fd err);
+    // Hands the complete lines at the front of `stream`'s pending bytes on; all of them at the end.
+    void TakeLines(Stream* stream, bool at_end);
 
     pid_t pid_;
     android::base::unique_fd pidfd_;
     std::optional<int> status_;
-    LineHandler on_line_;
+    std::function<void(const std::string& line)> on_line_;
     std::mutex output_mutex_;
     std::string output_;
+    std::string errors_;
     std::thread reader_;
 };
+
+struct ProcessResult {
+    int status = -1;  // exit code, or 128 + signal number
+    bool timed_out = false;
+    std::string output;  // stdout (with stderr, unless kept apart)
+    std::string errors;  // stderr, when kept apart
+};
+
+// Runs `argv` to its end, killing it after `timeout`. A process that could not start has status
+// -1 and the reason as its output.
+ProcessResult RunProcess(const std::vector<std::string>& argv, ChildOptions options,
+                         std::chrono::milliseconds timeout);
 
 }  // namespace tarvo_emu

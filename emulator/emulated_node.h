@@ -19,7 +19,6 @@ class EmulatedNode {
   public:
     virtual ~EmulatedNode() = default;
 
-    virtual const char* name() const = 0;
     virtual mode_t mode() const { return S_IFREG | 0666; }
     // Device nodes are streams; a sysfs attribute keeps offsets.
     virtual bool seekable() const { return false; }

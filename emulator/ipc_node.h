@@ -25,7 +25,6 @@ class IpcNode : public StreamNode {
 
     explicit IpcNode(UplinkHandler on_uplink) : on_uplink_(std::move(on_uplink)) {}
 
-    const char* name() const override { return "oem_ipc1"; }
     void Open() override;
     void Write(fuse_req_t req, const char* data, size_t size, off_t offset) override;
 

@@ -2,6 +2,8 @@
 
 #include <regex>
 
+#include <android-base/parseint.h>
+
 namespace tarvo_emu {
 
 namespace {
@@ -17,6 +19,13 @@ std::string LogLine::ToString() const {
     return std::string(1, PriorityLetter(priority)) + " " + tag + ": " + text;
 }
 
+bool LogLine::operator==(const LogLine& other) const {
+    return priority == other.priority && text == other.text && tag == other.tag &&
+           pid == other.pid && tid == other.tid;
+}
+
+std::ostream& operator<<(std::ostream& out, const LogLine& line) { return out << line.ToString(); }
+
 std::optional<LogLine> ParseLogLine(const std::string& line) {
     // Tag, priority letter, date, time, pid, tid, then the text as the caller formatted it.
     static const std::regex kFormat(
@@ -26,8 +35,10 @@ std::optional<LogLine> ParseLogLine(const std::string& line) {
     LogLine parsed;
     parsed.tag = match[1];
     parsed.priority = static_cast<int>(std::string(kLetters).find(match[2].str()[0]));
-    parsed.pid = std::stoi(match[3]);
-    parsed.tid = std::stoi(match[4]);
+    if (!android::base::ParseInt(match[3].str(), &parsed.pid) ||
+        !android::base::ParseInt(match[4].str(), &parsed.tid)) {
+        return std::nullopt;
+    }
     parsed.text = match[5];
     return parsed;
 }

@@ -4,6 +4,9 @@
 #include <string.h>
 #include <sys/mount.h>
 
+using android::base::Error;
+using android::base::Result;
+
 namespace tarvo_emu {
 
 namespace {
@@ -35,26 +38,23 @@ ModemEmulator::ModemEmulator(int initial_state, IpcNode::UplinkHandler on_uplink
     : ipc_(std::make_unique<IpcNode>(std::move(on_uplink))),
       boot_(std::make_unique<BootNode>(initial_state)),
       test_(std::make_unique<TestNode>()),
-      temp_(std::make_unique<TempNode>()),
-      nodes_{ipc_.get(), boot_.get(), test_.get(), temp_.get()} {}
+      temp_(std::make_unique<TempNode>()) {
+    for (const NodePlace& place : kNodeTable) nodes_.push_back(NodeOfKind(place.kind));
+}
 
 ModemEmulator::~ModemEmulator() { Unmount(); }
 
-bool ModemEmulator::Mount(const std::string& dir, std::string* error) {
+Result<void> ModemEmulator::Mount(const std::string& dir) {
     dir_ = dir;
     const char* argv[] = {"tarvo-emu", "-o", "fsname=tarvo-emu,subtype=tarvo-emu"};
     fuse_args args = FUSE_ARGS_INIT(3, const_cast<char**>(argv));
     session_ = fuse_session_new(&args, &kOperations, sizeof(kOperations), this);
     fuse_opt_free_args(&args);
-    if (session_ == nullptr) {
-        *error = "fuse_session_new failed";
-        return false;
-    }
+    if (session_ == nullptr) return Error() << "fuse_session_new failed";
     if (fuse_session_mount(session_, dir.c_str()) != 0) {
-        *error = "cannot mount the emulator on " + dir + " (is /dev/fuse there?)";
         fuse_session_destroy(session_);
         session_ = nullptr;
-        return false;
+        return Error() << "cannot mount the emulator on " << dir << " (is /dev/fuse there?)";
     }
     loop_ = std::thread([this] {
         fuse_loop_config* config = fuse_loop_cfg_create();
@@ -62,7 +62,7 @@ bool ModemEmulator::Mount(const std::string& dir, std::string* error) {
         fuse_session_loop_mt(session_, config);
         fuse_loop_cfg_destroy(config);
     });
-    return true;
+    return {};
 }
 
 void ModemEmulator::Unmount() {
@@ -78,14 +78,34 @@ void ModemEmulator::Unmount() {
     session_ = nullptr;
 }
 
+EmulatedNode* ModemEmulator::NodeOfKind(NodeKind kind) const {
+    switch (kind) {
+        case NodeKind::kIpc:
+            return ipc_.get();
+        case NodeKind::kBoot:
+            return boot_.get();
+        case NodeKind::kTest:
+            return test_.get();
+        case NodeKind::kTemp:
+            return temp_.get();
+    }
+    return nullptr;
+}
+
 EmulatedNode* ModemEmulator::NodeOf(fuse_ino_t ino) const {
     if (ino < 2 || ino - 2 >= nodes_.size()) return nullptr;
     return nodes_[ino - 2];
 }
 
+EmulatedNode* ModemEmulator::NodeOrReply(fuse_req_t req, fuse_ino_t ino) {
+    EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
+    if (node == nullptr) fuse_reply_err(req, ENOENT);
+    return node;
+}
+
 fuse_ino_t ModemEmulator::InodeOf(const char* name) const {
     for (size_t i = 0; i < nodes_.size(); ++i) {
-        if (strcmp(nodes_[i]->name(), name) == 0) return i + 2;
+        if (strcmp(kNodeTable[i].name, name) == 0) return i + 2;
     }
     return 0;
 }
@@ -149,7 +169,7 @@ void ModemEmulator::Readdir(fuse_req_t req, fuse_ino_t ino, size_t size, off_t o
         struct stat attr;
         self->FillAttr(i + 2, &attr);
         const size_t entry = fuse_add_direntry(req, buffer.data() + used, size - used,
-                                               self->nodes_[i]->name(), &attr, i + 1);
+                                               kNodeTable[i].name, &attr, i + 1);
         if (entry > size - used) break;
         used += entry;
     }
@@ -174,30 +194,19 @@ void ModemEmulator::Open(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi) {
 
 void ModemEmulator::Read(fuse_req_t req, fuse_ino_t ino, size_t size, off_t offset,
                          fuse_file_info* fi) {
-    EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
-    if (node == nullptr) {
-        fuse_reply_err(req, ENOENT);
-        return;
-    }
-    node->Read(req, size, offset, fi->flags);
+    if (EmulatedNode* node = NodeOrReply(req, ino)) node->Read(req, size, offset, fi->flags);
 }
 
 void ModemEmulator::Write(fuse_req_t req, fuse_ino_t ino, const char* data, size_t size,
                           off_t offset, fuse_file_info* /*fi*/) {
-    EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
-    if (node == nullptr) {
-        fuse_reply_err(req, ENOENT);
-        return;
-    }
-    node->Write(req, data, size, offset);
+    if (EmulatedNode* node = NodeOrReply(req, ino)) node->Write(req, data, size, offset);
 }
 
 void ModemEmulator::Poll(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi,
                          fuse_pollhandle* handle) {
-    EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
+    EmulatedNode* node = NodeOrReply(req, ino);
     if (node == nullptr) {
         if (handle != nullptr) fuse_pollhandle_destroy(handle);
-        fuse_reply_err(req, ENOENT);
         return;
     }
     node->Poll(req, fi->fh, handle);
@@ -206,12 +215,7 @@ void ModemEmulator::Poll(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi,
 void ModemEmulator::Ioctl(fuse_req_t req, fuse_ino_t ino, unsigned int cmd, void* /*arg*/,
                           fuse_file_info* /*fi*/, unsigned /*flags*/, const void* /*in_buf*/,
                           size_t /*in_size*/, size_t /*out_size*/) {
-    EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
-    if (node == nullptr) {
-        fuse_reply_err(req, ENOENT);
-        return;
-    }
-    node->Ioctl(req, cmd);
+    if (EmulatedNode* node = NodeOrReply(req, ino)) node->Ioctl(req, cmd);
 }
 
 }  // namespace tarvo_emu

@@ -6,15 +6,18 @@
 #include <thread>
 #include <vector>
 
+#include <android-base/result.h>
+
 #include "boot_node.h"
 #include "ipc_node.h"
+#include "node_table.h"
 #include "temp_node.h"
 #include "test_node.h"
 
 namespace tarvo_emu {
 
-// The emulated modem's device nodes, served by a FUSE low-level filesystem mounted on a directory
-// of the host: oem_ipc1, umts_boot0, oem_test and cp_temp. The sandbox binds each file over its
+// The emulated modem's device nodes (kNodeTable), served by a FUSE low-level filesystem mounted on
+// a directory of the host. The sandbox binds each file over its
 // device path. The session loop is multi-threaded, although no node operation blocks, so that a
 // slow reply never holds up another node.
 class ModemEmulator {
@@ -26,7 +29,7 @@ class ModemEmulator {
     ModemEmulator& operator=(const ModemEmulator&) = delete;
 
     // Mounts the filesystem on `dir` (an existing empty directory) and starts serving it.
-    bool Mount(const std::string& dir, std::string* error);
+    android::base::Result<void> Mount(const std::string& dir);
     // Answers held requests, unmounts and stops the session loop. Safe to call twice.
     void Unmount();
 
@@ -41,7 +44,10 @@ class ModemEmulator {
   private:
     static const fuse_lowlevel_ops kOperations;
 
+    EmulatedNode* NodeOfKind(NodeKind kind) const;
     EmulatedNode* NodeOf(fuse_ino_t ino) const;
+    // The node that `req` is for, or null once `req` is answered with ENOENT.
+    static EmulatedNode* NodeOrReply(fuse_req_t req, fuse_ino_t ino);
     fuse_ino_t InodeOf(const char* name) const;
     void FillAttr(fuse_ino_t ino, struct stat* attr) const;
 
@@ -64,7 +70,7 @@ class ModemEmulator {
     std::unique_ptr<BootNode> boot_;
     std::unique_ptr<TestNode> test_;
     std::unique_ptr<TempNode> temp_;
-    std::vector<EmulatedNode*> nodes_;  // inode = index + 2; 1 is the root directory
+    std::vector<EmulatedNode*> nodes_;  // as in kNodeTable; inode = index + 2, 1 is the root
 
     std::string dir_;
     fuse_session* session_ = nullptr;

@@ -13,19 +13,10 @@
 
 namespace fs = std::filesystem;
 
+using android::base::Error;
+using android::base::Result;
+
 namespace tarvo_emu {
-
-namespace {
-
-// The emulated nodes and where a device has them.
-const std::pair<const char*, const char*> kNodes[] = {
-    {"oem_ipc1", "/dev/oem_ipc1"},
-    {"umts_boot0", "/dev/umts_boot0"},
-    {"oem_test", "/dev/oem_test"},
-    {"cp_temp", "/sys/devices/platform/cp-tm1/cp_temp"},
-};
-
-}  // namespace
 
 std::string TarvoBinary() { return TARVO_BINARY_DIR "/tarvo"; }
 
@@ -48,41 +39,41 @@ Rig::~Rig() {
     sandbox_.reset();
 }
 
-bool Rig::Start(std::string* error) {
-    sandbox_ = Sandbox::Create(error);
-    if (!sandbox_) return false;
+Result<void> Rig::Start() {
+    Result<std::unique_ptr<Sandbox>> sandbox = Sandbox::Create();
+    if (!sandbox.ok()) return Error() << "sandbox: " << sandbox.error();
+    sandbox_ = std::move(*sandbox);
 
     emulator_ =
         std::make_unique<ModemEmulator>(options_.initial_state, [this](const std::string& bytes) {
             if (modem_) modem_->OnUplink(bytes);
         });
     modem_ = std::make_unique<ModemSide>(&emulator_->ipc(), &transcript_);
-    if (!emulator_->Mount(sandbox_->emulator_dir(), error)) return false;
-    for (const auto& [name, device_path] : kNodes) {
-        sandbox_->BindNode(device_path, emulator_->PathOf(name));
+    if (Result<void> mounted = emulator_->Mount(sandbox_->emulator_dir()); !mounted.ok()) {
+        return mounted.error();
+    }
+    for (const NodePlace& node : kNodeTable) {
+        sandbox_->BindNode(node.device_path, emulator_->PathOf(node.name));
     }
 
-    if (!SetUpRil(error)) return false;
+    if (Result<void> ril = SetUpRil(); !ril.ok()) return ril.error();
     for (const auto& [name, value] : options_.env) sandbox_->SetEnv(name, value);
     for (const std::string& path : options_.remove) {
-        if (!sandbox_->Remove(path, error)) return false;
+        if (Result<void> removed = sandbox_->Remove(path); !removed.ok()) return removed.error();
     }
     for (const SeedFile& file : options_.files) {
         if (!WriteFile(file.path, file.content, file.mode)) {
-            *error = "cannot write " + file.path;
-            return false;
+            return Error() << "cannot write " << file.path;
         }
     }
     for (const auto& [name, value] : options_.properties) {
-        if (!SetProperty(name, value)) {
-            *error = "cannot set property " + name;
-            return false;
-        }
+        if (!SetProperty(name, value)) return Error() << "cannot set property " << name;
     }
-    return !options_.start_daemon || StartDaemon(error);
+    if (!options_.start_daemon) return {};
+    return StartDaemon();
 }
 
-bool Rig::SetUpRil(std::string* error) {
+Result<void> Rig::SetUpRil() {
     ril_ = std::make_unique<RilSide>(&transcript_);
     const RilLibraryOptions& options = options_.ril;
     if (!options.absent) {
@@ -91,27 +82,21 @@ bool Rig::SetUpRil(std::string* error) {
         const std::string library = TARVO_BINARY_DIR "/vekril/" + variant + "/libvekril-client.so";
         std::error_code ec;
         fs::copy_file(library, sandbox_->HostPath("/vendor/lib64/libvekril-client.so"), ec);
-        if (ec) {
-            *error = "no RIL client library " + variant + ": " + ec.message();
-            return false;
-        }
+        if (ec) return Error(ec.value()) << "no RIL client library " << variant;
     }
-    if (options.open_fails) return true;
-    android::base::Result<void> listening =
-        ril_->Listen(sandbox_->socket_dir() + "/" + fs::path(kRilSocketPath).filename().string());
-    if (!listening.ok()) {
-        *error = "RIL socket: " + listening.error().message();
-        return false;
-    }
-    return true;
+    if (options.open_fails) return {};
+    return ril_->Listen(sandbox_->socket_dir() + "/" +
+                        fs::path(kRilSocketPath).filename().string());
 }
 
-bool Rig::StartDaemon(std::string* error) {
+Result<void> Rig::StartDaemon() {
     transcript_.Note("start tarvo -s");
-    daemon_ = ChildProcess::Start(
-        sandbox_->Command({TarvoBinary(), "-s"}), {},
-        [this](const std::string& line) { OnOutputLine(line, true); }, error);
-    return daemon_ != nullptr;
+    Result<std::unique_ptr<ChildProcess>> daemon = ChildProcess::Start(
+        sandbox_->Command({TarvoBinary(), "-s"}),
+        {.on_line = [this](const std::string& line) { OnOutputLine(line, true); }});
+    if (!daemon.ok()) return Error() << "tarvo -s: " << daemon.error();
+    daemon_ = std::move(*daemon);
+    return {};
 }
 
 void Rig::StopDaemon() {
@@ -174,24 +159,9 @@ size_t Rig::CountLog(int priority, const std::string& text, const std::string& t
 }
 
 ProcessResult Rig::Run(const std::vector<std::string>& command, std::chrono::milliseconds timeout) {
-    ProcessResult result;
-    std::string error;
-    std::unique_ptr<ChildProcess> process = ChildProcess::Start(
-        sandbox_->Command(command), {},
-        [this](const std::string& line) { OnOutputLine(line, false); }, &error);
-    if (!process) {
-        result.output = error;
-        return result;
-    }
-    std::optional<int> status = process->Wait(timeout);
-    if (!status) {
-        result.timed_out = true;
-        process->Kill();
-        status = process->Wait(std::chrono::seconds(10));
-    }
-    result.status = status.value_or(-1);
-    result.output = process->output();
-    return result;
+    return RunProcess(sandbox_->Command(command),
+                      {.on_line = [this](const std::string& line) { OnOutputLine(line, false); }},
+                      timeout);
 }
 
 ProcessResult Rig::RunClient(const std::vector<std::string>& args,

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include <android-base/result.h>
+
 #include "child_process.h"
 #include "event_list.h"
 #include "log_line.h"
@@ -61,12 +63,6 @@ struct RigOptions {
     std::ostream* transcript = nullptr;
 };
 
-struct ProcessResult {
-    int status = -1;  // exit code, or 128 + signal number
-    bool timed_out = false;
-    std::string output;
-};
-
 // The whole host rig: a sandbox root, the emulated modem mounted and bound into it, the daemon
 // `tarvo -s` running inside, and the modem's end of the channel. Everything it started is
 // stopped and removed by the destructor, in order: processes, reply timer, mount, files.
@@ -80,9 +76,9 @@ class Rig {
     Rig(const Rig&) = delete;
     Rig& operator=(const Rig&) = delete;
 
-    // Builds the root, mounts the emulator and starts the daemon if asked; false with a reason.
-    bool Start(std::string* error);
-    bool StartDaemon(std::string* error);
+    // Builds the root, mounts the emulator and starts the daemon if asked.
+    android::base::Result<void> Start();
+    android::base::Result<void> StartDaemon();
     // Kills the daemon (SIGKILL to its process group) and waits for it.
     void StopDaemon();
     // The daemon's own pid as its log lines show it; 0 before its first line.
@@ -116,13 +112,14 @@ class Rig {
     // Takes the earliest line not taken before with this priority, tag and exact text.
     std::optional<LogLine> AwaitLog(int priority, const std::string& text,
                                     std::chrono::milliseconds timeout = kDefaultTimeout,
-                                    const std::string& tag = "tarvo");
+                                    const std::string& tag = kDaemonTag);
     // Waits for such a line, taken or not, without taking it.
     bool WaitForLog(int priority, const std::string& text,
                     std::chrono::milliseconds timeout = kDefaultTimeout,
-                    const std::string& tag = "tarvo");
+                    const std::string& tag = kDaemonTag);
     // How many such lines were printed so far, taken or not.
-    size_t CountLog(int priority, const std::string& text, const std::string& tag = "tarvo") const;
+    size_t CountLog(int priority, const std::string& text,
+                    const std::string& tag = kDaemonTag) const;
     std::vector<LogLine> logs() const { return logs_.All(); }
     // Every log line, for waits on conditions of a test's own.
     EventList<LogLine>& log_events() { return logs_; }
@@ -147,7 +144,7 @@ class Rig {
 
   private:
     void OnOutputLine(const std::string& line, bool from_daemon);
-    bool SetUpRil(std::string* error);
+    android::base::Result<void> SetUpRil();
 
     RigOptions options_;
     Transcript transcript_;

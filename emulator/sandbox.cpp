@@ -6,11 +6,15 @@
 #include <algorithm>
 #include <filesystem>
 
-#include <android-base/stringprintf.h>
+#include <android-base/strings.h>
 
 #include "ril_wire.h"
 
 namespace fs = std::filesystem;
+
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
 
 namespace tarvo_emu {
 
@@ -27,7 +31,7 @@ const std::pair<const char*, const char*> kMappedTrees[] = {
 };
 
 bool IsUnder(const std::string& path, const std::string& prefix) {
-    return path == prefix || (path.rfind(prefix + "/", 0) == 0);
+    return path == prefix || android::base::StartsWith(path, prefix + "/");
 }
 
 }  // namespace
@@ -39,25 +43,18 @@ const std::vector<std::string> Sandbox::kDeviceDirectories = {
     "/vendor/firmware/uecapconfig",       "/vendor/lib64",
 };
 
-std::unique_ptr<Sandbox> Sandbox::Create(std::string* error) {
+Result<std::unique_ptr<Sandbox>> Sandbox::Create() {
     const char* tmp = getenv("TMPDIR");
     std::string pattern =
         std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/tarvo-rig.XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) {
-        *error = android::base::StringPrintf("mkdtemp %s: %s", pattern.c_str(), strerror(errno));
-        return nullptr;
-    }
+    if (mkdtemp(pattern.data()) == nullptr) return ErrnoError() << "mkdtemp " << pattern;
     std::unique_ptr<Sandbox> sandbox(new Sandbox(pattern));
     std::error_code ec;
-    for (const char* dir : {"/emu", "/properties", "/socket"}) {
-        fs::create_directories(pattern + dir, ec);
-    }
-    for (const std::string& dir : kDeviceDirectories) {
-        fs::create_directories(sandbox->HostPath(dir), ec);
-    }
-    if (ec) {
-        *error = "cannot create the sandbox tree: " + ec.message();
-        return nullptr;
+    std::vector<std::string> dirs = {pattern + "/emu", pattern + "/properties",
+                                     pattern + "/socket"};
+    for (const std::string& dir : kDeviceDirectories) dirs.push_back(sandbox->HostPath(dir));
+    for (const std::string& dir : dirs) {
+        if (!fs::create_directories(dir, ec) && ec) return Error(ec.value()) << "mkdir " << dir;
     }
     return sandbox;
 }
@@ -80,21 +77,19 @@ void Sandbox::BindNode(const std::string& device_path, const std::string& host_p
     nodes_.emplace_back(device_path, host_path);
 }
 
-bool Sandbox::Remove(const std::string& path, std::string* error) {
+Result<void> Sandbox::Remove(const std::string& path) {
     auto node = std::find_if(nodes_.begin(), nodes_.end(),
                              [&path](const auto& bind) { return bind.first == path; });
     if (node != nodes_.end()) {
         nodes_.erase(node);
-        return true;
+        return {};
     }
     const std::string host = HostPath(path);
-    if (host.empty()) {
-        *error = "cannot remove " + path + ": not in the sandbox's tree";
-        return false;
-    }
+    if (host.empty()) return Error() << "cannot remove " << path << ": not in the sandbox's tree";
     std::error_code ec;
     fs::remove_all(host, ec);
-    return true;
+    if (ec) return Error(ec.value()) << "cannot remove " << path;
+    return {};
 }
 
 std::vector<std::string> Sandbox::Command(const std::vector<std::string>& command) const {

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include <android-base/result.h>
+
 #include "host_property_store.h"
 
 namespace tarvo_emu {
@@ -20,7 +22,7 @@ class Sandbox {
     static const std::vector<std::string> kDeviceDirectories;
 
     // Creates a fresh root under $TMPDIR (or /tmp).
-    static std::unique_ptr<Sandbox> Create(std::string* error);
+    static android::base::Result<std::unique_ptr<Sandbox>> Create();
     // Deletes the root; the emulator must be unmounted first.
     ~Sandbox();
 
@@ -38,7 +40,7 @@ class Sandbox {
     void BindNode(const std::string& device_path, const std::string& host_path);
     // Takes `path` out of the tree: an emulated node is no longer bound, a file or a directory
     // is deleted with its contents.
-    bool Remove(const std::string& path, std::string* error);
+    android::base::Result<void> Remove(const std::string& path);
     // Sets an environment variable for every process in the sandbox.
     void SetEnv(const std::string& name, const std::string& value) { env_[name] = value; }
 

@@ -11,6 +11,9 @@
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
 using android::base::StringPrintf;
 using std::chrono::milliseconds;
 using tarvo_scenario::ExpectFile;
@@ -229,29 +232,22 @@ class StepPlayer {
 
 }  // namespace
 
-bool LoadScenario(const std::string& path, tarvo_scenario::Scenario* scenario, std::string* error) {
+Result<Scenario> LoadScenario(const std::string& path) {
     std::string text;
-    if (!android::base::ReadFileToString(path, &text)) {
-        *error = "cannot read " + path;
-        return false;
-    }
+    if (!android::base::ReadFileToString(path, &text))
+        return ErrnoError() << "cannot read " << path;
     google::protobuf::TextFormat::Parser parser;
     ErrorCollector errors;
     parser.RecordErrorsTo(&errors);
-    if (!parser.ParseFromString(text, scenario)) {
-        *error = path + ": " + errors.errors;
-        return false;
-    }
-    return true;
+    Scenario scenario;
+    if (!parser.ParseFromString(text, &scenario)) return Error() << path << ": " << errors.errors;
+    return scenario;
 }
 
-bool PlayScenario(const tarvo_scenario::Scenario& scenario, std::ostream* transcript,
-                  std::string* failure) {
+Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript) {
     Rig rig(OptionsOf(scenario, transcript));
-    std::string error;
-    if (!rig.Start(&error)) {
-        *failure = "the rig did not start: " + error;
-        return false;
+    if (Result<void> started = rig.Start(); !started.ok()) {
+        return Error() << "the rig did not start: " << started.error();
     }
     StepPlayer player(&rig);
     for (int i = 0; i < scenario.step_size(); ++i) {
@@ -263,12 +259,9 @@ bool PlayScenario(const tarvo_scenario::Scenario& scenario, std::ostream* transc
         const std::string text = ShortText(shown);
         rig.transcript().Note(StringPrintf("step %d: %s", i, text.c_str()));
         const std::string why = player.Play(step);
-        if (!why.empty()) {
-            *failure = StringPrintf("step %d (%s) failed: %s", i, text.c_str(), why.c_str());
-            return false;
-        }
+        if (!why.empty()) return Error() << "step " << i << " (" << text << ") failed: " << why;
     }
-    return true;
+    return {};
 }
 
 }  // namespace tarvo_emu

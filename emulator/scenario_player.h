@@ -3,6 +3,8 @@
 #include <ostream>
 #include <string>
 
+#include <android-base/result.h>
+
 #include "rig.h"
 #include "scenario.pb.h"
 
@@ -11,11 +13,11 @@ namespace tarvo_emu {
 // Default wait of expect and expect_log steps.
 constexpr std::chrono::milliseconds kDefaultStepTimeout{5000};
 
-bool LoadScenario(const std::string& path, tarvo_scenario::Scenario* scenario, std::string* error);
+android::base::Result<tarvo_scenario::Scenario> LoadScenario(const std::string& path);
 
-// Plays a scenario on a fresh rig. True when every expectation held; otherwise `failure` names
-// the step (index from 0 and text form) and why it failed.
-bool PlayScenario(const tarvo_scenario::Scenario& scenario, std::ostream* transcript,
-                  std::string* failure);
+// Plays a scenario on a fresh rig. Succeeds when every expectation held; otherwise the error
+// names the step (index from 0 and text form) and why it failed.
+android::base::Result<void> PlayScenario(const tarvo_scenario::Scenario& scenario,
+                                         std::ostream* transcript);
 
 }  // namespace tarvo_emu

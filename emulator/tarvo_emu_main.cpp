@@ -15,8 +15,13 @@
 #include <string>
 #include <vector>
 
+#include <android-base/parseint.h>
+#include <android-base/result.h>
+
 #include "rig.h"
 #include "scenario_player.h"
+
+using android::base::Result;
 
 namespace {
 
@@ -41,16 +46,15 @@ int Run(const std::vector<std::string>& args) {
     }
     if (file.empty()) return Usage();
 
-    tarvo_scenario::Scenario scenario;
-    std::string error;
-    if (!tarvo_emu::LoadScenario(file, &scenario, &error)) {
-        fprintf(stderr, "%s\n", error.c_str());
+    Result<tarvo_scenario::Scenario> scenario = tarvo_emu::LoadScenario(file);
+    if (!scenario.ok()) {
+        fprintf(stderr, "%s\n", scenario.error().message().c_str());
         return 1;
     }
-    std::string failure;
-    if (!tarvo_emu::PlayScenario(scenario, quiet ? nullptr : &std::cout, &failure)) {
+    Result<void> played = tarvo_emu::PlayScenario(*scenario, quiet ? nullptr : &std::cout);
+    if (!played.ok()) {
         std::cout << std::flush;
-        fprintf(stderr, "FAILED %s: %s\n", file.c_str(), failure.c_str());
+        fprintf(stderr, "FAILED %s: %s\n", file.c_str(), played.error().message().c_str());
         return 1;
     }
     if (!quiet) printf("PASSED %s\n", file.c_str());
@@ -65,7 +69,10 @@ int Exec(const std::vector<std::string>& args) {
         if (args[i] == "--daemon") {
             options.start_daemon = true;
         } else if (args[i] == "--state" && i + 1 < args.size()) {
-            options.initial_state = std::stoi(args[++i]);
+            if (!android::base::ParseInt(args[++i], &options.initial_state)) {
+                fprintf(stderr, "tarvo-emu: bad state \"%s\"\n", args[i].c_str());
+                return Usage();
+            }
         } else {
             return Usage();
         }
@@ -75,9 +82,8 @@ int Exec(const std::vector<std::string>& args) {
 
     options.transcript = &std::cout;
     tarvo_emu::Rig rig(options);
-    std::string error;
-    if (!rig.Start(&error)) {
-        fprintf(stderr, "tarvo-emu: %s\n", error.c_str());
+    if (Result<void> started = rig.Start(); !started.ok()) {
+        fprintf(stderr, "tarvo-emu: %s\n", started.error().message().c_str());
         return 1;
     }
     const tarvo_emu::ProcessResult result = rig.Run(command, std::chrono::hours(1));

@@ -1,12 +1,10 @@
 #include "temp_node.h"
 
+#include <android-base/strings.h>
+
 namespace tarvo_emu {
 
-std::string TempNode::JoinedLocked() const {
-    std::string joined;
-    for (const std::string& write : writes_) joined += write;
-    return joined;
-}
+std::string TempNode::JoinedLocked() const { return android::base::Join(writes_, ""); }
 
 off_t TempNode::size() {
     std::lock_guard<std::mutex> lock(mutex_);

@@ -12,7 +12,6 @@ namespace tarvo_emu {
 // its own, as the driver sees it. Reading returns all writes so far, joined.
 class TempNode : public EmulatedNode {
   public:
-    const char* name() const override { return "cp_temp"; }
     mode_t mode() const override { return S_IFREG | 0664; }
     bool seekable() const override { return true; }
     off_t size() override;

@@ -18,7 +18,6 @@ class TestNode : public StreamNode {
         uint64_t failed = 0;
     };
 
-    const char* name() const override { return "oem_test"; }
     void Write(fuse_req_t req, const char* data, size_t size, off_t offset) override;
 
     // Makes `count` blocks of `block_size` bytes readable, one per read.

@@ -3,6 +3,7 @@
 #include <google/protobuf/text_format.h>
 
 #include <android-base/stringprintf.h>
+#include <android-base/strings.h>
 
 namespace tarvo_emu {
 
@@ -11,8 +12,7 @@ std::string ShortText(const google::protobuf::Message& message) {
     printer.SetSingleLineMode(true);
     std::string text;
     printer.PrintToString(message, &text);
-    while (!text.empty() && text.back() == ' ') text.pop_back();
-    return text;
+    return android::base::Trim(text);
 }
 
 void Transcript::Message(Direction direction, const tarvo_message::TarvoMessage& message) {

@@ -5,7 +5,7 @@ set -eu
 
 packages="build-essential cmake pkg-config clang-format \
   protobuf-compiler libprotobuf-dev \
-  android-liblog-dev android-libbase-dev \
+  android-liblog-dev android-libbase-dev libfmt-dev \
   libgtest-dev libgmock-dev libbenchmark-dev \
   libfuse3-dev fuse3 bubblewrap"
 

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include <android-base/stringprintf.h>
+#include <android-base/strings.h>
 
 #include "tarvo_e2e_fixture.h"
 
@@ -67,6 +68,8 @@ TEST_F(DaemonCoreTest, MonitorReportsEveryTransitionOnce) {
 
 TEST_F(DaemonCoreTest, SteadyOnlineStateWakesNobody) {
     ASSERT_NO_FATAL_FAILURE(Start({.initial_state = 4}));
+    // Both threads have read the state once: the monitor reported it, the reader took a message.
+    ASSERT_TRUE(Logs(ANDROID_LOG_INFO, "Modem state changed from -1 to 4"));
     SendMarker();
     ASSERT_TRUE(Logs(ANDROID_LOG_ERROR, kMarkerLine));
 
@@ -159,7 +162,7 @@ TEST_F(DaemonCoreTest, ReaderRecoversFromHangUp) {
     rig().InjectFault(tarvo_emu::IpcFault::kHangUp);
     // errno is whatever the reader thread saw last: a read of 0 bytes does not set it.
     const auto eof = [](const tarvo_emu::LogLine& line) {
-        return line.text.rfind("Read channel error, size:0, errno:", 0) == 0;
+        return android::base::StartsWith(line.text, "Read channel error, size:0, errno:");
     };
     EXPECT_TRUE(rig().log_events().Take(eof, kTimeout));
     SendMarker();

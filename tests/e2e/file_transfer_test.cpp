@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include <android-base/result.h>
 #include <android-base/stringprintf.h>
 
 #include "tarvo_e2e_fixture.h"
@@ -119,8 +120,7 @@ TEST_F(FileTransferFaultTest, AFinalCopyCutShortIsAFailureAndLeavesNothingBehind
     ASSERT_NO_FATAL_FAILURE(Start({.initial_state = 4, .start_daemon = false}));
     // The target is the host's /dev/full: it opens, and every write to it fails with ENOSPC.
     rig().sandbox().BindNode("/data/vendor/radio/mds/full.bin", "/dev/full");
-    std::string error;
-    ASSERT_TRUE(rig().StartDaemon(&error)) << error;
+    ASSERT_RESULT_OK(rig().StartDaemon());
 
     std::optional<Message> response = Request(
         Text("file { write_request { file_name: 'full.bin' file_dir: 1 total_size: 4 offset: 0 "

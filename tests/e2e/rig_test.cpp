@@ -15,6 +15,7 @@
 #include <google/protobuf/text_format.h>
 
 #include <android-base/file.h>
+#include <android-base/result.h>
 #include <android-base/unique_fd.h>
 
 #include "scenario_player.h"
@@ -213,9 +214,9 @@ TEST(ScenarioPlayerTest, NamesTheStepThatFailed) {
         step { expect_log { priority: INFO text: "Start modem state monitoring" } }
         step { expect_log { priority: ERROR text: "Start modem state monitoring" timeout_ms: 300 } }
     )");
-    std::string failure;
-    EXPECT_FALSE(tarvo_emu::PlayScenario(scenario, nullptr, &failure));
-    EXPECT_EQ(failure,
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, nullptr);
+    ASSERT_FALSE(played.ok());
+    EXPECT_EQ(played.error().message(),
               "step 1 (expect_log { priority: ERROR text: \"Start modem state monitoring\" "
               "timeout_ms: 300 }) failed: no such log line within 300 ms");
 }
@@ -234,10 +235,30 @@ TEST(ScenarioPlayerTest, ChecksFilesPropertiesAndClients) {
         step { expect_no_log { text: "Failed to get pid" } }
         step { expect_file { path: "/data/vendor/radio/a.conf" mode: 0644 } }
     )");
-    std::string failure;
-    EXPECT_FALSE(tarvo_emu::PlayScenario(scenario, nullptr, &failure));
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, nullptr);
+    ASSERT_FALSE(played.ok());
+    const std::string failure = played.error().message();
     EXPECT_EQ(failure.substr(0, 7), "step 7 ") << failure;
     EXPECT_NE(failure.find("mode is 0640"), std::string::npos) << failure;
+}
+
+TEST(ScenarioPlayerTest, KeepsTheCauseOfALoadFailure) {
+    const android::base::Result<tarvo_scenario::Scenario> missing =
+        tarvo_emu::LoadScenario("/nonexistent/x.textproto");
+    ASSERT_FALSE(missing.ok());
+    EXPECT_EQ(missing.error().code(), ENOENT);
+    EXPECT_EQ(missing.error().message(),
+              "cannot read /nonexistent/x.textproto: No such file or directory");
+}
+
+TEST(TarvoEmuTest, BadNumbersAreUsageErrors) {
+    for (const char* state : {"x", "4x", ""}) {
+        const tarvo_emu::ProcessResult result = tarvo_emu::RunProcess(
+            {TARVO_BINARY_DIR "/tarvo-emu", "exec", "--state", state, "--", "/bin/true"},
+            {.separate_stderr = true}, std::chrono::seconds(60));
+        EXPECT_EQ(result.status, 2) << state;
+        EXPECT_NE(result.errors.find("usage: tarvo-emu"), std::string::npos) << result.errors;
+    }
 }
 
 TEST(RigTeardownTest, LeavesNoMountProcessOrFileBehind) {
@@ -245,8 +266,7 @@ TEST(RigTeardownTest, LeavesNoMountProcessOrFileBehind) {
     pid_t daemon = 0;
     {
         tarvo_emu::Rig rig;
-        std::string error;
-        ASSERT_TRUE(rig.Start(&error)) << error;
+        ASSERT_RESULT_OK(rig.Start());
         ASSERT_TRUE(rig.WaitForLog(ANDROID_LOG_INFO, "Start modem state monitoring"));
         dir = rig.sandbox().dir();
         daemon = rig.daemon_pid();

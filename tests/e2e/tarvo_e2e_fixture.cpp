@@ -2,11 +2,13 @@
 
 #include <google/protobuf/text_format.h>
 
+#include <android-base/result.h>
+#include <android-base/strings.h>
+
 void TarvoE2eTest::Start(tarvo_emu::RigOptions options) {
     const bool daemon = options.start_daemon;
     rig_ = std::make_unique<tarvo_emu::Rig>(std::move(options));
-    std::string error;
-    ASSERT_TRUE(rig_->Start(&error)) << error;
+    ASSERT_RESULT_OK(rig_->Start());
     if (!daemon) return;
     ASSERT_TRUE(rig_->WaitForLog(ANDROID_LOG_INFO, "Start modem state monitoring"))
         << "the daemon did not start";
@@ -16,8 +18,8 @@ void TarvoE2eTest::GoOnline() {
     ASSERT_NE(rig_->emulator().boot().state(), 4);
     // The report names the state the monitor saw before, which it may not have read yet.
     const auto online = [](const tarvo_emu::LogLine& line) {
-        return line.text.rfind("Modem state changed from ", 0) == 0 && line.text.size() > 5 &&
-               line.text.compare(line.text.size() - 5, 5, " to 4") == 0;
+        return android::base::StartsWith(line.text, "Modem state changed from ") &&
+               android::base::EndsWith(line.text, " to 4");
     };
     const size_t before = rig_->log_events().Count(online);
     rig_->SetModemState(4);

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include <android-base/strings.h>
+
 #include "tarvo_e2e_fixture.h"
 
 namespace {
@@ -45,7 +47,7 @@ TEST_F(UecapFileReadTest, BlockSizeZeroSendsEmptyBlocksUntilAWriteFails) {
     // The daemon logged one block more than arrived: the one whose write failed.
     const std::string prefix = "Send response with offset: 0, data size: 0, token: ";
     const size_t logged = rig().log_events().Count([&](const tarvo_emu::LogLine& line) {
-        return line.priority == ANDROID_LOG_INFO && line.text.rfind(prefix, 0) == 0;
+        return line.priority == ANDROID_LOG_INFO && android::base::StartsWith(line.text, prefix);
     });
     EXPECT_EQ(logged, blocks.size() + 1);
 

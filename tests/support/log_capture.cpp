@@ -21,7 +21,8 @@ LogCapture::~LogCapture() {
 
 void LogCapture::Write(const __android_logger_data* data, const char* message) {
     LogCapture* capture = active;
-    if (capture == nullptr || data->tag == nullptr || strcmp(data->tag, "tarvo") != 0) return;
+    if (capture == nullptr || data->tag == nullptr || strcmp(data->tag, tarvo_emu::kDaemonTag) != 0)
+        return;
     std::lock_guard<std::mutex> guard(capture->lock_);
     capture->lines_.push_back({data->priority, message != nullptr ? message : ""});
 }
@@ -53,7 +54,7 @@ std::string LogCapture::Dump() const {
     std::lock_guard<std::mutex> guard(lock_);
     std::string dump;
     for (const LogLine& line : lines_) {
-        dump += std::to_string(line.priority) + " " + line.text + "\n";
+        dump += line.ToString() + "\n";
     }
     return dump;
 }

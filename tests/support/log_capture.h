@@ -3,22 +3,13 @@
 #include <android/log.h>
 
 #include <mutex>
-#include <ostream>
 #include <string>
 #include <vector>
 
-// One line the daemon logged under its own tag.
-struct LogLine {
-    int priority;
-    std::string text;
-    bool operator==(const LogLine& other) const {
-        return priority == other.priority && text == other.text;
-    }
-};
+#include "log_line.h"
 
-inline std::ostream& operator<<(std::ostream& out, const LogLine& line) {
-    return out << line.priority << " \"" << line.text << "\"";
-}
+// The rig's log line; captured lines carry the tag and no pid or tid.
+using LogLine = tarvo_emu::LogLine;
 
 inline LogLine Debug(std::string text) { return {ANDROID_LOG_DEBUG, std::move(text)}; }
 inline LogLine Info(std::string text) { return {ANDROID_LOG_INFO, std::move(text)}; }
