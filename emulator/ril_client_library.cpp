@@ -17,11 +17,20 @@
 #include <android-base/unique_fd.h>
 
 #include "ril_wire.h"
-#include "vekril_client.h"
 
 using android::base::unique_fd;
 using tarvo_emu::RilWireAnswer;
 using tarvo_emu::RilWireRequest;
+
+extern "C" {
+
+// The platform's callback types.
+typedef void (*RilResponseCallback)(unsigned int request, int error, void* data,
+                                    unsigned long length, unsigned int selector);
+typedef void (*RilUnsolicitedHandler)(unsigned int id, void* data, unsigned long length,
+                                      unsigned int selector);
+
+}  // extern "C"
 
 namespace {
 

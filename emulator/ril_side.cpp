@@ -35,8 +35,7 @@ struct RilSide::Connection {
     std::thread reader;
 };
 
-RilSide::RilSide(Transcript* transcript)
-    : transcript_(transcript), answer_thread_([this] { AnswerLoop(); }) {}
+RilSide::RilSide(Transcript* transcript) : transcript_(transcript) {}
 
 RilSide::~RilSide() { Stop(); }
 
@@ -65,10 +64,8 @@ void RilSide::Stop() {
         if (stopping_) return;
         stopping_ = true;
         connections.swap(connections_);
-        pending_.clear();
     }
-    pending_changed_.notify_all();
-    if (answer_thread_.joinable()) answer_thread_.join();
+    answers_.Stop();
     // Shutting a listening socket down ends a blocked accept.
     if (listener_ != -1) shutdown(listener_.get(), SHUT_RDWR);
     if (accept_thread_.joinable()) accept_thread_.join();
@@ -113,11 +110,8 @@ void RilSide::Serve(std::shared_ptr<Connection> connection) {
         received_.Add(std::move(request));
         if (rule.no_reply) continue;
 
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (stopping_) break;
-        pending_.emplace(std::chrono::steady_clock::now() + rule.delay,
-                         Answer{connection, header.serial, header.request, rule.error});
-        pending_changed_.notify_all();
+        const Answer answer = {connection, header.serial, header.request, rule.error};
+        answers_.After(rule.delay, [this, answer] { Deliver(answer); });
     }
     transcript_->Note("ril: client disconnected");
 }
@@ -152,26 +146,6 @@ std::optional<RilRequest> RilSide::Await(uint32_t request, const std::optional<s
 
 std::optional<RilRequest> RilSide::NextNew(std::chrono::milliseconds timeout) {
     return received_.NextNew(timeout);
-}
-
-void RilSide::AnswerLoop() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    while (!stopping_) {
-        if (pending_.empty()) {
-            pending_changed_.wait(lock);
-            continue;
-        }
-        const auto due = pending_.begin()->first;
-        if (std::chrono::steady_clock::now() < due) {
-            pending_changed_.wait_until(lock, due);
-            continue;
-        }
-        const Answer answer = std::move(pending_.begin()->second);
-        pending_.erase(pending_.begin());
-        lock.unlock();
-        Deliver(answer);
-        lock.lock();
-    }
 }
 
 void RilSide::Deliver(const Answer& answer) {

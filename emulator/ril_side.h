@@ -1,9 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -14,6 +12,7 @@
 #include <android-base/result.h>
 #include <android-base/unique_fd.h>
 
+#include "delayed_calls.h"
 #include "event_list.h"
 #include "transcript.h"
 
@@ -80,7 +79,6 @@ class RilSide {
     void Serve(std::shared_ptr<Connection> connection);
     // The rule for a request, counting it against a limited rule.
     RilReplyRule TakeRule(uint32_t request);
-    void AnswerLoop();
     void Deliver(const Answer& answer);
 
     Transcript* transcript_;
@@ -91,10 +89,9 @@ class RilSide {
     std::mutex mutex_;
     std::vector<Rule> rules_;
     std::vector<std::shared_ptr<Connection>> connections_;
-    std::multimap<std::chrono::steady_clock::time_point, Answer> pending_;
-    std::condition_variable pending_changed_;
     bool stopping_ = false;
-    std::thread answer_thread_;
+    // Last, so that no answer runs once the rest is gone.
+    DelayedCalls answers_;
 };
 
 }  // namespace tarvo_emu

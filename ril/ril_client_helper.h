@@ -2,7 +2,23 @@
 
 #include <cstdint>
 
-#include "vekril_client.h"
+// The vendor RIL client library's callbacks and entry points, as the daemon calls them.
+// Called once per request, from a thread of the library: request id, RIL error code, response
+// data and its length, and the selector the request was sent with.
+using RilResponseCallback = void (*)(unsigned int request, int error, void* data,
+                                     unsigned long length, unsigned int selector);
+// Called for each unsolicited message: message id, data, length, selector.
+using RilUnsolicitedHandler = void (*)(unsigned int id, void* data, unsigned long length,
+                                       unsigned int selector);
+using RilcOpenFunction = void* (*)();
+using RilcOpenV2Function = void* (*)(const char* argument);
+using RilcCloseFunction = int (*)(void* handle);
+using RilcReconnectFunction = int (*)(void* handle);
+using RilcRegisterUnsolicitedHandlerFunction = int (*)(void* handle, RilUnsolicitedHandler handler);
+using RilcSendFunction = int (*)(void* handle, unsigned int request, void* data,
+                                 unsigned long length, RilResponseCallback callback,
+                                 unsigned int selector);
+using RilcSetIndicationFilterFunction = int (*)(void* handle, int32_t* filter, unsigned long count);
 
 // The daemon's way into the vendor RIL client library. Every operation forwards to the library's
 // entry point of the same meaning; without the library each answers as a failure.
