@@ -64,6 +64,11 @@ void ModemSide::Send(const TarvoMessage& message) {
     ipc_->Push(message.SerializeAsString());
 }
 
+void ModemSide::SendRaw(const std::string& bytes) {
+    transcript_->Raw(Transcript::Direction::kToDaemon, bytes);
+    ipc_->Push(bytes);
+}
+
 std::optional<TarvoMessage> ModemSide::Await(const TarvoMessage& partial,
                                              std::chrono::milliseconds timeout) {
     return received_.Take(

@@ -46,6 +46,8 @@ class ModemSide {
     void OnUplink(const std::string& bytes);
 
     void Send(const tarvo_message::TarvoMessage& message);
+    // Bytes written as one message as they stand, whether they parse or not.
+    void SendRaw(const std::string& bytes);
     // Takes the earliest message from the daemon not taken before that matches `partial` (every
     // field set in `partial` equal, others ignored), waiting up to `timeout`.
     std::optional<tarvo_message::TarvoMessage> Await(const tarvo_message::TarvoMessage& partial,

@@ -40,7 +40,7 @@ Rig::~Rig() {
 }
 
 Result<void> Rig::Start() {
-    Result<std::unique_ptr<Sandbox>> sandbox = Sandbox::Create();
+    Result<std::unique_ptr<Sandbox>> sandbox = Sandbox::Create(options_.data_size_limit_kib);
     if (!sandbox.ok()) return Error() << "sandbox: " << sandbox.error();
     sandbox_ = std::move(*sandbox);
 
@@ -68,6 +68,9 @@ Result<void> Rig::Start() {
     }
     for (const auto& [name, value] : options_.properties) {
         if (!SetProperty(name, value)) return Error() << "cannot set property " << name;
+    }
+    for (const std::string& path : options_.read_only) {
+        if (Result<void> bound = sandbox_->SetReadOnly(path); !bound.ok()) return bound.error();
     }
     if (!options_.start_daemon) return {};
     return StartDaemon();
@@ -102,6 +105,12 @@ Result<void> Rig::StartDaemon() {
 void Rig::StopDaemon() {
     daemon_.reset();
     daemon_pid_ = 0;
+}
+
+Result<void> Rig::RestartDaemon() {
+    transcript_.Note("kill -9 tarvo");
+    StopDaemon();
+    return StartDaemon();
 }
 
 void Rig::OnOutputLine(const std::string& line, bool from_daemon) {
@@ -188,6 +197,11 @@ std::optional<mode_t> Rig::FileMode(const std::string& path) const {
     const std::string host = sandbox_->HostPath(path);
     if (host.empty() || stat(host.c_str(), &st) != 0) return std::nullopt;
     return st.st_mode & 07777;
+}
+
+bool Rig::RemoveFile(const std::string& path) {
+    const std::string host = sandbox_->HostPath(path);
+    return !host.empty() && unlink(host.c_str()) == 0;
 }
 
 bool Rig::WriteFile(const std::string& path, const std::string& content, mode_t mode) {

@@ -51,6 +51,8 @@ RigOptions OptionsOf(const tarvo_scenario::Scenario& scenario, std::ostream* tra
     options.ril.absent = scenario.ril().absent();
     options.ril.omit_symbol = scenario.ril().omit_symbol();
     options.ril.open_fails = scenario.ril().open_fails();
+    options.data_size_limit_kib = scenario.data_size_limit_kib();
+    options.read_only.assign(scenario.read_only().begin(), scenario.read_only().end());
     options.transcript = transcript;
     return options;
 }
@@ -109,6 +111,11 @@ class StepPlayer {
             case Step::kSleepMs:
                 std::this_thread::sleep_for(milliseconds(step.sleep_ms()));
                 return {};
+            case Step::kSendRaw:
+                rig_->modem().SendRaw(step.send_raw());
+                return {};
+            case Step::kRestartDaemon:
+                return RestartDaemon(step.restart_daemon());
             case Step::kFault:
                 if (step.fault() == tarvo_scenario::NO_FAULT) return "no fault named";
                 rig_->InjectFault(FaultOf(step.fault()));
@@ -127,6 +134,12 @@ class StepPlayer {
     }
 
   private:
+    std::string RestartDaemon(bool restart) {
+        if (!restart) return {};
+        Result<void> restarted = rig_->RestartDaemon();
+        return restarted.ok() ? std::string() : "restart: " + restarted.error().message();
+    }
+
     std::string Expect(const tarvo_scenario::Expect& expect) {
         const milliseconds timeout = TimeoutOf(expect.has_timeout_ms(), expect.timeout_ms());
         if (rig_->AwaitMessage(expect.message(), timeout)) return {};

@@ -23,6 +23,8 @@ class Transcript {
     void Message(Direction direction, const tarvo_message::TarvoMessage& message);
     // A request through the RIL client library, or the RIL's answer.
     void Ril(Direction direction, const std::string& text);
+    // Unparsed bytes: their size and, escaped, the first of them.
+    void Raw(Direction direction, const std::string& bytes);
     void Log(const LogLine& line);
     // A line of a process that is not a log line, such as the usage text.
     void Output(const std::string& line);
