@@ -52,6 +52,10 @@ class ModemSide {
     // field set in `partial` equal, others ignored), waiting up to `timeout`.
     std::optional<tarvo_message::TarvoMessage> Await(const tarvo_message::TarvoMessage& partial,
                                                      std::chrono::milliseconds timeout);
+    // Takes the earliest message from the daemon not taken before for which `matches` holds.
+    std::optional<tarvo_message::TarvoMessage> Await(
+        const EventList<tarvo_message::TarvoMessage>::Predicate& matches,
+        std::chrono::milliseconds timeout);
     // The first message the daemon writes from now on, if one comes within `timeout`.
     std::optional<tarvo_message::TarvoMessage> NextNew(std::chrono::milliseconds timeout);
     std::vector<tarvo_message::TarvoMessage> received() const { return received_.All(); }
