@@ -3,7 +3,7 @@
 BUILD_DIR ?= build
 JOBS ?= 2
 
-.PHONY: all deps configure build test demo format clean
+.PHONY: all deps configure build test demo tput format clean
 
 all: build
 
@@ -21,6 +21,10 @@ test: build
 
 demo: build
 	$(BUILD_DIR)/tarvo-emu run tests/scenarios/demo.textproto
+
+# The IPC throughput test against the emulated modem: prints the table, draws build/tput.svg.
+tput: build
+	$(BUILD_DIR)/tarvo-emu tput --plot $(BUILD_DIR)/tput.svg --json $(BUILD_DIR)/tput.json
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -41,6 +41,7 @@ void ModemSide::OnUplink(const std::string& bytes) {
         }
         reply = MakeReply(message, rule);
     }
+    if (observer_) observer_(message);
     received_.Add(message);
     if (reply) Schedule(std::move(*reply), rule.delay);
 }

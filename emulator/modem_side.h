@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -61,6 +62,11 @@ class ModemSide {
     std::vector<tarvo_message::TarvoMessage> received() const { return received_.All(); }
 
     void SetAutoReply(int payload_case, AutoReply rule);
+    // Called with every message the daemon writes, before it is answered. Set before the daemon
+    // starts.
+    void SetObserver(std::function<void(const tarvo_message::TarvoMessage&)> observer) {
+        observer_ = std::move(observer);
+    }
     // The reply a rule makes to `request`, or nothing for no reply.
     static std::optional<tarvo_message::TarvoMessage> MakeReply(
         const tarvo_message::TarvoMessage& request, const AutoReply& rule);
@@ -71,6 +77,7 @@ class ModemSide {
     IpcNode* ipc_;
     Transcript* transcript_;
     EventList<tarvo_message::TarvoMessage> received_;
+    std::function<void(const tarvo_message::TarvoMessage&)> observer_;
 
     std::mutex mutex_;
     std::map<int, AutoReply> rules_;

@@ -36,6 +36,7 @@ Rig::~Rig() {
     if (modem_) modem_->Stop();
     emulator_.reset();
     modem_.reset();
+    tput_modem_.reset();
     sandbox_.reset();
 }
 
@@ -49,6 +50,10 @@ Result<void> Rig::Start() {
             if (modem_) modem_->OnUplink(bytes);
         });
     modem_ = std::make_unique<ModemSide>(&emulator_->ipc(), &transcript_);
+    tput_modem_ = std::make_unique<TputModem>(&emulator_->test(), options_.tput);
+    modem_->SetObserver([this](const tarvo_message::TarvoMessage& message) {
+        tput_modem_->OnDaemonMessage(message);
+    });
     if (Result<void> mounted = emulator_->Mount(sandbox_->emulator_dir()); !mounted.ok()) {
         return mounted.error();
     }

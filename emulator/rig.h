@@ -21,6 +21,7 @@
 #include "ril_side.h"
 #include "sandbox.h"
 #include "tarvo_message.pb.h"
+#include "tput_modem.h"
 #include "transcript.h"
 
 namespace tarvo_emu {
@@ -58,6 +59,8 @@ struct RigOptions {
     // Environment variables for every process in the sandbox.
     std::vector<std::pair<std::string, std::string>> env = {};
     RilLibraryOptions ril = {};
+    // The modem's part in the throughput test.
+    TputSettings tput = {};
     bool start_daemon = true;
     // Where the transcript goes; null for none.
     std::ostream* transcript = nullptr;
@@ -161,6 +164,7 @@ class Rig {
     std::unique_ptr<ModemEmulator> emulator_;
     std::unique_ptr<ModemSide> modem_;
     std::unique_ptr<RilSide> ril_;
+    std::unique_ptr<TputModem> tput_modem_;
     std::unique_ptr<ChildProcess> daemon_;
 };
 

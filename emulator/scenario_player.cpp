@@ -86,6 +86,15 @@ RigOptions OptionsOf(const tarvo_scenario::Scenario& scenario, std::ostream* tra
     options.ril.absent = scenario.ril().absent();
     options.ril.omit_symbol = scenario.ril().omit_symbol();
     options.ril.open_fails = scenario.ril().open_fails();
+    if (scenario.has_tput()) {
+        const tarvo_scenario::TputModem& tput = scenario.tput();
+        if (tput.has_downlink_block_size()) {
+            options.tput.downlink_block_size = tput.downlink_block_size();
+        }
+        options.tput.downlink_bytes_per_s = tput.downlink_bytes_per_s();
+        options.tput.no_downlink = tput.no_downlink();
+        options.tput.fail_writes.assign(tput.fail_write().begin(), tput.fail_write().end());
+    }
     options.data_size_limit_kib = scenario.data_size_limit_kib();
     options.read_only.assign(scenario.read_only().begin(), scenario.read_only().end());
     options.transcript = transcript;
@@ -162,6 +171,8 @@ class StepPlayer {
                 return {};
             case Step::kExpectRilSilenceMs:
                 return ExpectRilSilence(step.expect_ril_silence_ms());
+            case Step::kExpectUplink:
+                return ExpectUplinkCounters(step.expect_uplink());
             case Step::ACTION_NOT_SET:
                 return {};
         }
@@ -277,6 +288,32 @@ class StepPlayer {
         if (!value) return "the property is not set";
         if (*value != expect.value()) return "the property is " + Quoted(*value);
         return {};
+    }
+
+    std::string ExpectUplinkCounters(const tarvo_scenario::ExpectUplink& expect) {
+        const auto holds = [&expect](const TestNode::Uplink& uplink) {
+            if (expect.has_writes() && uplink.writes != expect.writes()) return false;
+            if (expect.has_bytes() && uplink.bytes != expect.bytes()) return false;
+            if (expect.has_failed() && uplink.failed != expect.failed()) return false;
+            for (const auto& [size, writes] : expect.writes_by_size()) {
+                const auto it = uplink.writes_by_size.find(size);
+                if ((it == uplink.writes_by_size.end() ? 0 : it->second) != writes) return false;
+            }
+            return true;
+        };
+        const milliseconds timeout = TimeoutOf(expect.has_timeout_ms(), expect.timeout_ms());
+        TestNode& node = rig_->emulator().test();
+        if (node.WaitForUplink(holds, timeout)) return {};
+        const TestNode::Uplink uplink = node.uplink();
+        std::string sizes;
+        for (const auto& [size, writes] : uplink.writes_by_size) {
+            sizes += StringPrintf(" %zu:%llu", size, static_cast<unsigned long long>(writes));
+        }
+        return StringPrintf("after %lld ms: writes %llu, bytes %llu, failed %llu, by size {%s }",
+                            static_cast<long long>(timeout.count()),
+                            static_cast<unsigned long long>(uplink.writes),
+                            static_cast<unsigned long long>(uplink.bytes),
+                            static_cast<unsigned long long>(uplink.failed), sizes.c_str());
     }
 
     void SetAutoReply(const tarvo_scenario::AutoReply& step) {
