@@ -2,7 +2,10 @@
 // channel that fails in the middle of a transfer, a full disk, a read-only /data, and a restart in
 // the middle of a transfer.
 
+#include <signal.h>
+
 #include <string>
+#include <vector>
 
 #include "tarvo_e2e_fixture.h"
 
@@ -166,6 +169,41 @@ TEST_F(FaultsTest, ARestartInTheMiddleOfATransferLosesNothing) {
                   tarvo_message::RESULT_SUCCESS);
     }
     EXPECT_EQ(rig().ReadFile(std::string(kMds) + "f"), content);
+}
+
+TEST_F(FaultsTest, ABurstOfReportSignalsIsServedOneAtATime) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    ASSERT_TRUE(AwaitPidFile());
+    const pid_t daemon = rig().daemon_pid();
+    ASSERT_NE(daemon, 0);
+
+    // Offline, every handled signal is refused at once.
+    for (int i = 0; i < 1000; ++i) ASSERT_EQ(kill(daemon, SIGUSR1), 0);
+    EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "Modem is not online"));
+
+    // Online, each handled signal asks the modem and waits for its answer before the next.
+    ASSERT_NO_FATAL_FAILURE(GoOnline());
+    for (int i = 0; i < 1000; ++i) ASSERT_EQ(kill(daemon, SIGUSR1), 0);
+    EXPECT_TRUE(Logs(ANDROID_LOG_INFO, "Got modemstat report response successful"));
+    // The reader serves the modem meanwhile, and the daemon is still the same process.
+    std::optional<Message> answer =
+        Request(Text("property { read_request { name: 'vendor.none' } }"), milliseconds(10000));
+    EXPECT_TRUE(answer);
+    EXPECT_EQ(kill(daemon, 0), 0);
+
+    std::vector<std::string> report_lines;
+    for (const tarvo_emu::LogLine& line : rig().logs()) {
+        if (line.text == "Sending modemstat report request" ||
+            line.text == "Got modemstat report response successful") {
+            report_lines.push_back(line.text);
+        }
+    }
+    // Never a second request before the first was answered.
+    for (size_t i = 0; i < report_lines.size(); ++i) {
+        EXPECT_EQ(report_lines[i], i % 2 == 0 ? "Sending modemstat report request"
+                                              : "Got modemstat report response successful")
+            << i;
+    }
 }
 
 }  // namespace
