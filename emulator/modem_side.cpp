@@ -14,19 +14,11 @@ bool PartiallyMatches(const TarvoMessage& partial, const TarvoMessage& message) 
     return differencer.Compare(partial, message);
 }
 
-ModemSide::ModemSide(IpcNode* ipc, Transcript* transcript)
-    : ipc_(ipc), transcript_(transcript), reply_thread_([this] { ReplyLoop(); }) {}
+ModemSide::ModemSide(IpcNode* ipc, Transcript* transcript) : ipc_(ipc), transcript_(transcript) {}
 
 ModemSide::~ModemSide() { Stop(); }
 
-void ModemSide::Stop() {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        stopping_ = true;
-    }
-    pending_changed_.notify_all();
-    if (reply_thread_.joinable()) reply_thread_.join();
-}
+void ModemSide::Stop() { replies_.Stop(); }
 
 void ModemSide::OnUplink(std::string_view bytes) {
     TarvoMessage message;
@@ -102,31 +94,7 @@ void ModemSide::SetAutoReply(int payload_case, AutoReply rule) {
 }
 
 void ModemSide::Schedule(TarvoMessage reply, std::chrono::milliseconds delay) {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        pending_.emplace(std::chrono::steady_clock::now() + delay, std::move(reply));
-    }
-    pending_changed_.notify_all();
-}
-
-void ModemSide::ReplyLoop() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    while (!stopping_) {
-        if (pending_.empty()) {
-            pending_changed_.wait(lock);
-            continue;
-        }
-        const auto due = pending_.begin()->first;
-        if (std::chrono::steady_clock::now() < due) {
-            pending_changed_.wait_until(lock, due);
-            continue;
-        }
-        TarvoMessage reply = std::move(pending_.begin()->second);
-        pending_.erase(pending_.begin());
-        lock.unlock();
-        Send(reply);
-        lock.lock();
-    }
+    replies_.After(delay, [this, reply = std::move(reply)] { Send(reply); });
 }
 
 }  // namespace tarvo_emu

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <thread>
 
+#include "delayed_calls.h"
 #include "event_list.h"
 #include "ipc_node.h"
 #include "tarvo_message.pb.h"
@@ -73,7 +74,6 @@ class ModemSide {
 
   private:
     void Schedule(tarvo_message::TarvoMessage reply, std::chrono::milliseconds delay);
-    void ReplyLoop();
 
     IpcNode* ipc_;
     Transcript* transcript_;
@@ -82,10 +82,8 @@ class ModemSide {
 
     std::mutex mutex_;
     std::map<int, AutoReply> rules_;
-    std::multimap<std::chrono::steady_clock::time_point, tarvo_message::TarvoMessage> pending_;
-    std::condition_variable pending_changed_;
-    bool stopping_ = false;
-    std::thread reply_thread_;
+    // Last, so that no reply runs once the rest is gone.
+    DelayedCalls replies_;
 };
 
 // Whether `message` has every field that `partial` sets, with the same value.

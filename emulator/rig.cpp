@@ -9,6 +9,8 @@
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
 
+#include "ril_wire.h"
+
 namespace fs = std::filesystem;
 
 using android::base::Error;
@@ -28,6 +30,7 @@ Rig::Rig(RigOptions options) : options_(std::move(options)), transcript_(options
 
 Rig::~Rig() {
     daemon_.reset();
+    if (ril_) ril_->Stop();
     // The replies stop before the filesystem goes, and the filesystem, whose threads hand the
     // daemon's messages to the modem side, goes before the modem side.
     if (modem_) modem_->Stop();
@@ -59,6 +62,7 @@ Result<void> Rig::Start() {
         sandbox_->BindNode(node.device_path, emulator_->PathOf(node.name));
     }
 
+    if (Result<void> ril = SetUpRil(); !ril.ok()) return ril.error();
     for (const auto& [name, value] : options_.env) sandbox_->SetEnv(name, value);
     for (const std::string& path : options_.remove) {
         if (Result<void> removed = sandbox_->Remove(path); !removed.ok()) return removed.error();
@@ -76,6 +80,22 @@ Result<void> Rig::Start() {
     }
     if (!options_.start_daemon) return {};
     return StartDaemon();
+}
+
+Result<void> Rig::SetUpRil() {
+    ril_ = std::make_unique<RilSide>(&transcript_);
+    const RilLibraryOptions& options = options_.ril;
+    if (!options.absent) {
+        const std::string variant =
+            options.omit_symbol.empty() ? "full" : "without-" + options.omit_symbol;
+        const std::string library = TARVO_BINARY_DIR "/vekril/" + variant + "/libvekril-client.so";
+        std::error_code ec;
+        fs::copy_file(library, sandbox_->HostPath("/vendor/lib64/libvekril-client.so"), ec);
+        if (ec) return Error(ec.value()) << "no RIL client library " << variant;
+    }
+    if (options.open_fails) return {};
+    return ril_->Listen(sandbox_->socket_dir() + "/" +
+                        fs::path(kRilSocketPath).filename().string());
 }
 
 Result<void> Rig::StartDaemon() {

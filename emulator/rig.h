@@ -20,6 +20,7 @@
 #include "log_line.h"
 #include "modem_emulator.h"
 #include "modem_side.h"
+#include "ril_side.h"
 #include "sandbox.h"
 #include "tarvo_message.pb.h"
 #include "tput_modem.h"
@@ -40,6 +41,16 @@ struct SeedFile {
     mode_t mode = 0664;
 };
 
+// The vendor RIL client library that the sandbox offers the daemon.
+struct RilLibraryOptions {
+    // No library at all.
+    bool absent = false;
+    // A library that lacks this entry point, e.g. "RILC_Reconnect".
+    std::string omit_symbol = {};
+    // Nobody listens on the RIL's socket, so opening a client fails.
+    bool open_fails = false;
+};
+
 struct RigOptions {
     int initial_state = 0;
     std::vector<SeedFile> files = {};
@@ -49,6 +60,7 @@ struct RigOptions {
     std::vector<std::string> remove = {};
     // Environment variables for every process in the sandbox.
     std::vector<std::pair<std::string, std::string>> env = {};
+    RilLibraryOptions ril = {};
     // The modem's part in the throughput test.
     TputSettings tput = {};
     bool start_daemon = true;
@@ -103,6 +115,15 @@ class Rig {
     }
     void InjectFault(IpcFault fault);
     ModemSide& modem() { return *modem_; }
+
+    // The radio behind the RIL client library.
+    std::optional<RilRequest> AwaitRil(uint32_t request,
+                                       const std::optional<std::string>& data = std::nullopt,
+                                       std::chrono::milliseconds timeout = kDefaultTimeout) {
+        return ril_->Await(request, data, timeout);
+    }
+    void SetRilReply(uint32_t request, RilReplyRule rule) { ril_->SetReply(request, rule); }
+    RilSide& ril() { return *ril_; }
     ModemEmulator& emulator() { return *emulator_; }
 
     // Log lines of every process in the sandbox, daemon and clients. `priority` 0 matches any.
@@ -142,6 +163,7 @@ class Rig {
 
   private:
     void OnOutputLine(const std::string& line, bool from_daemon);
+    android::base::Result<void> SetUpRil();
 
     RigOptions options_;
     Transcript transcript_;
@@ -150,6 +172,7 @@ class Rig {
     std::unique_ptr<Sandbox> sandbox_;
     std::unique_ptr<ModemEmulator> emulator_;
     std::unique_ptr<ModemSide> modem_;
+    std::unique_ptr<RilSide> ril_;
     std::unique_ptr<TputModem> tput_modem_;
     std::unique_ptr<ChildProcess> daemon_;
 };

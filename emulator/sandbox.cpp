@@ -9,6 +9,8 @@
 
 #include <android-base/strings.h>
 
+#include "ril_wire.h"
+
 namespace fs = std::filesystem;
 
 using android::base::ErrnoError;
@@ -39,7 +41,7 @@ const std::vector<std::string> Sandbox::kDeviceDirectories = {
     "/data/vendor/radio/modem_temp_file", "/data/vendor/radio/mds",
     "/data/vendor/radio/extended_logs",   "/data/vendor/modem_stat",
     "/mnt/vendor/modem_userdata/replay",  "/vendor/etc/modem",
-    "/vendor/firmware/uecapconfig",
+    "/vendor/firmware/uecapconfig",       "/vendor/lib64",
 };
 
 Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib) {
@@ -58,7 +60,8 @@ Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib) {
         }
         sandbox->data_mounted_ = true;
     }
-    std::vector<std::string> dirs = {pattern + "/emu", pattern + "/properties"};
+    std::vector<std::string> dirs = {pattern + "/emu", pattern + "/properties",
+                                     pattern + "/socket"};
     for (const std::string& dir : kDeviceDirectories) dirs.push_back(sandbox->HostPath(dir));
     for (const std::string& dir : dirs) {
         if (!fs::create_directories(dir, ec) && ec) return Error(ec.value()) << "mkdir " << dir;
@@ -148,6 +151,9 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
         "--bind",
         dir_ + "/properties",
         "/dev/__properties__",
+        "--bind",
+        socket_dir(),
+        kRilSocketDir,
     };
     // Devices allowed: a node may also be a real character device of the host, such as
     // /dev/full for a disk that fills up.
@@ -162,7 +168,9 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
         args.insert(args.end(), {"--ro-bind", tree, tree});
     }
     args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin", "--setenv",
-                             "ANDROID_LOG_TAGS", "*:v"});
+                             "ANDROID_LOG_TAGS", "*:v",
+                             // Where a device's linker finds the vendor's libraries.
+                             "--setenv", "LD_LIBRARY_PATH", "/vendor/lib64"});
     for (const auto& [name, value] : env_) args.insert(args.end(), {"--setenv", name, value});
     args.emplace_back("--");
     args.insert(args.end(), command.begin(), command.end());

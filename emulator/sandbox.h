@@ -31,6 +31,8 @@ class Sandbox {
     const std::string& dir() const { return dir_; }
     // Where the emulator is mounted.
     std::string emulator_dir() const { return dir_ + "/emu"; }
+    // Shown at /dev/socket inside, for the emulated RIL's socket.
+    std::string socket_dir() const { return dir_ + "/socket"; }
     // The host path of a path under /data, /mnt, /vendor or /dev/__properties__ inside the
     // sandbox; empty for any other path.
     std::string HostPath(const std::string& path) const;

@@ -83,6 +83,9 @@ RigOptions OptionsOf(const tarvo_scenario::Scenario& scenario, std::ostream* tra
         options.properties.emplace_back(property.name(), property.value());
     }
     options.remove.assign(scenario.remove().begin(), scenario.remove().end());
+    options.ril.absent = scenario.ril().absent();
+    options.ril.omit_symbol = scenario.ril().omit_symbol();
+    options.ril.open_fails = scenario.ril().open_fails();
     if (scenario.has_tput()) {
         const tarvo_scenario::TputModem& tput = scenario.tput();
         if (tput.has_downlink_block_size()) {
@@ -161,6 +164,13 @@ class StepPlayer {
                 if (step.fault() == tarvo_scenario::NO_FAULT) return "no fault named";
                 rig_->InjectFault(FaultOf(step.fault()));
                 return {};
+            case Step::kExpectRil:
+                return ExpectRilRequest(step.expect_ril());
+            case Step::kRilReply:
+                SetRilReply(step.ril_reply());
+                return {};
+            case Step::kExpectRilSilenceMs:
+                return ExpectRilSilence(step.expect_ril_silence_ms());
             case Step::kExpectUplink:
                 return ExpectUplinkCounters(step.expect_uplink());
             case Step::ACTION_NOT_SET:
@@ -313,6 +323,30 @@ class StepPlayer {
         if (step.has_delay_ms()) rule.delay = milliseconds(step.delay_ms());
         rule.overrides = step.reply();
         rig_->SetAutoReply(step.payload_case(), std::move(rule));
+    }
+
+    std::string ExpectRilRequest(const tarvo_scenario::ExpectRil& expect) {
+        const milliseconds timeout = TimeoutOf(expect.has_timeout_ms(), expect.timeout_ms());
+        std::optional<std::string> data;
+        if (expect.has_data()) data = expect.data();
+        if (rig_->AwaitRil(expect.request(), data, timeout)) return {};
+        return StringPrintf("no such RIL request within %lld ms",
+                            static_cast<long long>(timeout.count()));
+    }
+
+    std::string ExpectRilSilence(uint32_t ms) {
+        std::optional<RilRequest> request = rig_->ril().NextNew(milliseconds(ms));
+        if (!request) return {};
+        return StringPrintf("the daemon sent RIL request %u", request->request);
+    }
+
+    void SetRilReply(const tarvo_scenario::RilReply& step) {
+        RilReplyRule rule;
+        rule.error = step.error();
+        if (step.has_delay_ms()) rule.delay = milliseconds(step.delay_ms());
+        rule.no_reply = step.no_reply();
+        if (step.has_count()) rule.count = step.count();
+        rig_->SetRilReply(step.request(), rule);
     }
 
     std::string RunClient(const std::string& args, int exit_status) {

@@ -23,6 +23,10 @@ void Transcript::Message(Direction direction, const tarvo_message::TarvoMessage&
           "{ " + ShortText(message) + " }");
 }
 
+void Transcript::Ril(Direction direction, const std::string& text) {
+    Print(direction == Direction::kToDaemon ? "ril > tarvo" : "tarvo > ril", text);
+}
+
 void Transcript::Raw(Direction direction, const std::string& bytes) {
     if (!enabled()) return;
     constexpr size_t kShown = 48;

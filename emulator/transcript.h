@@ -10,8 +10,9 @@
 
 namespace tarvo_emu {
 
-// What happened, in order: every message both ways in protobuf text format, the log lines of
-// the processes in the sandbox, and the steps of a scenario, each with the seconds since start.
+// What happened, in order: every message both ways in protobuf text format, the RIL requests and
+// answers, the log lines of the processes in the sandbox, and the steps of a scenario, each with
+// the seconds since start.
 // With no stream it records nothing.
 class Transcript {
   public:
@@ -23,6 +24,8 @@ class Transcript {
     bool enabled() const { return out_ != nullptr; }
 
     void Message(Direction direction, const tarvo_message::TarvoMessage& message);
+    // A request through the RIL client library, or the RIL's answer.
+    void Ril(Direction direction, const std::string& text);
     // Unparsed bytes: their size and, escaped, the first of them.
     void Raw(Direction direction, const std::string& bytes);
     void Log(const LogLine& line);

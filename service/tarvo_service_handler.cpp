@@ -1,7 +1,10 @@
 #include "tarvo_service_handler.h"
 
+#include <exception>
+
 #include <log/log.h>
 
+#include "gnss_coex_config.h"
 #include "tarvo_message_handler.h"
 #include "tarvo_payload_message.h"
 #include "vek_message.h"
@@ -13,6 +16,7 @@ constexpr unsigned int kModemStatReport = 0;
 constexpr unsigned int kModemStatConfig = 1;
 constexpr unsigned int kExtendedLog = 2;
 constexpr unsigned int kUserspaceLogEnable = 3;
+constexpr unsigned int kLoadGnssCoexConfig = 4;
 
 // Only the low 16 bits of an id take part in routing.
 uint16_t Id16(int id) { return static_cast<uint16_t>(id); }
@@ -104,6 +108,15 @@ unsigned int TarvoServiceHandler::SendServiceRequest(unsigned int command) {
             return SendExtendedLogRequest();
         case kUserspaceLogEnable:
             return SendUserspaceLogEnableRequest();
+        case kLoadGnssCoexConfig:
+            // A table field without a number throws; the lines before it are sent, the modem's
+            // next start tries again.
+            try {
+                return LoadGnssCoexConfig();
+            } catch (const std::exception& e) {
+                ALOGE("Failed to load GNSS coex configuration: %s", e.what());
+                return tarvo_message::RESULT_INVALID;
+            }
         default:
             ALOGE("Unsupport command type %d", command);
             return tarvo_message::RESULT_INVALID;

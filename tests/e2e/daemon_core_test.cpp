@@ -39,7 +39,7 @@ TEST_F(DaemonCoreTest, MonitorReportsEveryTransitionOnce) {
     // Commands 1, 3 and 4, each finding nothing to do.
     EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "Not found any config file"));
     EXPECT_TRUE(Logs(ANDROID_LOG_DEBUG, "Modem userspace logging config does not exist"));
-    EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "Unsupport command type 4"));
+    EXPECT_TRUE(Logs(ANDROID_LOG_INFO, "Configuring GNSS coex"));
     rig().SetModemState(0);
     EXPECT_TRUE(Logs(ANDROID_LOG_INFO, "Modem state changed from 4 to 0"));
     rig().SetModemState(4);
@@ -49,7 +49,7 @@ TEST_F(DaemonCoreTest, MonitorReportsEveryTransitionOnce) {
     EXPECT_TRUE(Logs(ANDROID_LOG_INFO, "Modem state changed from 4 to 3"));
 
     EXPECT_EQ(rig().CountLog(ANDROID_LOG_INFO, "Modem state changed from 0 to 4"), 2u);
-    EXPECT_EQ(rig().CountLog(ANDROID_LOG_ERROR, "Unsupport command type 4"), 2u);
+    EXPECT_EQ(rig().CountLog(ANDROID_LOG_INFO, "Configuring GNSS coex"), 2u);
 }
 
 TEST_F(DaemonCoreTest, SteadyOnlineStateWakesNobody) {

@@ -48,13 +48,13 @@ class ModemDiagnosticsTest : public TarvoE2eTest {
 TEST_F(ModemDiagnosticsTest, EachStartSendsStatisticsThenUserspaceLogEnables) {
     ASSERT_NO_FATAL_FAILURE(
         Start({.initial_state = 4, .files = {{kStatConfig, "A|B"}, {kUserspaceConfig, "X\nY\n"}}}));
-    EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "Unsupport command type 4"));
+    EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "Failed to read any GNSS coex configuration file"));
     EXPECT_EQ(Requests(), (std::vector<std::string>{"5 A", "5 B", "8 X", "8 Y"}));
     // Each request waited for its answer before the next went out; command 4 came last.
     EXPECT_EQ(rig().CountLog(ANDROID_LOG_INFO, "Got modemstat enable response successful"), 2u);
     EXPECT_EQ(rig().CountLog(ANDROID_LOG_INFO, "Got userspace enable response successful"), 2u);
     EXPECT_LT(IndexOf("Enabling modem userspace logging file Y"),
-              IndexOf("Unsupport command type 4"));
+              IndexOf("Failed to read any GNSS coex configuration file"));
 
     // Nothing is kept between starts: the next one reads the files again.
     ASSERT_TRUE(rig().WriteFile(kStatConfig, "C"));
@@ -62,7 +62,7 @@ TEST_F(ModemDiagnosticsTest, EachStartSendsStatisticsThenUserspaceLogEnables) {
     rig().SetModemState(0);
     EXPECT_TRUE(Logs(ANDROID_LOG_INFO, "Modem state changed from 4 to 0"));
     rig().SetModemState(4);
-    EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "Unsupport command type 4"));
+    EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "Failed to read any GNSS coex configuration file"));
     EXPECT_EQ(Requests(), (std::vector<std::string>{"5 A", "5 B", "8 X", "8 Y", "5 C", "8 Z"}));
 }
 

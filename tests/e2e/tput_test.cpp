@@ -126,7 +126,9 @@ TEST_F(TputTest, FullRunSamplesTheDownlinkAndPumpsTheWholeSchedule) {
     ASSERT_TRUE(std::regex_match(results[0], match, result_line)) << results[0];
     EXPECT_EQ(std::stol(match[1]), static_cast<int32_t>(total));
     EXPECT_EQ(std::stoul(match[2]), samples.size());
-    EXPECT_EQ(LinesStartingWith("Failed").size(), 0u);
+    // Only the start of the modem's GNSS configuration, which finds no table, may fail.
+    EXPECT_EQ(LinesStartingWith("Failed"),
+              std::vector<std::string>{"Failed to read any GNSS coex configuration file"});
     EXPECT_EQ(LinesStartingWith("Modem Failed").size(), 0u);
 }
 

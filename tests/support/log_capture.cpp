@@ -1,13 +1,13 @@
 #include "log_capture.h"
 
 #include <atomic>
-#include <cstring>
 
 namespace {
 std::atomic<LogCapture*> active{nullptr};
 }
 
-LogCapture::LogCapture() {
+LogCapture::LogCapture(std::string tag, std::optional<log_id_t> buffer)
+    : tag_(std::move(tag)), buffer_(buffer) {
     previous_priority_ = __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     active = this;
     __android_log_set_logger(&LogCapture::Write);
@@ -21,10 +21,10 @@ LogCapture::~LogCapture() {
 
 void LogCapture::Write(const __android_logger_data* data, const char* message) {
     LogCapture* capture = active;
-    if (capture == nullptr || data->tag == nullptr || strcmp(data->tag, tarvo_emu::kDaemonTag) != 0)
-        return;
+    if (capture == nullptr || data->tag == nullptr || capture->tag_ != data->tag) return;
+    if (capture->buffer_ && data->buffer_id != *capture->buffer_) return;
     std::lock_guard<std::mutex> guard(capture->lock_);
-    capture->lines_.push_back({data->priority, message != nullptr ? message : ""});
+    capture->lines_.push_back({data->priority, message != nullptr ? message : "", capture->tag_});
 }
 
 std::vector<LogLine> LogCapture::Lines() const {

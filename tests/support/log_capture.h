@@ -3,6 +3,7 @@
 #include <android/log.h>
 
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,10 +16,12 @@ inline LogLine Debug(std::string text) { return {ANDROID_LOG_DEBUG, std::move(te
 inline LogLine Info(std::string text) { return {ANDROID_LOG_INFO, std::move(text)}; }
 inline LogLine Error(std::string text) { return {ANDROID_LOG_ERROR, std::move(text)}; }
 
-// Collects the "tarvo" log lines written in this process, every priority, while it is alive.
+// Collects the log lines written in this process under one tag (the daemon's by default), every
+// priority, while it is alive; with a buffer, only the lines written to that buffer.
 class LogCapture {
   public:
-    LogCapture();
+    explicit LogCapture(std::string tag = tarvo_emu::kDaemonTag,
+                        std::optional<log_id_t> buffer = std::nullopt);
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
     ~LogCapture();
@@ -35,6 +38,8 @@ class LogCapture {
   private:
     static void Write(const __android_logger_data* data, const char* message);
 
+    const std::string tag_;
+    const std::optional<log_id_t> buffer_;
     mutable std::mutex lock_;
     std::vector<LogLine> lines_;
     int previous_priority_;

@@ -70,13 +70,21 @@ TEST_F(ServiceDispatchTest, UnsupportedIdsAreLoggedWithTheirNumber) {
 }
 
 TEST_F(ServiceDispatchTest, CommandsWithoutAnOperationAreRefused) {
-    // Command 4 gets its operation later; until then it must not report success.
-    for (unsigned int command : {4u, 5u, 0xFFFFFFFFu}) {
+    // Any other command is refused.
+    for (unsigned int command : {5u, 0xFFFFFFFFu}) {
         log_.Clear();
         EXPECT_EQ(service_.SendServiceRequest(command), 2u) << command;
         EXPECT_THAT(log_.Lines(), ElementsAre(Error("Unsupport command type " +
                                                     std::to_string(static_cast<int>(command)))));
     }
+}
+
+TEST_F(ServiceDispatchTest, CommandFourLoadsTheGnssCoexTable) {
+    // A process of the unit tests has no RIL client library to load.
+    EXPECT_EQ(service_.SendServiceRequest(4), 8u);
+    EXPECT_THAT(log_.Lines(),
+                ElementsAre(Info("Configuring GNSS coex"),
+                            Error("Failed to connect to RIL to send GNSS coex configuration")));
 }
 
 TEST_F(ServiceDispatchTest, FileOperationsReachTheirHandlers) {
