@@ -102,7 +102,22 @@ bool Rig::NoteDaemonEnd(std::chrono::milliseconds timeout) {
 bool Rig::AwaitDaemonEnd(std::chrono::milliseconds timeout) { return NoteDaemonEnd(timeout); }
 
 Result<void> Rig::CheckHealth() {
-    NoteDaemonEnd();
+    // A sanitized daemon that hits a fault right after the test's last step is still printing
+    // its report when the test ends, and would be killed before it ends by itself. Giving it a
+    // moment to end shows such a fault; a healthy daemon costs this wait in those builds only.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    constexpr std::chrono::milliseconds kLastWords{300};
+#else
+    constexpr std::chrono::milliseconds kLastWords{0};
+#endif
+    NoteDaemonEnd(kLastWords);
+    bool reporting;
+    {
+        std::lock_guard<std::mutex> lock(health_mutex_);
+        reporting = !report_.empty();
+    }
+    // A daemon that began a report ends once it is printed: the whole of it is worth the wait.
+    if (reporting) NoteDaemonEnd(std::chrono::seconds(10));
     std::lock_guard<std::mutex> lock(health_mutex_);
     if (daemon_end_.empty() && report_.empty()) return {};
     const std::string what = daemon_end_.empty() ? "sanitizer report" : daemon_end_;

@@ -312,11 +312,11 @@ TEST(RigHealthTest, ADaemonThatEndsOnItsOwnIsAFailure) {
     ASSERT_TRUE(rig.AwaitLog(ANDROID_LOG_INFO, "Start modem state monitoring"));
     ASSERT_NE(rig.daemon_pid(), 0);
     EXPECT_RESULT_OK(rig.CheckHealth());
-    ASSERT_EQ(kill(rig.daemon_pid(), SIGSEGV), 0);
+    ASSERT_EQ(kill(rig.daemon_pid(), SIGKILL), 0);
     ASSERT_TRUE(rig.AwaitDaemonEnd(std::chrono::seconds(10)));
     const android::base::Result<void> health = rig.CheckHealth();
     ASSERT_FALSE(health.ok());
-    EXPECT_EQ(health.error().message(), "tarvo -s ended with status 139");
+    EXPECT_EQ(health.error().message(), "tarvo -s ended with status 137");
 }
 
 }  // namespace
