@@ -12,7 +12,7 @@ export ASAN_OPTIONS ?= halt_on_error=1:detect_leaks=1:detect_stack_use_after_ret
 export UBSAN_OPTIONS ?= halt_on_error=1:print_stacktrace=1
 export TSAN_OPTIONS ?= halt_on_error=1:second_deadlock_stack=1
 
-.PHONY: all deps configure build test test-sanitize test-tsan demo format clean
+.PHONY: all deps configure build test test-sanitize test-tsan demo tput format clean
 
 all: build
 
@@ -41,6 +41,10 @@ test-tsan: deps
 
 demo: build
 	$(BUILD_DIR)/tarvo-emu run tests/scenarios/demo.textproto
+
+# The IPC throughput test against the emulated modem: prints the table, draws build/tput.svg.
+tput: build
+	$(BUILD_DIR)/tarvo-emu tput --plot $(BUILD_DIR)/tput.svg --json $(BUILD_DIR)/tput.json
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i

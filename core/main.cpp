@@ -51,6 +51,9 @@ void tarvo_signal_handler(int signal) {
         case SIGUSR2:
             TarvoMessageHandler::GetInstance()->SendServiceRequest(2);
             break;
+        case SIGWINCH:
+            TarvoMessageHandler::GetInstance()->TputTestStartRequest();
+            break;
         default:
             break;
     }

@@ -185,6 +185,10 @@ void TarvoMessageHandler::RemoveRequestRecord(unsigned int token) {
     if (request_list_) request_list_->RemoveRecord(token);
 }
 
+void TarvoMessageHandler::TputTestStartRequest() {
+    if (test_handler_) test_handler_->TputTestStart();
+}
+
 void TarvoMessageHandler::RegisterRecoveryCallback(RecoveryCallback* callback) {
     recovery_callback_ = callback;
 }

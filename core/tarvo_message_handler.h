@@ -53,7 +53,8 @@ class TarvoMessageHandler {
     virtual int SendServiceRequest(unsigned int command);
     virtual int WaitForResponse(int timeout_seconds, unsigned int token);
 
-    bool IsModemOnline();
+    // Virtual so that in-process tests can stand in for the modem state node.
+    virtual bool IsModemOnline();
     RequestRecord GetRequestRecord(unsigned int token);
     void RemoveRequestRecord(unsigned int token);
     void TputTestStartRequest();

@@ -36,19 +36,22 @@ void ModemSide::OnUplink(const std::string& bytes) {
         return;
     }
     transcript_->Message(Transcript::Direction::kFromDaemon, message);
-    received_.Add(message);
-    if (message.type() != tarvo_message::REQUEST) return;
-
+    // The reply is chosen before the request becomes visible, so that a step that awaits the
+    // request and then changes the rules changes them for later requests only.
+    std::optional<TarvoMessage> reply;
     AutoReply rule;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = rules_.find(message.payload_case());
-        if (it == rules_.end()) it = rules_.find(kAnyPayload);
-        if (it != rules_.end()) rule = it->second;
+    if (message.type() == tarvo_message::REQUEST) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            auto it = rules_.find(message.payload_case());
+            if (it == rules_.end()) it = rules_.find(kAnyPayload);
+            if (it != rules_.end()) rule = it->second;
+        }
+        reply = MakeReply(message, rule);
     }
-    if (std::optional<TarvoMessage> reply = MakeReply(message, rule)) {
-        Schedule(std::move(*reply), rule.delay);
-    }
+    if (observer_) observer_(message);
+    received_.Add(message);
+    if (reply) Schedule(std::move(*reply), rule.delay);
 }
 
 std::optional<TarvoMessage> ModemSide::MakeReply(const TarvoMessage& request,
@@ -72,11 +75,21 @@ void ModemSide::Send(const TarvoMessage& message) {
     ipc_->Push(message.SerializeAsString());
 }
 
+void ModemSide::SendRaw(const std::string& bytes) {
+    transcript_->Raw(Transcript::Direction::kToDaemon, bytes);
+    ipc_->Push(bytes);
+}
+
 std::optional<TarvoMessage> ModemSide::Await(const TarvoMessage& partial,
                                              std::chrono::milliseconds timeout) {
-    return received_.Take(
+    return Await(
         [&partial](const TarvoMessage& message) { return PartiallyMatches(partial, message); },
         timeout);
+}
+
+std::optional<TarvoMessage> ModemSide::Await(const EventList<TarvoMessage>::Predicate& matches,
+                                             std::chrono::milliseconds timeout) {
+    return received_.Take(matches, timeout);
 }
 
 std::optional<TarvoMessage> ModemSide::NextNew(std::chrono::milliseconds timeout) {

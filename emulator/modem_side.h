@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -45,15 +46,26 @@ class ModemSide {
     void OnUplink(const std::string& bytes);
 
     void Send(const tarvo_message::TarvoMessage& message);
+    // Bytes written as one message as they stand, whether they parse or not.
+    void SendRaw(const std::string& bytes);
     // Takes the earliest message from the daemon not taken before that matches `partial` (every
     // field set in `partial` equal, others ignored), waiting up to `timeout`.
     std::optional<tarvo_message::TarvoMessage> Await(const tarvo_message::TarvoMessage& partial,
                                                      std::chrono::milliseconds timeout);
+    // Takes the earliest message from the daemon not taken before for which `matches` holds.
+    std::optional<tarvo_message::TarvoMessage> Await(
+        const EventList<tarvo_message::TarvoMessage>::Predicate& matches,
+        std::chrono::milliseconds timeout);
     // The first message the daemon writes from now on, if one comes within `timeout`.
     std::optional<tarvo_message::TarvoMessage> NextNew(std::chrono::milliseconds timeout);
     std::vector<tarvo_message::TarvoMessage> received() const { return received_.All(); }
 
     void SetAutoReply(int payload_case, AutoReply rule);
+    // Called with every message the daemon writes, before it is answered. Set before the daemon
+    // starts.
+    void SetObserver(std::function<void(const tarvo_message::TarvoMessage&)> observer) {
+        observer_ = std::move(observer);
+    }
     // The reply a rule makes to `request`, or nothing for no reply.
     static std::optional<tarvo_message::TarvoMessage> MakeReply(
         const tarvo_message::TarvoMessage& request, const AutoReply& rule);
@@ -65,6 +77,7 @@ class ModemSide {
     IpcNode* ipc_;
     Transcript* transcript_;
     EventList<tarvo_message::TarvoMessage> received_;
+    std::function<void(const tarvo_message::TarvoMessage&)> observer_;
 
     std::mutex mutex_;
     std::map<int, AutoReply> rules_;

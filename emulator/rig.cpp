@@ -34,11 +34,12 @@ Rig::~Rig() {
     if (modem_) modem_->Stop();
     emulator_.reset();
     modem_.reset();
+    tput_modem_.reset();
     sandbox_.reset();
 }
 
 Result<void> Rig::Start() {
-    Result<std::unique_ptr<Sandbox>> sandbox = Sandbox::Create();
+    Result<std::unique_ptr<Sandbox>> sandbox = Sandbox::Create(options_.data_size_limit_kib);
     if (!sandbox.ok()) return Error() << "sandbox: " << sandbox.error();
     sandbox_ = std::move(*sandbox);
 
@@ -47,6 +48,10 @@ Result<void> Rig::Start() {
             if (modem_) modem_->OnUplink(bytes);
         });
     modem_ = std::make_unique<ModemSide>(&emulator_->ipc(), &transcript_);
+    tput_modem_ = std::make_unique<TputModem>(&emulator_->test(), options_.tput);
+    modem_->SetObserver([this](const tarvo_message::TarvoMessage& message) {
+        tput_modem_->OnDaemonMessage(message);
+    });
     if (Result<void> mounted = emulator_->Mount(sandbox_->emulator_dir()); !mounted.ok()) {
         return mounted.error();
     }
@@ -66,6 +71,9 @@ Result<void> Rig::Start() {
     for (const auto& [name, value] : options_.properties) {
         if (!SetProperty(name, value)) return Error() << "cannot set property " << name;
     }
+    for (const std::string& path : options_.read_only) {
+        if (Result<void> bound = sandbox_->SetReadOnly(path); !bound.ok()) return bound.error();
+    }
     if (!options_.start_daemon) return {};
     return StartDaemon();
 }
@@ -84,6 +92,12 @@ void Rig::StopDaemon() {
     NoteDaemonEnd();
     daemon_.reset();
     daemon_pid_ = 0;
+}
+
+Result<void> Rig::RestartDaemon() {
+    transcript_.Note("kill -9 tarvo");
+    StopDaemon();
+    return StartDaemon();
 }
 
 bool Rig::NoteDaemonEnd(std::chrono::milliseconds timeout) {
@@ -234,6 +248,11 @@ std::optional<mode_t> Rig::FileMode(const std::string& path) const {
     const std::string host = sandbox_->HostPath(path);
     if (host.empty() || stat(host.c_str(), &st) != 0) return std::nullopt;
     return st.st_mode & 07777;
+}
+
+bool Rig::RemoveFile(const std::string& path) {
+    const std::string host = sandbox_->HostPath(path);
+    return !host.empty() && unlink(host.c_str()) == 0;
 }
 
 bool Rig::WriteFile(const std::string& path, const std::string& content, mode_t mode) {

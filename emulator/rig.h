@@ -21,6 +21,7 @@
 #include "modem_side.h"
 #include "sandbox.h"
 #include "tarvo_message.pb.h"
+#include "tput_modem.h"
 #include "transcript.h"
 
 namespace tarvo_emu {
@@ -47,9 +48,15 @@ struct RigOptions {
     std::vector<std::string> remove = {};
     // Environment variables for every process in the sandbox.
     std::vector<std::pair<std::string, std::string>> env = {};
+    // The modem's part in the throughput test.
+    TputSettings tput = {};
     bool start_daemon = true;
     // Where the transcript goes; null for none.
     std::ostream* transcript = nullptr;
+    // When not 0, /data is a tmpfs of this many KiB.
+    uint32_t data_size_limit_kib = 0;
+    // Paths under /data or /mnt bound read-only.
+    std::vector<std::string> read_only = {};
 };
 
 // The whole host rig: a sandbox root, the emulated modem mounted and bound into it, the daemon
@@ -70,6 +77,8 @@ class Rig {
     android::base::Result<void> StartDaemon();
     // Kills the daemon (SIGKILL to its process group) and waits for it.
     void StopDaemon();
+    // Kills the daemon and starts it again in the same tree, as init restarts a service.
+    android::base::Result<void> RestartDaemon();
     // The daemon's own pid as its log lines show it; 0 before its first line.
     pid_t daemon_pid() const { return daemon_pid_; }
     // Fails when a process in the sandbox printed a sanitizer report, or when the daemon ended
@@ -123,6 +132,7 @@ class Rig {
     std::optional<std::string> ReadFile(const std::string& path) const;
     std::optional<mode_t> FileMode(const std::string& path) const;  // permission bits only
     bool WriteFile(const std::string& path, const std::string& content, mode_t mode = 0664);
+    bool RemoveFile(const std::string& path);
     std::optional<std::string> Property(const std::string& name) const;
     bool SetProperty(const std::string& name, const std::string& value);
 
@@ -143,6 +153,7 @@ class Rig {
     std::unique_ptr<Sandbox> sandbox_;
     std::unique_ptr<ModemEmulator> emulator_;
     std::unique_ptr<ModemSide> modem_;
+    std::unique_ptr<TputModem> tput_modem_;
     std::unique_ptr<ChildProcess> daemon_;
     std::mutex health_mutex_;
     std::vector<std::string> report_;  // the first sanitizer report and the lines that follow

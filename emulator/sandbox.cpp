@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mount.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -41,13 +42,22 @@ const std::vector<std::string> Sandbox::kDeviceDirectories = {
     "/vendor/firmware/uecapconfig",
 };
 
-Result<std::unique_ptr<Sandbox>> Sandbox::Create() {
+Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib) {
     const char* tmp = getenv("TMPDIR");
     std::string pattern =
         std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/tarvo-rig.XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr) return ErrnoError() << "mkdtemp " << pattern;
     std::unique_ptr<Sandbox> sandbox(new Sandbox(pattern));
     std::error_code ec;
+    if (data_size_limit_kib != 0) {
+        const std::string data = pattern + "/data";
+        if (!fs::create_directory(data, ec) && ec) return Error(ec.value()) << "mkdir " << data;
+        const std::string size = "size=" + std::to_string(data_size_limit_kib) + "k,mode=0755";
+        if (mount("tmpfs", data.c_str(), "tmpfs", 0, size.c_str()) != 0) {
+            return ErrnoError() << "mount tmpfs " << size << " on " << data;
+        }
+        sandbox->data_mounted_ = true;
+    }
     std::vector<std::string> dirs = {pattern + "/emu", pattern + "/properties"};
     for (const std::string& dir : kDeviceDirectories) dirs.push_back(sandbox->HostPath(dir));
     for (const std::string& dir : dirs) {
@@ -59,6 +69,7 @@ Result<std::unique_ptr<Sandbox>> Sandbox::Create() {
 Sandbox::Sandbox(std::string dir) : dir_(std::move(dir)) {}
 
 Sandbox::~Sandbox() {
+    if (data_mounted_) umount2((dir_ + "/data").c_str(), MNT_DETACH);
     std::error_code ec;
     fs::remove_all(dir_, ec);
 }
@@ -72,6 +83,16 @@ std::string Sandbox::HostPath(const std::string& path) const {
 
 void Sandbox::BindNode(const std::string& device_path, const std::string& host_path) {
     nodes_.emplace_back(device_path, host_path);
+}
+
+Result<void> Sandbox::SetReadOnly(const std::string& path) {
+    if (!IsUnder(path, "/data") && !IsUnder(path, "/mnt")) {
+        return Error() << "cannot bind " << path << " read-only: not under /data or /mnt";
+    }
+    const std::string host = HostPath(path);
+    if (!fs::exists(host)) return Error(ENOENT) << "cannot bind " << path << " read-only";
+    read_only_.emplace_back(path, host);
+    return {};
 }
 
 Result<void> Sandbox::Remove(const std::string& path) {
@@ -132,6 +153,9 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
     // /dev/full for a disk that fills up.
     for (const auto& [device_path, host_path] : nodes_) {
         args.insert(args.end(), {"--dev-bind", host_path, device_path});
+    }
+    for (const auto& [path, host_path] : read_only_) {
+        args.insert(args.end(), {"--ro-bind", host_path, path});
     }
     // The project's binaries, at their host paths.
     for (const char* tree : {TARVO_SOURCE_DIR, TARVO_BINARY_DIR}) {

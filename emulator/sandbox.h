@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -21,8 +22,9 @@ class Sandbox {
     // Directories that a device has and the daemon expects, created in every fresh root.
     static const std::vector<std::string> kDeviceDirectories;
 
-    // Creates a fresh root under $TMPDIR (or /tmp).
-    static android::base::Result<std::unique_ptr<Sandbox>> Create();
+    // Creates a fresh root under $TMPDIR (or /tmp). With a size limit, /data is a tmpfs of that
+    // many KiB.
+    static android::base::Result<std::unique_ptr<Sandbox>> Create(uint32_t data_size_limit_kib = 0);
     // Deletes the root; the emulator must be unmounted first.
     ~Sandbox();
 
@@ -39,6 +41,8 @@ class Sandbox {
     // Takes `path` out of the tree: an emulated node is no longer bound, a file or a directory
     // is deleted with its contents.
     android::base::Result<void> Remove(const std::string& path);
+    // Binds `path` (under /data or /mnt) read-only.
+    android::base::Result<void> SetReadOnly(const std::string& path);
     // Sets an environment variable for every process in the sandbox.
     void SetEnv(const std::string& name, const std::string& value) { env_[name] = value; }
 
@@ -50,8 +54,10 @@ class Sandbox {
     explicit Sandbox(std::string dir);
 
     std::string dir_;
-    std::vector<std::pair<std::string, std::string>> nodes_;  // device path, host path
+    std::vector<std::pair<std::string, std::string>> nodes_;      // device path, host path
+    std::vector<std::pair<std::string, std::string>> read_only_;  // path, host path
     std::map<std::string, std::string> env_;
+    bool data_mounted_ = false;
 };
 
 }  // namespace tarvo_emu

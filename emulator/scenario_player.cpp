@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 
+#include <regex>
 #include <thread>
 
 #include <google/protobuf/io/tokenizer.h>
 #include <google/protobuf/text_format.h>
+#include <google/protobuf/util/message_differencer.h>
 
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
@@ -37,17 +39,61 @@ class ErrorCollector : public google::protobuf::io::ErrorCollector {
     std::string errors;
 };
 
+// `content` once, or repeated (zeros when empty) up to exactly `size` bytes.
+std::string SeedContent(const tarvo_scenario::SeedFile& file) {
+    if (!file.has_size()) return file.content();
+    if (file.content().empty()) return std::string(file.size(), '\0');
+    std::string content;
+    content.reserve(file.size());
+    while (content.size() < file.size()) content += file.content();
+    content.resize(file.size());
+    return content;
+}
+
+// An ECMAScript regular expression; an unusable one is an error, not an exception.
+Result<std::regex> Compiled(const std::string& regex) {
+    try {
+        return std::regex(regex, std::regex::ECMAScript);
+    } catch (const std::regex_error& e) {
+        return Error() << "bad regular expression \"" << regex << "\": " << e.what();
+    }
+}
+
+// The payloads of both messages equal, field presence included; headers are not compared.
+bool PayloadsEqual(const tarvo_message::TarvoMessage& a, const tarvo_message::TarvoMessage& b) {
+    tarvo_message::TarvoMessage payload_a = a;
+    tarvo_message::TarvoMessage payload_b = b;
+    for (tarvo_message::TarvoMessage* message : {&payload_a, &payload_b}) {
+        message->clear_type();
+        message->clear_message_id();
+        message->clear_token();
+        message->clear_result();
+    }
+    return google::protobuf::util::MessageDifferencer::Equals(payload_a, payload_b);
+}
+
 RigOptions OptionsOf(const tarvo_scenario::Scenario& scenario, std::ostream* transcript) {
     RigOptions options;
     options.initial_state = scenario.initial_state();
     for (const tarvo_scenario::SeedFile& file : scenario.file()) {
-        options.files.push_back({file.path(), file.content(),
+        options.files.push_back({file.path(), SeedContent(file),
                                  static_cast<mode_t>(file.has_mode() ? file.mode() : 0664)});
     }
     for (const tarvo_scenario::Property& property : scenario.property()) {
         options.properties.emplace_back(property.name(), property.value());
     }
     options.remove.assign(scenario.remove().begin(), scenario.remove().end());
+    if (scenario.has_tput()) {
+        const tarvo_scenario::TputModem& tput = scenario.tput();
+        if (tput.has_downlink_block_size()) {
+            options.tput.downlink_block_size = tput.downlink_block_size();
+        }
+        options.tput.downlink_bytes_per_s = tput.downlink_bytes_per_s();
+        options.tput.no_downlink = tput.no_downlink();
+        options.tput.fail_writes.assign(tput.fail_write().begin(), tput.fail_write().end());
+    }
+    options.data_size_limit_kib = scenario.data_size_limit_kib();
+    options.read_only.assign(scenario.read_only().begin(), scenario.read_only().end());
     options.transcript = transcript;
     return options;
 }
@@ -106,10 +152,17 @@ class StepPlayer {
             case Step::kSleepMs:
                 std::this_thread::sleep_for(milliseconds(step.sleep_ms()));
                 return {};
+            case Step::kSendRaw:
+                rig_->modem().SendRaw(step.send_raw());
+                return {};
+            case Step::kRestartDaemon:
+                return RestartDaemon(step.restart_daemon());
             case Step::kFault:
                 if (step.fault() == tarvo_scenario::NO_FAULT) return "no fault named";
                 rig_->InjectFault(FaultOf(step.fault()));
                 return {};
+            case Step::kExpectUplink:
+                return ExpectUplinkCounters(step.expect_uplink());
             case Step::ACTION_NOT_SET:
                 return {};
         }
@@ -117,9 +170,25 @@ class StepPlayer {
     }
 
   private:
+    std::string RestartDaemon(bool restart) {
+        if (!restart) return {};
+        Result<void> restarted = rig_->RestartDaemon();
+        return restarted.ok() ? std::string() : "restart: " + restarted.error().message();
+    }
+
     std::string Expect(const tarvo_scenario::Expect& expect) {
         const milliseconds timeout = TimeoutOf(expect.has_timeout_ms(), expect.timeout_ms());
-        if (rig_->AwaitMessage(expect.message(), timeout)) return {};
+        if (expect.exact_payload()) {
+            tarvo_message::TarvoMessage header = expect.message();
+            header.clear_payload();
+            const auto matches = [&](const tarvo_message::TarvoMessage& message) {
+                return PartiallyMatches(header, message) &&
+                       PayloadsEqual(expect.message(), message);
+            };
+            if (rig_->modem().Await(matches, timeout)) return {};
+        } else if (rig_->AwaitMessage(expect.message(), timeout)) {
+            return {};
+        }
         return StringPrintf("no such message from the daemon within %lld ms",
                             static_cast<long long>(timeout.count()));
     }
@@ -134,24 +203,64 @@ class StepPlayer {
     std::string ExpectLogLine(const ExpectLog& expect) {
         const milliseconds timeout = TimeoutOf(expect.has_timeout_ms(), expect.timeout_ms());
         const std::string tag = expect.has_tag() ? expect.tag() : "tarvo";
-        if (rig_->AwaitLog(expect.priority(), expect.text(), timeout, tag)) return {};
+        if (expect.has_text_regex()) {
+            Result<std::regex> regex = Compiled(expect.text_regex());
+            if (!regex.ok()) return regex.error().message();
+            if (rig_->log_events().Take(LineMatcher(expect.priority(), tag, *regex), timeout)) {
+                return {};
+            }
+        } else if (rig_->AwaitLog(expect.priority(), expect.text(), timeout, tag)) {
+            return {};
+        }
         return StringPrintf("no such log line within %lld ms",
                             static_cast<long long>(timeout.count()));
     }
 
     std::string ExpectNoLogLine(const ExpectNoLog& expect) {
         const std::string tag = expect.has_tag() ? expect.tag() : "tarvo";
-        const size_t count = rig_->CountLog(expect.priority(), expect.text(), tag);
+        size_t count = 0;
+        if (expect.has_text_regex()) {
+            Result<std::regex> regex = Compiled(expect.text_regex());
+            if (!regex.ok()) return regex.error().message();
+            count = rig_->log_events().Count(LineMatcher(expect.priority(), tag, *regex));
+        } else {
+            count = rig_->CountLog(expect.priority(), expect.text(), tag);
+        }
         if (count == 0) return {};
         return StringPrintf("the line was printed %zu time(s)", count);
     }
 
+    // Lines of this priority (any, when not given) and tag whose whole text `regex` matches.
+    static EventList<LogLine>::Predicate LineMatcher(int priority, const std::string& tag,
+                                                     const std::regex& regex) {
+        return [=](const LogLine& line) {
+            return (priority == 0 || line.priority == priority) && line.tag == tag &&
+                   std::regex_match(line.text, regex);
+        };
+    }
+
+    // Files that the daemon writes without a log line after them (the pid file) are checked
+    // again until they hold or the step's time is up.
     std::string ExpectFileState(const ExpectFile& expect) {
+        const auto deadline = std::chrono::steady_clock::now() + milliseconds(expect.timeout_ms());
+        while (true) {
+            std::string why = CheckFile(expect);
+            if (why.empty() || std::chrono::steady_clock::now() >= deadline) return why;
+            std::this_thread::sleep_for(milliseconds(10));
+        }
+    }
+
+    std::string CheckFile(const ExpectFile& expect) {
         const std::optional<std::string> content = rig_->ReadFile(expect.path());
         if (expect.absent()) return content ? "the file exists" : "";
         if (!content) return "no such file";
         if (expect.has_content() && *content != expect.content()) {
             return "content is " + Quoted(*content);
+        }
+        if (expect.has_content_regex()) {
+            Result<std::regex> regex = Compiled(expect.content_regex());
+            if (!regex.ok()) return regex.error().message();
+            if (!std::regex_match(*content, *regex)) return "content is " + Quoted(*content);
         }
         if (expect.has_size() && content->size() != expect.size()) {
             return StringPrintf("size is %zu", content->size());
@@ -169,6 +278,32 @@ class StepPlayer {
         if (!value) return "the property is not set";
         if (*value != expect.value()) return "the property is " + Quoted(*value);
         return {};
+    }
+
+    std::string ExpectUplinkCounters(const tarvo_scenario::ExpectUplink& expect) {
+        const auto holds = [&expect](const TestNode::Uplink& uplink) {
+            if (expect.has_writes() && uplink.writes != expect.writes()) return false;
+            if (expect.has_bytes() && uplink.bytes != expect.bytes()) return false;
+            if (expect.has_failed() && uplink.failed != expect.failed()) return false;
+            for (const auto& [size, writes] : expect.writes_by_size()) {
+                const auto it = uplink.writes_by_size.find(size);
+                if ((it == uplink.writes_by_size.end() ? 0 : it->second) != writes) return false;
+            }
+            return true;
+        };
+        const milliseconds timeout = TimeoutOf(expect.has_timeout_ms(), expect.timeout_ms());
+        TestNode& node = rig_->emulator().test();
+        if (node.WaitForUplink(holds, timeout)) return {};
+        const TestNode::Uplink uplink = node.uplink();
+        std::string sizes;
+        for (const auto& [size, writes] : uplink.writes_by_size) {
+            sizes += StringPrintf(" %zu:%llu", size, static_cast<unsigned long long>(writes));
+        }
+        return StringPrintf("after %lld ms: writes %llu, bytes %llu, failed %llu, by size {%s }",
+                            static_cast<long long>(timeout.count()),
+                            static_cast<unsigned long long>(uplink.writes),
+                            static_cast<unsigned long long>(uplink.bytes),
+                            static_cast<unsigned long long>(uplink.failed), sizes.c_str());
     }
 
     void SetAutoReply(const tarvo_scenario::AutoReply& step) {

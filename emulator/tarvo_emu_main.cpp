@@ -9,6 +9,11 @@
 //       (0 by default), and the daemon too with --daemon; exits with COMMAND's status, or 1
 //       when COMMAND succeeded but a process printed a sanitizer report or the daemon ended.
 //       For in-process tests of code that touches the device's paths.
+//   tarvo-emu tput [--plot FILE.svg] [--json FILE|-] [--block-size N] [--rate BYTES_PER_S]
+//       Runs the IPC throughput test (`tarvo -t`) against the emulated modem, whose downlink
+//       streams blocks of N bytes (65536) at the rate given (as fast as read when 0 or not
+//       given), then measures a bare reader and a bare writer of the node. Prints the table;
+//       writes the plot (gnuplot) and the figures as JSON when asked.
 
 #include <stdio.h>
 
@@ -21,6 +26,7 @@
 
 #include "rig.h"
 #include "scenario_player.h"
+#include "tput_command.h"
 
 using android::base::Result;
 
@@ -29,7 +35,9 @@ namespace {
 int Usage() {
     fprintf(stderr,
             "usage: tarvo-emu run FILE [--quiet]\n"
-            "       tarvo-emu exec [--state N] [--daemon] -- COMMAND [ARG...]\n");
+            "       tarvo-emu exec [--state N] [--daemon] -- COMMAND [ARG...]\n"
+            "       tarvo-emu tput [--plot FILE.svg] [--json FILE|-] [--block-size N]"
+            " [--rate BYTES_PER_S]\n");
     return 2;
 }
 
@@ -95,6 +103,28 @@ int Exec(const std::vector<std::string>& args) {
     return result.status;
 }
 
+int Tput(const std::vector<std::string>& args) {
+    tarvo_emu::TputCommandOptions options;
+    for (size_t i = 0; i < args.size(); ++i) {
+        const bool has_value = i + 1 < args.size();
+        if (args[i] == "--plot" && has_value) {
+            options.plot = args[++i];
+        } else if (args[i] == "--json" && has_value) {
+            options.json = args[++i];
+        } else if (args[i] == "--block-size" && has_value) {
+            if (!android::base::ParseUint(args[++i], &options.block_size, uint64_t{65568}) ||
+                options.block_size == 0) {
+                return Usage();
+            }
+        } else if (args[i] == "--rate" && has_value) {
+            if (!android::base::ParseUint(args[++i], &options.bytes_per_s)) return Usage();
+        } else {
+            return Usage();
+        }
+    }
+    return tarvo_emu::RunTputCommand(options);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -107,5 +137,6 @@ int main(int argc, char** argv) {
     const std::vector<std::string> args(argv + 2, argv + argc);
     if (command == "run") return Run(args);
     if (command == "exec") return Exec(args);
+    if (command == "tput") return Tput(args);
     return Usage();
 }

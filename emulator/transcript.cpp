@@ -1,5 +1,6 @@
 #include "transcript.h"
 
+#include <google/protobuf/stubs/strutil.h>
 #include <google/protobuf/text_format.h>
 
 #include <android-base/stringprintf.h>
@@ -18,6 +19,14 @@ std::string ShortText(const google::protobuf::Message& message) {
 void Transcript::Message(Direction direction, const tarvo_message::TarvoMessage& message) {
     Print(direction == Direction::kToDaemon ? "modem > tarvo" : "tarvo > modem",
           "{ " + ShortText(message) + " }");
+}
+
+void Transcript::Raw(Direction direction, const std::string& bytes) {
+    constexpr size_t kShown = 48;
+    std::string text = android::base::StringPrintf("raw %zu bytes \"", bytes.size()) +
+                       google::protobuf::CEscape(bytes.substr(0, kShown)) + "\"";
+    if (bytes.size() > kShown) text += "...";
+    Print(direction == Direction::kToDaemon ? "modem > tarvo" : "tarvo > modem", text);
 }
 
 void Transcript::Log(const LogLine& line) { Print("log", line.ToString()); }

@@ -20,6 +20,8 @@ class Transcript {
     explicit Transcript(std::ostream* out) : out_(out) {}
 
     void Message(Direction direction, const tarvo_message::TarvoMessage& message);
+    // Unparsed bytes: their size and, escaped, the first of them.
+    void Raw(Direction direction, const std::string& bytes);
     void Log(const LogLine& line);
     // A line of a process that is not a log line, such as the usage text.
     void Output(const std::string& line);

@@ -8,6 +8,12 @@
 
 namespace {
 
+// The daemon's own service commands.
+constexpr unsigned int kModemStatReport = 0;
+constexpr unsigned int kModemStatConfig = 1;
+constexpr unsigned int kExtendedLog = 2;
+constexpr unsigned int kUserspaceLogEnable = 3;
+
 // Only the low 16 bits of an id take part in routing.
 uint16_t Id16(int id) { return static_cast<uint16_t>(id); }
 
@@ -70,6 +76,15 @@ unsigned int TarvoServiceHandler::OnReceiveIndication(VekMessage* indication) {
 
     const uint16_t id = Id16(indication->GetMessageId());
     switch (id) {
+        case tarvo_message::TarvoMessage::kModemStat:
+            ALOGI("Got modemstat report indication");
+            return OnReceiveModemStatReportIndication(indication);
+        case tarvo_message::TarvoMessage::kExtendedLog:
+            ALOGI("Got extended log indication");
+            return OnReceiveExtendedLogIndication(indication);
+        case tarvo_message::TarvoMessage::kUserspaceLog:
+            ALOGI("Got userspace log indication");
+            return OnReceiveUserspaceLogIndication(indication);
         case tarvo_message::TarvoMessage::kFile:
             ALOGI("Got File write indication");
             return OnReceiveFileWriteIndication(indication);
@@ -81,6 +96,14 @@ unsigned int TarvoServiceHandler::OnReceiveIndication(VekMessage* indication) {
 
 unsigned int TarvoServiceHandler::SendServiceRequest(unsigned int command) {
     switch (command) {
+        case kModemStatReport:
+            return SendModemStatReportRequest();
+        case kModemStatConfig:
+            return LoadDebugStatConfig();
+        case kExtendedLog:
+            return SendExtendedLogRequest();
+        case kUserspaceLogEnable:
+            return SendUserspaceLogEnableRequest();
         default:
             ALOGE("Unsupport command type %d", command);
             return tarvo_message::RESULT_INVALID;

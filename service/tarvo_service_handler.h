@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 class TarvoMessageHandler;
 class TarvoPayloadMessage;
+struct ModemRequestTexts;
 class VekMessage;
 
 // Entry point for the modem's requests and indications and for the daemon's own service commands.
@@ -33,7 +35,42 @@ class TarvoServiceHandler {
     unsigned int TryUecapFileRead(VekMessage* request, std::unique_ptr<char[]>* buffer,
                                   uint32_t* size);
 
+    // Status of a daemon request that the modem answered with a failure result; never sent.
+    static constexpr unsigned int kStatusModemRefused = 9;
+    // How long each of the daemon's own requests waits for the modem's answer.
+    static constexpr unsigned int kModemRequestTimeoutSeconds = 3;
+
+    // Modem statistics (payload 5). The configuration loader sends one enable request per
+    // configured module: 0 once a configuration file was read, 8 when there is none. The requests
+    // return 3 when the modem is not online, the send's status, 9 when the modem refused an enable
+    // (a refused report still returns 0), 0 when it agreed. A report piece is stored in the dump
+    // file: 2 when the message is not one, else 0.
+    unsigned int LoadDebugStatConfig();
+    void LoadDebugStatModuleConfig(const std::string& entry);
+    unsigned int SendModemStatEnableRequest(std::string module, int v, unsigned int t);
+    unsigned int SendModemStatReportRequest();
+    unsigned int OnReceiveModemStatReportIndication(VekMessage* indication);
+
+    // Extended log (payload 6). The request returns as the enable requests do; a piece is appended
+    // to its log file with a time stamp: 2 when the message is not one, 8 when the file cannot be
+    // opened, else 0.
+    unsigned int SendExtendedLogRequest();
+    unsigned int OnReceiveExtendedLogIndication(VekMessage* indication);
+
+    // Userspace log (payload 8). One enable request per configured name: 3 when the modem is not
+    // online, else 0. One request returns the send's status, 9 when refused, 0 when agreed. A line
+    // from the modem is printed to the log: 2 when the message is not one, else 0.
+    unsigned int SendUserspaceLogEnableRequest();
+    unsigned int SendUserspaceLogEnableRequestMessage(std::string name);
+    unsigned int OnReceiveUserspaceLogIndication(VekMessage* indication);
+
   private:
+    // Logs "Modem is not online" when it is not.
+    bool CheckModemOnline();
+    // Sends the filled request, waits for the modem's answer and logs the outcome in the family's
+    // words: the send's status, 9 when the modem refused, 0 when it agreed.
+    unsigned int RequestOfModem(TarvoPayloadMessage* request, const ModemRequestTexts& texts);
+
     // Sends `response` with the envelope result 5 and returns 8, the status of a failure that the
     // modem was told of; the send's own status is not returned.
     unsigned int AnswerFailure(TarvoPayloadMessage* response);

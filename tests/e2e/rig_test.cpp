@@ -242,6 +242,50 @@ TEST(ScenarioPlayerTest, ChecksFilesPropertiesAndClients) {
     EXPECT_NE(failure.find("mode is 0640"), std::string::npos) << failure;
 }
 
+TEST(ScenarioPlayerTest, ExactPayloadTellsAFieldSentFromOneLeftOut) {
+    const auto scenario = ParseScenario(R"(
+        initial_state: 4
+        file { path: "/data/vendor/radio/modem_stat.conf" content: "L1:v=3|L1" }
+        step { expect { exact_payload: true
+                        message { message_id: 5 modem_stat { enable_request { module: "L1" } } } } }
+        step { expect { exact_payload: true message { type: REQUEST
+                        modem_stat { enable_request { module: "L1" v: 3 } } } } }
+        step { expect { exact_payload: true timeout_ms: 300
+                        message { modem_stat { enable_request { module: "L1" } } } } }
+    )");
+    // The first step passes over the request with v and takes the one without.
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, nullptr);
+    ASSERT_FALSE(played.ok());
+    EXPECT_EQ(played.error().message().substr(0, 7), "step 2 ") << played.error().message();
+}
+
+TEST(ScenarioPlayerTest, RegularExpressionsMatchWholeTextsAndSeedsHaveSizes) {
+    const auto scenario = ParseScenario(R"(
+        file { path: "/data/vendor/radio/a.bin" content: "ab" size: 5 }
+        file { path: "/data/vendor/radio/z.bin" size: 3 }
+        step { expect_file { path: "/data/vendor/radio/a.bin" content: "ababa" } }
+        step { expect_file { path: "/data/vendor/radio/z.bin" content: "\0\0\0" } }
+        step { expect_file { path: "/data/vendor/radio/a.bin" content_regex: "(ab)+a" } }
+        step { expect_log { priority: INFO text_regex: "Start modem .* monitoring" } }
+        step { expect_no_log { text_regex: "modem state" } }
+        step { expect_no_log { priority: INFO text_regex: "Start modem state .*" } }
+    )");
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, nullptr);
+    ASSERT_FALSE(played.ok());
+    const std::string failure = played.error().message();
+    EXPECT_EQ(failure.substr(0, 7), "step 5 ") << failure;
+    EXPECT_NE(failure.find("printed 1 time(s)"), std::string::npos) << failure;
+
+    const auto partial = ParseScenario(R"(
+        file { path: "/data/vendor/radio/a.bin" content: "abc" }
+        step { expect_file { path: "/data/vendor/radio/a.bin" content_regex: "ab" } }
+    )");
+    const android::base::Result<void> unmatched = tarvo_emu::PlayScenario(partial, nullptr);
+    ASSERT_FALSE(unmatched.ok());
+    EXPECT_NE(unmatched.error().message().find("content is \"abc\""), std::string::npos)
+        << unmatched.error().message();
+}
+
 TEST(ScenarioPlayerTest, KeepsTheCauseOfALoadFailure) {
     const android::base::Result<tarvo_scenario::Scenario> missing =
         tarvo_emu::LoadScenario("/nonexistent/x.textproto");

@@ -1,5 +1,7 @@
 #include "tarvo_e2e_fixture.h"
 
+#include <thread>
+
 #include <google/protobuf/text_format.h>
 
 #include <android-base/result.h>
@@ -49,6 +51,16 @@ std::optional<TarvoE2eTest::Message> TarvoE2eTest::Request(Message request,
     return ::testing::AssertionFailure()
            << "no log line " << tarvo_emu::PriorityLetter(priority) << " \"" << text << "\" within "
            << timeout.count() << " ms";
+}
+
+std::optional<std::string> TarvoE2eTest::AwaitPidFile() {
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+        std::optional<std::string> content = rig_->ReadFile("/data/vendor/radio/tarvo_pid");
+        if (content && !content->empty()) return content;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return std::nullopt;
 }
 
 TarvoE2eTest::Message TarvoE2eTest::Text(const std::string& text) {

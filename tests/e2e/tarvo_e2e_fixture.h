@@ -40,6 +40,9 @@ class TarvoE2eTest : public ::testing::Test {
     // Takes the daemon's next log line with this priority (ANDROID_LOG_*) and exact text.
     ::testing::AssertionResult Logs(int priority, const std::string& text,
                                     std::chrono::milliseconds timeout = kTimeout);
+    // The pid file's content once the server has written it, polled, as no event announces it:
+    // it is created empty and then written, right after the daemon's start.
+    std::optional<std::string> AwaitPidFile();
     // A message in protobuf text format; fails the test when it does not parse.
     static Message Text(const std::string& text);
 

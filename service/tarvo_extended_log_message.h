@@ -1,0 +1,12 @@
+#pragma once
+
+#include "tarvo_payload_message.h"
+
+// The daemon's request that the modem start its extended log (payload 6).
+class TarvoExtendedLogMessage : public TarvoPayloadMessage {
+  public:
+    explicit TarvoExtendedLogMessage(tarvo_message::TarvoMessageType type);
+
+    // Selects the (empty) request. 0.
+    unsigned int FillRequest();
+};

@@ -1,0 +1,63 @@
+// `tarvo-emu tput`'s reading of the daemon's lines and its plot. The whole command is run by the
+// test "tput.command".
+
+#include "tput_command.h"
+
+#include <cmath>
+#include <filesystem>
+#include <string>
+
+#include <android-base/file.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using tarvo_emu::NodeRate;
+using tarvo_emu::TputReport;
+
+TEST(TputCommandTest, ReadsTheDaemonsSampleAndResultLines) {
+    double gbps = 0;
+    EXPECT_TRUE(tarvo_emu::ParseSampleLine(
+        "Modem_IPC_Test DL:Tput : 10.000000 (GBps) | byte_counter: 125000000 ", &gbps));
+    EXPECT_EQ(gbps, 10.0);
+    EXPECT_FALSE(tarvo_emu::ParseSampleLine("Modem_IPC_Test DL Results: Average Tput: 1", &gbps));
+
+    double average = 0, max = 0;
+    EXPECT_TRUE(tarvo_emu::ParseResultLine(
+        "Modem_IPC_Test DL Results: Average Tput: 3.30 Gbps, Max Tput: 12.82 Gbps, Total byte "
+        "cnt: -173277184, Trasmission cnt:100",
+        &average, &max));
+    EXPECT_EQ(average, 3.30);
+    EXPECT_EQ(max, 12.82);
+    EXPECT_TRUE(tarvo_emu::ParseResultLine(
+        "Modem_IPC_Test DL Results: Average Tput: -nan Gbps, Max Tput: 0.00 Gbps, Total byte "
+        "cnt: 0, Trasmission cnt:0",
+        &average, &max));
+    EXPECT_TRUE(std::isnan(average));
+}
+
+TEST(TputCommandTest, PlotsWhatWasMeasuredAndWhatWasNot) {
+    const std::string dir = testing::TempDir();
+    TputReport report;
+    report.samples_gbps = {40.0, 1.5, 2.5, 2.0};
+    report.monitor = {100, 6553600, 0.05};
+    report.bare_reader = {100, 6553600, 0.01};
+    report.pump = {
+        {10, {1, 10, 0}}, {1000, {10000, 10000000, 0.5}}, {2000, {10000, 20000000, 0.5}}};
+    report.bare_writer = {{1000, {10000, 10000000, 0.25}}};
+    std::string error;
+    ASSERT_TRUE(tarvo_emu::WritePlot(report, dir + "/full.svg", &error)) << error;
+    std::string svg;
+    ASSERT_TRUE(android::base::ReadFileToString(dir + "/full.svg", &svg));
+    for (const char* text : {"daemon's pump", "bare writer (dd)", "first sample 40.00 Gbit/s",
+                             "bare reader, 5.24 Gbit/s"}) {
+        EXPECT_NE(svg.find(text), std::string::npos) << text;
+    }
+
+    // A run that measured nothing still gets its plot.
+    ASSERT_TRUE(tarvo_emu::WritePlot(TputReport(), dir + "/empty.svg", &error)) << error;
+    EXPECT_GT(std::filesystem::file_size(dir + "/empty.svg"), 0u);
+    EXPECT_TRUE(std::isnan(NodeRate{1, 10, 0}.bytes_per_s()));
+}
+
+}  // namespace
