@@ -119,7 +119,7 @@ Result<void> Rig::CheckHealth() {
     // A sanitized daemon that hits a fault right after the test's last step is still printing
     // its report when the test ends, and would be killed before it ends by itself. Giving it a
     // moment to end shows such a fault; a healthy daemon costs this wait in those builds only.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef TARVO_SANITIZED
     constexpr std::chrono::milliseconds kLastWords{300};
 #else
     constexpr std::chrono::milliseconds kLastWords{0};
