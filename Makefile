@@ -1,9 +1,22 @@
 # Entry points for a host machine. `make demo` plays the daemon against the emulated modem;
-# `make test` builds everything and runs every test; `make bench` runs the benchmarks.
+# `make test` builds everything and runs every test; `make test-sanitize` and `make test-tsan`
+# run the whole suite again on sanitized builds of everything, the daemon in the sandbox included;
+# `make bench` runs the benchmarks.
 BUILD_DIR ?= build
+ASAN_BUILD_DIR ?= build-asan
+TSAN_BUILD_DIR ?= build-tsan
 JOBS ?= 2
 
-.PHONY: all deps configure build test bench demo tput format clean
+# The first report ends the process with a failure, whichever process it is; the rig's sandbox
+# passes these on to the daemon and its clients.
+export ASAN_OPTIONS ?= halt_on_error=1:detect_leaks=1:detect_stack_use_after_return=1:check_initialization_order=1:strict_init_order=1
+export UBSAN_OPTIONS ?= halt_on_error=1:print_stacktrace=1
+# The server's signal handler does its work in signal context by design; it only ever interrupts
+# the main thread's sleep (every other thread blocks the signals, and so does the main thread
+# until it sleeps), so ThreadSanitizer's signal-unsafe-call check does not apply.
+export TSAN_OPTIONS ?= halt_on_error=1:second_deadlock_stack=1:report_signal_unsafe=0:suppressions=$(CURDIR)/tests/sanitizer/tsan.supp
+
+.PHONY: all deps configure build test test-sanitize test-tsan bench demo tput format clean
 
 all: build
 
@@ -18,6 +31,17 @@ build: configure
 
 test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
+
+test-sanitize: deps
+	cmake -S . -B $(ASAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+		-DTARVO_SANITIZE=address,undefined
+	cmake --build $(ASAN_BUILD_DIR) -j$(JOBS)
+	cd $(ASAN_BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
+
+test-tsan: deps
+	cmake -S . -B $(TSAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTARVO_SANITIZE=thread
+	cmake --build $(TSAN_BUILD_DIR) -j$(JOBS)
+	cd $(TSAN_BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
 
 # Every benchmark against its floor, as one table; the figures also go to build/bench/results.json.
 bench: build
@@ -34,4 +58,4 @@ format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(TSAN_BUILD_DIR)

@@ -8,6 +8,7 @@
 
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
+#include <android-base/strings.h>
 
 #include "ril_wire.h"
 
@@ -113,6 +114,7 @@ Result<void> Rig::StartDaemon() {
 }
 
 void Rig::StopDaemon() {
+    NoteDaemonEnd();
     daemon_.reset();
     daemon_pid_ = 0;
 }
@@ -123,11 +125,79 @@ Result<void> Rig::RestartDaemon() {
     return StartDaemon();
 }
 
+bool Rig::NoteDaemonEnd(std::chrono::milliseconds timeout) {
+    if (!daemon_) return false;
+    const std::optional<int> status = daemon_->Wait(timeout);
+    if (!status) return false;
+    // Once the process has ended, this returns after its last line was handed on.
+    daemon_->output();
+    std::lock_guard<std::mutex> lock(health_mutex_);
+    if (daemon_end_.empty()) {
+        daemon_end_ = android::base::StringPrintf("tarvo -s ended with status %d", *status);
+    }
+    return true;
+}
+
+bool Rig::AwaitDaemonEnd(std::chrono::milliseconds timeout) { return NoteDaemonEnd(timeout); }
+
+Result<void> Rig::CheckHealth() {
+    // A sanitized daemon that hits a fault right after the test's last step is still printing
+    // its report when the test ends, and would be killed before it ends by itself. Giving it a
+    // moment to end shows such a fault; a healthy daemon costs this wait in those builds only.
+#ifdef TARVO_SANITIZED
+    constexpr std::chrono::milliseconds kLastWords{300};
+#else
+    constexpr std::chrono::milliseconds kLastWords{0};
+#endif
+    NoteDaemonEnd(kLastWords);
+    bool reporting;
+    {
+        std::lock_guard<std::mutex> lock(health_mutex_);
+        reporting = !report_.empty();
+    }
+    // A daemon that began a report ends once it is printed: the whole of it is worth the wait.
+    if (reporting) NoteDaemonEnd(std::chrono::seconds(10));
+    std::lock_guard<std::mutex> lock(health_mutex_);
+    if (daemon_end_.empty() && report_.empty()) return {};
+    const std::string what = daemon_end_.empty() ? "sanitizer report" : daemon_end_;
+    return Error() << what << (report_.empty() ? "" : ":\n") << android::base::Join(report_, "\n");
+}
+
+namespace {
+
+// The first line of a report of AddressSanitizer, LeakSanitizer, UndefinedBehaviorSanitizer or
+// ThreadSanitizer, as they print it on stderr.
+bool StartsSanitizerReport(const std::string& line) {
+    return (line.find("==ERROR: ") != std::string::npos &&
+            line.find("Sanitizer") != std::string::npos) ||
+           android::base::StartsWith(line, "WARNING: ThreadSanitizer: ") ||
+           line.find(": runtime error: ") != std::string::npos;
+}
+
+}  // namespace
+
+bool Rig::KeepReportLine(const std::string& line) {
+    // Enough for a report with its stacks; whatever comes later is noise.
+    constexpr size_t kMaxReportLines = 400;
+    std::lock_guard<std::mutex> lock(health_mutex_);
+    if (report_.empty() && !StartsSanitizerReport(line)) return false;
+    if (report_.size() < kMaxReportLines) report_.push_back(line);
+    return true;
+}
+
 void Rig::OnOutputLine(const std::string& line, bool from_daemon) {
-    // Once the daemon's pid is known, a line that is neither kept nor shown has no reader.
-    if (!options_.keep_logs && !transcript_.enabled() && daemon_pid_ != 0) return;
+    // Once the daemon's pid is known, a line that is neither kept nor shown is looked at only
+    // for a sanitizer report.
+    if (!options_.keep_logs && !transcript_.enabled() && daemon_pid_ != 0) {
+        KeepReportLine(line);
+        return;
+    }
     std::optional<LogLine> parsed = ParseLogLine(line);
     if (!parsed) {
+        if (KeepReportLine(line)) {
+            transcript_.Output(line);
+            return;
+        }
         transcript_.Output(line);
         // liblog prints a text that holds a line break as it stands: what follows the break
         // belongs to the daemon's latest line.

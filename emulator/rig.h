@@ -6,6 +6,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -101,6 +102,13 @@ class Rig {
     android::base::Result<void> RestartDaemon();
     // The daemon's own pid as its log lines show it; 0 before its first line.
     pid_t daemon_pid() const { return daemon_pid_; }
+    // Fails when a process in the sandbox printed a sanitizer report, or when the daemon ended
+    // without being stopped by the rig (a crash, an abort, a sanitizer ending it). The error
+    // holds the report. Tests and scenarios check it last, so that a fault that broke nothing
+    // they looked at still fails them.
+    android::base::Result<void> CheckHealth();
+    // Waits until the daemon ends on its own; false when it still runs after `timeout`.
+    bool AwaitDaemonEnd(std::chrono::milliseconds timeout);
 
     // Modem side.
     void SetModemState(int state);
@@ -164,6 +172,10 @@ class Rig {
   private:
     void OnOutputLine(const std::string& line, bool from_daemon);
     android::base::Result<void> SetUpRil();
+    // Keeps the report a line starts or continues; false for any other line.
+    bool KeepReportLine(const std::string& line);
+    // Notes how the daemon ended if it ends on its own within `timeout`; true if it did.
+    bool NoteDaemonEnd(std::chrono::milliseconds timeout = std::chrono::milliseconds(0));
 
     RigOptions options_;
     Transcript transcript_;
@@ -175,6 +187,9 @@ class Rig {
     std::unique_ptr<RilSide> ril_;
     std::unique_ptr<TputModem> tput_modem_;
     std::unique_ptr<ChildProcess> daemon_;
+    std::mutex health_mutex_;
+    std::vector<std::string> report_;  // the first sanitizer report and the lines that follow
+    std::string daemon_end_;           // how the daemon ended before the rig stopped it
 };
 
 }  // namespace tarvo_emu

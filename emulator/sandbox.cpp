@@ -171,6 +171,13 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
                              "ANDROID_LOG_TAGS", "*:v",
                              // Where a device's linker finds the vendor's libraries.
                              "--setenv", "LD_LIBRARY_PATH", "/vendor/lib64"});
+    // In a sanitized build, the options that make the first report end the process reach the
+    // daemon and its clients too.
+    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
+        if (const char* value = getenv(name); value != nullptr) {
+            args.insert(args.end(), {"--setenv", name, value});
+        }
+    }
     for (const auto& [name, value] : env_) args.insert(args.end(), {"--setenv", name, value});
     args.emplace_back("--");
     args.insert(args.end(), command.begin(), command.end());

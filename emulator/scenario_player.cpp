@@ -394,8 +394,12 @@ Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript) {
         const std::string text = ShortText(shown);
         rig.transcript().Note(StringPrintf("step %d: %s", i, text.c_str()));
         const std::string why = player.Play(step);
-        if (!why.empty()) return Error() << "step " << i << " (" << text << ") failed: " << why;
+        if (why.empty()) continue;
+        Result<void> health = rig.CheckHealth();
+        return Error() << "step " << i << " (" << text << ") failed: " << why
+                       << (health.ok() ? "" : "; " + health.error().message());
     }
+    if (Result<void> health = rig.CheckHealth(); !health.ok()) return health.error();
     return {};
 }
 

@@ -6,8 +6,9 @@
 //       held, 1 otherwise.
 //   tarvo-emu exec [--state N] [--daemon] -- COMMAND [ARG...]
 //       Runs COMMAND (an absolute path) inside the sandbox with the emulated modem in state N
-//       (0 by default), and the daemon too with --daemon; exits with COMMAND's status. For
-//       in-process tests of code that touches the device's paths.
+//       (0 by default), and the daemon too with --daemon; exits with COMMAND's status, or 1
+//       when COMMAND succeeded but a process printed a sanitizer report or the daemon ended.
+//       For in-process tests of code that touches the device's paths.
 //   tarvo-emu tput [--plot FILE.svg] [--json FILE|-] [--block-size N] [--rate BYTES_PER_S]
 //       Runs the IPC throughput test (`tarvo -t`) against the emulated modem, whose downlink
 //       streams blocks of N bytes (65536) at the rate given (as fast as read when 0 or not
@@ -95,6 +96,10 @@ int Exec(const std::vector<std::string>& args) {
         return 1;
     }
     const tarvo_emu::ProcessResult result = rig.Run(command, std::chrono::hours(1));
+    if (Result<void> health = rig.CheckHealth(); !health.ok()) {
+        fprintf(stderr, "tarvo-emu: %s\n", health.error().message().c_str());
+        return result.status == 0 ? 1 : result.status;
+    }
     return result.status;
 }
 

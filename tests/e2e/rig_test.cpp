@@ -327,4 +327,40 @@ TEST(RigTeardownTest, LeavesNoMountProcessOrFileBehind) {
     }
 }
 
+// A fault that breaks nothing a test looks at must still fail it: a sanitizer report from any
+// process in the sandbox, or a daemon that ends on its own.
+TEST(RigHealthTest, ASanitizerReportFromAnyProcessIsAFailure) {
+    for (const char* first : {"==9==ERROR: AddressSanitizer: heap-buffer-overflow on address 0x1",
+                              "==9==ERROR: LeakSanitizer: detected memory leaks",
+                              "core/x.cpp:3:5: runtime error: signed integer overflow",
+                              "WARNING: ThreadSanitizer: data race (pid=9)"}) {
+        tarvo_emu::Rig rig({.start_daemon = false});
+        ASSERT_RESULT_OK(rig.Start());
+        rig.Run({"/bin/sh", "-c",
+                 "echo 'ERROR: not a report'; echo \"$0\" >&2; echo '    #0 f' >&2", first});
+        const android::base::Result<void> health = rig.CheckHealth();
+        ASSERT_FALSE(health.ok()) << first;
+        EXPECT_EQ(health.error().message(),
+                  "sanitizer report:\n" + std::string(first) + "\n    #0 f");
+    }
+}
+
+TEST(RigHealthTest, ADaemonThatEndsOnItsOwnIsAFailure) {
+    tarvo_emu::Rig rig;
+    ASSERT_RESULT_OK(rig.Start());
+    ASSERT_TRUE(rig.AwaitLog(ANDROID_LOG_INFO, "Start modem state monitoring"));
+    rig.StopDaemon();
+    EXPECT_RESULT_OK(rig.CheckHealth());
+
+    ASSERT_RESULT_OK(rig.StartDaemon());
+    ASSERT_TRUE(rig.AwaitLog(ANDROID_LOG_INFO, "Start modem state monitoring"));
+    ASSERT_NE(rig.daemon_pid(), 0);
+    EXPECT_RESULT_OK(rig.CheckHealth());
+    ASSERT_EQ(kill(rig.daemon_pid(), SIGKILL), 0);
+    ASSERT_TRUE(rig.AwaitDaemonEnd(std::chrono::seconds(10)));
+    const android::base::Result<void> health = rig.CheckHealth();
+    ASSERT_FALSE(health.ok());
+    EXPECT_EQ(health.error().message(), "tarvo -s ended with status 137");
+}
+
 }  // namespace

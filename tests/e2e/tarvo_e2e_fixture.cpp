@@ -16,6 +16,11 @@ void TarvoE2eTest::Start(tarvo_emu::RigOptions options) {
         << "the daemon did not start";
 }
 
+void TarvoE2eTest::TearDown() {
+    if (rig_) EXPECT_RESULT_OK(rig_->CheckHealth());
+    rig_.reset();
+}
+
 void TarvoE2eTest::GoOnline() {
     ASSERT_NE(rig_->emulator().boot().state(), 4);
     // The report names the state the monitor saw before, which it may not have read yet.

@@ -46,7 +46,9 @@ class TarvoE2eTest : public ::testing::Test {
     // A message in protobuf text format; fails the test when it does not parse.
     static Message Text(const std::string& text);
 
-    void TearDown() override { rig_.reset(); }
+    // A sanitizer report or a daemon that ended on its own fails the test, even when everything
+    // the test looked at held.
+    void TearDown() override;
 
   private:
     std::unique_ptr<tarvo_emu::Rig> rig_;
