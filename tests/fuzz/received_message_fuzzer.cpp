@@ -1,0 +1,47 @@
+// The modem's way in: each input is one message as the reader takes it from /dev/oem_ipc1,
+// handed to TarvoMessageHandler::ProcessReceivedMessage with the real service handler behind it.
+//
+// Runs inside the sandbox (tarvo-emu exec --discard-uplink --size-limit ...): the file handlers
+// work in the sandbox's size-limited /data and /mnt, and the responses are written to the
+// emulated /dev/oem_ipc1, whose messages the rig drops unread.
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "fuzz_sandbox.h"
+#include "request_list.h"
+#include "tarvo_message_handler.h"
+#include "tarvo_service_handler.h"
+#include "vek_io_handler.h"
+
+namespace {
+
+// The handler as the server has it once started, without its two threads: no reader (the fuzzer
+// is the reader) and no modem state monitor, so the modem counts as offline. Nothing on the
+// receiving path waits for the modem; the daemon's own requests, which would, are not reached
+// from it.
+class FuzzedMessageHandler : public TarvoMessageHandler {
+  public:
+    FuzzedMessageHandler() {
+        service_handler_ = std::make_unique<TarvoServiceHandler>(this);
+        request_list_ = std::make_unique<RequestList>();
+        io_handler_ = std::make_unique<VekIoHandler>(this);
+    }
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    DropLogLines();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static FuzzedMessageHandler* const handler = new FuzzedMessageHandler();
+    // The reader never hands over more than its buffer holds.
+    if (size > static_cast<size_t>(VekIoHandler::kBufferSize)) return -1;
+    ResetDeviceTrees();
+    handler->ProcessReceivedMessage(data, static_cast<unsigned int>(size));
+    return 0;
+}
