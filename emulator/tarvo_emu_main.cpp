@@ -5,14 +5,15 @@
 //       emulated modem; prints the transcript unless --quiet. Exit 0 when every expectation
 //       held, 1 otherwise.
 //   tarvo-emu exec [--state N] [--daemon] [--discard-uplink] [--size-limit KIB]
-//                  [--writable DIR]... -- COMMAND [ARG...]
+//                  [--writable DIR]... [--file PATH=TEXT]... -- COMMAND [ARG...]
 //       Runs COMMAND (an absolute path) inside the sandbox with the emulated modem in state N
 //       (0 by default), and the daemon too with --daemon; exits with COMMAND's status, or 1
 //       when COMMAND succeeded but a process printed a sanitizer report or the daemon ended.
 //       For in-process tests of code that touches the device's paths. For long runs (a fuzzer's
 //       millions of messages): --discard-uplink drops every message written on oem_ipc1 unread
 //       and keeps no log lines, --size-limit makes /data and /mnt tmpfs trees of KIB KiB each,
-//       --writable shows a host directory (a corpus) writable at its own path.
+//       --writable shows a host directory (a corpus) writable at its own path. --file puts a
+//       file holding TEXT at PATH (under /data, /mnt or /vendor) before COMMAND starts.
 //   tarvo-emu tput [--plot FILE.svg] [--json FILE|-] [--block-size N] [--rate BYTES_PER_S]
 //       Runs the IPC throughput test (`tarvo -t`) against the emulated modem, whose downlink
 //       streams blocks of N bytes (65536) at the rate given (as fast as read when 0 or not
@@ -41,7 +42,7 @@ int Usage() {
     fprintf(stderr,
             "usage: tarvo-emu run FILE [--quiet]\n"
             "       tarvo-emu exec [--state N] [--daemon] [--discard-uplink] [--size-limit KIB]\n"
-            "                      [--writable DIR]... -- COMMAND [ARG...]\n"
+            "                      [--writable DIR]... [--file PATH=TEXT]... -- COMMAND [ARG...]\n"
             "       tarvo-emu tput [--plot FILE.svg] [--json FILE|-] [--block-size N]"
             " [--rate BYTES_PER_S]\n");
     return 2;
@@ -95,6 +96,11 @@ int Exec(const std::vector<std::string>& args) {
             options.mnt_size_limit_kib = options.data_size_limit_kib;
         } else if (args[i] == "--writable" && has_value) {
             options.writable.push_back(args[++i]);
+        } else if (args[i] == "--file" && has_value) {
+            const std::string& file = args[++i];
+            const size_t equals = file.find('=');
+            if (equals == std::string::npos) return Usage();
+            options.files.push_back({file.substr(0, equals), file.substr(equals + 1), 0644});
         } else if (args[i] == "--state" && has_value) {
             if (!android::base::ParseInt(args[++i], &options.initial_state)) {
                 fprintf(stderr, "tarvo-emu: bad state \"%s\"\n", args[i].c_str());

@@ -1,6 +1,7 @@
 #!/bin/sh
 # Writes the seed corpus of the received_message target: one serialised TarvoMessage per file,
-# encoded by protoc from the text below with the daemon's own schema. Run it again after changing
+# encoded by protoc from the text below with the daemon's own schema. The names are those of the
+# files that received_message_fuzzer.cpp and run_fuzz_target.sh put in the sandbox. Run it again after changing
 # the list or the schema, and commit the files.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
@@ -36,6 +37,12 @@ seed file_append 'type: REQUEST message_id: 9 token: 9 file { append_request {
     file_name: "append.txt" data: "line\n" file_dir: FILE_DIR_MDS } }'
 seed file_read 'type: REQUEST message_id: 9 token: 10 file { read_request {
     file_name: "append.txt" max_data_size: 4096 offset: 0 file_dir: FILE_DIR_MDS } }'
+seed file_read_block 'type: REQUEST message_id: 9 token: 14 file { read_request {
+    file_name: "append.txt" max_data_size: 7 offset: 7 file_dir: FILE_DIR_MDS } }'
+seed file_read_replay 'type: REQUEST message_id: 9 token: 15 file { read_request {
+    file_name: "replay.dat" max_data_size: 100 offset: 200 file_dir: FILE_DIR_REPLAY } }'
+seed uecap_file_read_block_size_zero 'type: REQUEST message_id: 12 token: 16 uecap_file {
+    read_request { file_name: "uecap.bin" read_size: 16 block_size: 0 directory: FILE_DIR_UECAP } }'
 seed file_write_indication 'type: INDICATION message_id: 9 file { write_indication {
     file_name: "ind.bin" data: "0123" total_size: 4 offset: 0 file_dir: FILE_DIR_REPLAY } }'
 seed modem_stat_report 'type: INDICATION message_id: 5

@@ -3,11 +3,15 @@
 //
 // Runs inside the sandbox (tarvo-emu exec --discard-uplink --size-limit ...): the file handlers
 // work in the sandbox's size-limited /data and /mnt, and the responses are written to the
-// emulated /dev/oem_ipc1, whose messages the rig drops unread.
+// emulated /dev/oem_ipc1, whose messages the rig drops unread. Every input starts from the same
+// tree: the device's directories with one file in each that the modem can read, and the
+// UE-capability file that run_fuzz_target.sh puts in /vendor.
 
 #include <cstddef>
 #include <cstdint>
+#include <fstream>
 #include <memory>
+#include <string>
 
 #include "fuzz_sandbox.h"
 #include "request_list.h"
@@ -28,7 +32,28 @@ class FuzzedMessageHandler : public TarvoMessageHandler {
         request_list_ = std::make_unique<RequestList>();
         io_handler_ = std::make_unique<VekIoHandler>(this);
     }
+
+    int Process(const uint8_t* data, size_t size) {
+        responses_ = 0;
+        return ProcessReceivedMessage(data, static_cast<unsigned int>(size));
+    }
+
+    // A modem that stops reading after a while: past this many responses to one message the
+    // channel fails. A UE-capability read with a block size of 0 sends empty blocks until a send
+    // fails, and the rig's node never fails one.
+    int SendResponse(VekMessage* response) override {
+        if (++responses_ > kResponsesPerMessage) return tarvo_message::RESULT_IO_ERROR;
+        return TarvoMessageHandler::SendResponse(response);
+    }
+
+  private:
+    static constexpr int kResponsesPerMessage = 256;
+    int responses_ = 0;
 };
+
+void WriteFile(const char* path, const std::string& content) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+}
 
 }  // namespace
 
@@ -42,6 +67,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The reader never hands over more than its buffer holds.
     if (size > static_cast<size_t>(VekIoHandler::kBufferSize)) return -1;
     ResetDeviceTrees();
-    handler->ProcessReceivedMessage(data, static_cast<unsigned int>(size));
+    WriteFile("/data/vendor/radio/mds/append.txt", "line 1\nline 2\nline 3\n");
+    WriteFile("/mnt/vendor/modem_userdata/replay/replay.dat", std::string(300, 'r'));
+    handler->Process(data, size);
     return 0;
 }

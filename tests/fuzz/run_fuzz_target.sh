@@ -30,7 +30,8 @@ set -- "$fuzzer" -timeout=10 -print_final_stats=1 -artifact_prefix="$work/artifa
 case $target in
     received_message | gnss_coex_config)
         set -- "$build/tarvo-emu" exec --state 0 --discard-uplink --size-limit 65536 \
-            --writable "$work" -- "$@" ;;
+            --writable "$work" \
+            --file /vendor/firmware/uecapconfig/uecap.bin=UE-CAPABILITY-0123456789abcdef -- "$@" ;;
 esac
 
 start=$(date +%s)
