@@ -55,7 +55,7 @@ seed userspace_log 'type: INDICATION message_id: 8
     userspace_log { indication { log: "modem says hello" level: 1 } }'
 seed modem_stat_enable_response 'type: RESPONSE message_id: 5 token: 11 result: RESULT_SUCCESS
     modem_stat { enable_response {} }'
-seed userspace_log_enable_response 'type: RESPONSE message_id: 8 token: 12
+seed userspace_log_enable_response 'type: RESPONSE message_id: 8 token: 11
     result: RESULT_SUCCESS userspace_log { enable_response {} }'
 seed tput_request 'type: REQUEST message_id: 11 token: 13
     modem_test { tput_request { downlink: true param_a: 1 param_b: 2 param_c: 3 } }'

@@ -33,9 +33,14 @@ class FuzzedMessageHandler : public TarvoMessageHandler {
         io_handler_ = std::make_unique<VekIoHandler>(this);
     }
 
+    // One request of the daemon's is outstanding, as while it waits for the modem, so that a
+    // response with its token is taken in; nobody waits for it.
     int Process(const uint8_t* data, size_t size) {
         responses_ = 0;
-        return ProcessReceivedMessage(data, static_cast<unsigned int>(size));
+        request_list_->AddRecord(RequestRecord(kOutstandingToken));
+        const int status = ProcessReceivedMessage(data, static_cast<unsigned int>(size));
+        request_list_->RemoveRecord(kOutstandingToken);
+        return status;
     }
 
     // A modem that stops reading after a while: past this many responses to one message the
@@ -48,6 +53,8 @@ class FuzzedMessageHandler : public TarvoMessageHandler {
 
   private:
     static constexpr int kResponsesPerMessage = 256;
+    // The token of the response seeds.
+    static constexpr uint32_t kOutstandingToken = 11;
     int responses_ = 0;
 };
 
