@@ -84,7 +84,11 @@ TEST_F(RestartCyclesTest, AHundredStartsSendEverythingAgainAndLeaveNothingBehind
 
     EXPECT_EQ(last.descriptors, first.descriptors);
     EXPECT_EQ(last.threads, first.threads);
+#ifndef __SANITIZE_ADDRESS__
+    // AddressSanitizer keeps freed memory in quarantine (up to 256 MiB) to catch uses after free,
+    // so resident memory grows there whatever the daemon does; the plain build measures it.
     EXPECT_LT(last.rss_kib - first.rss_kib, 512) << first.rss_kib << " KiB, then " << last.rss_kib;
+#endif
 
     // In order, and nothing more than a hundred of each.
     std::vector<std::string> sent;
