@@ -2,6 +2,8 @@
 
 #include <android/log.h>
 
+#include "host_property_store.h"
+
 #include <filesystem>
 #include <system_error>
 
@@ -15,12 +17,13 @@ inline void DropLogLines() {
     __android_log_set_logger([](const __android_logger_data*, const char*) {});
 }
 
-// Puts /data and /mnt back as a fresh sandbox has them, so that every input starts from the same
-// tree and what one input wrote cannot decide what the next does.
+// Puts /data, /mnt and the property store back as a fresh sandbox has them, so that every input
+// starts from the same tree and what one input wrote cannot decide what the next does (nor pile
+// up: the store is on the host's disk).
 inline void ResetDeviceTrees() {
     namespace fs = std::filesystem;
     std::error_code ec;
-    for (const char* tree : {"/data", "/mnt"}) {
+    for (const char* tree : {"/data", "/mnt", HostPropertyStore::kDefaultDir}) {
         for (const fs::directory_entry& entry : fs::directory_iterator(tree, ec)) {
             fs::remove_all(entry.path(), ec);
         }

@@ -4,8 +4,8 @@
 // Runs inside the sandbox (tarvo-emu exec --discard-uplink --size-limit ...): the file handlers
 // work in the sandbox's size-limited /data and /mnt, and the responses are written to the
 // emulated /dev/oem_ipc1, whose messages the rig drops unread. Every input starts from the same
-// tree: the device's directories with one file in each that the modem can read, and the
-// UE-capability file that run_fuzz_target.sh puts in /vendor.
+// tree: the device's directories with one file in each that the modem can read, a transfer
+// under way, one property, and the UE-capability file that run_fuzz_target.sh puts in /vendor.
 
 #include <cstddef>
 #include <cstdint>
@@ -75,7 +75,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size > static_cast<size_t>(VekIoHandler::kBufferSize)) return -1;
     ResetDeviceTrees();
     WriteFile("/data/vendor/radio/mds/append.txt", "line 1\nline 2\nline 3\n");
+    // The first half of a transfer of "log.bin" (20 bytes), staged: a block at offset 10 ends it.
+    WriteFile("/data/vendor/radio/modem_temp_file/log.bin", "0123456789");
     WriteFile("/mnt/vendor/modem_userdata/replay/replay.dat", std::string(300, 'r'));
+    HostPropertyStore::Default().Set("vendor.modem.mode", "auto");
     handler->Process(data, size);
     return 0;
 }
