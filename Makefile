@@ -1,11 +1,13 @@
 # Entry points for a host machine. `make demo` plays the daemon against the emulated modem;
 # `make test` builds everything and runs every test; `make test-sanitize` and `make test-tsan`
 # run the whole suite again on sanitized builds of everything, the daemon in the sandbox included;
-# `make bench` runs the benchmarks.
+# `make bench` runs the benchmarks; `make fuzz` runs every fuzz target for FUZZ_SECONDS.
 BUILD_DIR ?= build
 ASAN_BUILD_DIR ?= build-asan
 TSAN_BUILD_DIR ?= build-tsan
 JOBS ?= 2
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS := $(patsubst tests/fuzz/%_fuzzer.cpp,%,$(wildcard tests/fuzz/*_fuzzer.cpp))
 
 # The first report ends the process with a failure, whichever process it is; the rig's sandbox
 # passes these on to the daemon and its clients.
@@ -16,7 +18,7 @@ export UBSAN_OPTIONS ?= halt_on_error=1:print_stacktrace=1
 # until it sleeps), so ThreadSanitizer's signal-unsafe-call check does not apply.
 export TSAN_OPTIONS ?= halt_on_error=1:second_deadlock_stack=1:report_signal_unsafe=0:suppressions=$(CURDIR)/tests/sanitizer/tsan.supp
 
-.PHONY: all deps configure build test test-sanitize test-tsan bench demo tput format clean
+.PHONY: all deps configure build test test-sanitize test-tsan bench demo tput fuzz format clean
 
 all: build
 
@@ -46,6 +48,15 @@ test-tsan: deps
 # Every benchmark against its floor, as one table; the figures also go to build/bench/results.json.
 bench: build
 	$(BUILD_DIR)/bench/tarvo-bench --json $(BUILD_DIR)/bench/results.json
+
+# Each fuzz target (built with clang by every build, in $(BUILD_DIR)/fuzz/) for FUZZ_SECONDS
+# seconds, one after the other: a line each with the inputs it ran and whether it stayed clean.
+# The corpus each one grows, its log and any failing input stay in $(BUILD_DIR)/fuzz/runs/TARGET/.
+fuzz: build
+	@status=0; for target in $(FUZZ_TARGETS); do \
+		tests/fuzz/run_fuzz_target.sh $(BUILD_DIR) $$target $(BUILD_DIR)/fuzz/runs/$$target \
+			-max_total_time=$(FUZZ_SECONDS) || status=1; \
+	done; exit $$status
 
 demo: build
 	$(BUILD_DIR)/tarvo-emu run tests/scenarios/demo.textproto

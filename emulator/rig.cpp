@@ -42,7 +42,8 @@ Rig::~Rig() {
 }
 
 Result<void> Rig::Start() {
-    Result<std::unique_ptr<Sandbox>> sandbox = Sandbox::Create(options_.data_size_limit_kib);
+    Result<std::unique_ptr<Sandbox>> sandbox =
+        Sandbox::Create(options_.data_size_limit_kib, options_.mnt_size_limit_kib);
     if (!sandbox.ok()) return Error() << "sandbox: " << sandbox.error();
     sandbox_ = std::move(*sandbox);
 
@@ -51,6 +52,7 @@ Result<void> Rig::Start() {
             if (options_.uplink_tap && options_.uplink_tap(bytes)) return;
             if (modem_) modem_->OnUplink(bytes);
         });
+    emulator_->temp().KeepWrites(options_.keep_logs);
     modem_ = std::make_unique<ModemSide>(&emulator_->ipc(), &transcript_);
     tput_modem_ = std::make_unique<TputModem>(&emulator_->test(), options_.tput);
     modem_->SetObserver([this](const tarvo_message::TarvoMessage& message) {
@@ -65,6 +67,7 @@ Result<void> Rig::Start() {
 
     if (Result<void> ril = SetUpRil(); !ril.ok()) return ril.error();
     for (const auto& [name, value] : options_.env) sandbox_->SetEnv(name, value);
+    for (const std::string& dir : options_.writable) sandbox_->BindWritable(dir);
     for (const std::string& path : options_.remove) {
         if (Result<void> removed = sandbox_->Remove(path); !removed.ok()) return removed.error();
     }

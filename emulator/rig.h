@@ -69,14 +69,19 @@ struct RigOptions {
     std::ostream* transcript = nullptr;
     // When not 0, /data is a tmpfs of this many KiB.
     uint32_t data_size_limit_kib = 0;
+    // When not 0, /mnt is a tmpfs of this many KiB.
+    uint32_t mnt_size_limit_kib = 0;
+    // Host directories shown writable at their own paths, e.g. a fuzzer's corpus.
+    std::vector<std::string> writable = {};
     // Paths under /data or /mnt bound read-only.
     std::vector<std::string> read_only = {};
     // Sees each message that the daemon writes on oem_ipc1 before the modem side does, on the
     // filesystem's thread. Returning true keeps the message from the modem side: no parse, no
     // record, no reply. For benchmarks, which would otherwise time the modem side's bookkeeping.
     std::function<bool(std::string_view bytes)> uplink_tap = {};
-    // Whether the daemon's output and log lines are kept for AwaitLog and the like. A long run
-    // that reads none of them turns this off, so that the rig's memory stays flat.
+    // Whether the daemon's output and log lines, and the writes to the thermal driver's file, are
+    // kept for AwaitLog and the like. A long run that reads none of them turns this off, so that
+    // the rig's memory stays flat.
     bool keep_logs = true;
 };
 

@@ -44,21 +44,24 @@ const std::vector<std::string> Sandbox::kDeviceDirectories = {
     "/vendor/firmware/uecapconfig",       "/vendor/lib64",
 };
 
-Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib) {
+Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib,
+                                                 uint32_t mnt_size_limit_kib) {
     const char* tmp = getenv("TMPDIR");
     std::string pattern =
         std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/tarvo-rig.XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr) return ErrnoError() << "mkdtemp " << pattern;
     std::unique_ptr<Sandbox> sandbox(new Sandbox(pattern));
     std::error_code ec;
-    if (data_size_limit_kib != 0) {
-        const std::string data = pattern + "/data";
-        if (!fs::create_directory(data, ec) && ec) return Error(ec.value()) << "mkdir " << data;
-        const std::string size = "size=" + std::to_string(data_size_limit_kib) + "k,mode=0755";
-        if (mount("tmpfs", data.c_str(), "tmpfs", 0, size.c_str()) != 0) {
-            return ErrnoError() << "mount tmpfs " << size << " on " << data;
+    for (const auto& [tree, limit_kib] :
+         {std::pair{"data", data_size_limit_kib}, std::pair{"mnt", mnt_size_limit_kib}}) {
+        if (limit_kib == 0) continue;
+        const std::string dir = pattern + "/" + tree;
+        if (!fs::create_directory(dir, ec) && ec) return Error(ec.value()) << "mkdir " << dir;
+        const std::string size = "size=" + std::to_string(limit_kib) + "k,mode=0755";
+        if (mount("tmpfs", dir.c_str(), "tmpfs", 0, size.c_str()) != 0) {
+            return ErrnoError() << "mount tmpfs " << size << " on " << dir;
         }
-        sandbox->data_mounted_ = true;
+        sandbox->mounted_.push_back(dir);
     }
     std::vector<std::string> dirs = {pattern + "/emu", pattern + "/properties",
                                      pattern + "/socket"};
@@ -72,7 +75,7 @@ Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib) {
 Sandbox::Sandbox(std::string dir) : dir_(std::move(dir)) {}
 
 Sandbox::~Sandbox() {
-    if (data_mounted_) umount2((dir_ + "/data").c_str(), MNT_DETACH);
+    for (const std::string& dir : mounted_) umount2(dir.c_str(), MNT_DETACH);
     std::error_code ec;
     fs::remove_all(dir_, ec);
 }
@@ -167,6 +170,8 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
     for (const char* tree : {TARVO_SOURCE_DIR, TARVO_BINARY_DIR}) {
         args.insert(args.end(), {"--ro-bind", tree, tree});
     }
+    // After the trees, so that a directory inside one of them can be writable.
+    for (const std::string& dir : writable_) args.insert(args.end(), {"--bind", dir, dir});
     args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin", "--setenv",
                              "ANDROID_LOG_TAGS", "*:v",
                              // Where a device's linker finds the vendor's libraries.

@@ -22,9 +22,10 @@ class Sandbox {
     // Directories that a device has and the daemon expects, created in every fresh root.
     static const std::vector<std::string> kDeviceDirectories;
 
-    // Creates a fresh root under $TMPDIR (or /tmp). With a size limit, /data is a tmpfs of that
-    // many KiB.
-    static android::base::Result<std::unique_ptr<Sandbox>> Create(uint32_t data_size_limit_kib = 0);
+    // Creates a fresh root under $TMPDIR (or /tmp). With a size limit, /data (or /mnt) is a tmpfs
+    // of that many KiB.
+    static android::base::Result<std::unique_ptr<Sandbox>> Create(uint32_t data_size_limit_kib = 0,
+                                                                  uint32_t mnt_size_limit_kib = 0);
     // Deletes the root; the emulator must be unmounted first.
     ~Sandbox();
 
@@ -45,6 +46,8 @@ class Sandbox {
     android::base::Result<void> Remove(const std::string& path);
     // Binds `path` (under /data or /mnt) read-only.
     android::base::Result<void> SetReadOnly(const std::string& path);
+    // Shows the host directory `dir` at the same path, writable, even inside the project's trees.
+    void BindWritable(const std::string& dir) { writable_.push_back(dir); }
     // Sets an environment variable for every process in the sandbox.
     void SetEnv(const std::string& name, const std::string& value) { env_[name] = value; }
 
@@ -58,8 +61,9 @@ class Sandbox {
     std::string dir_;
     std::vector<std::pair<std::string, std::string>> nodes_;      // device path, host path
     std::vector<std::pair<std::string, std::string>> read_only_;  // path, host path
+    std::vector<std::string> writable_;
     std::map<std::string, std::string> env_;
-    bool data_mounted_ = false;
+    std::vector<std::string> mounted_;  // host paths of the size-limited trees
 };
 
 }  // namespace tarvo_emu

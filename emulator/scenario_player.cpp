@@ -5,15 +5,12 @@
 #include <regex>
 #include <thread>
 
-#include <google/protobuf/io/tokenizer.h>
-#include <google/protobuf/text_format.h>
 #include <google/protobuf/util/message_differencer.h>
 
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 
-using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
 using android::base::StringPrintf;
@@ -29,15 +26,6 @@ using tarvo_scenario::Step;
 namespace tarvo_emu {
 
 namespace {
-
-// Collects parse errors with their line numbers.
-class ErrorCollector : public google::protobuf::io::ErrorCollector {
-  public:
-    void AddError(int line, int column, const std::string& message) override {
-        errors += StringPrintf("line %d column %d: %s\n", line + 1, column + 1, message.c_str());
-    }
-    std::string errors;
-};
 
 // `content` once, or repeated (zeros when empty) up to exactly `size` bytes.
 std::string SeedContent(const tarvo_scenario::SeedFile& file) {
@@ -366,18 +354,6 @@ class StepPlayer {
 };
 
 }  // namespace
-
-Result<Scenario> LoadScenario(const std::string& path) {
-    std::string text;
-    if (!android::base::ReadFileToString(path, &text))
-        return ErrnoError() << "cannot read " << path;
-    google::protobuf::TextFormat::Parser parser;
-    ErrorCollector errors;
-    parser.RecordErrorsTo(&errors);
-    Scenario scenario;
-    if (!parser.ParseFromString(text, &scenario)) return Error() << path << ": " << errors.errors;
-    return scenario;
-}
 
 Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript) {
     Rig rig(OptionsOf(scenario, transcript));

@@ -7,13 +7,12 @@
 
 #include "rig.h"
 #include "scenario.pb.h"
+#include "scenario_loader.h"
 
 namespace tarvo_emu {
 
 // Default wait of expect and expect_log steps.
 constexpr std::chrono::milliseconds kDefaultStepTimeout{5000};
-
-android::base::Result<tarvo_scenario::Scenario> LoadScenario(const std::string& path);
 
 // Plays a scenario on a fresh rig. Succeeds when every expectation held; otherwise the error
 // names the step (index from 0 and text form) and why it failed.

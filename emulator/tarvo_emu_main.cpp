@@ -4,11 +4,16 @@
 //       Plays a scenario (emulator/scenario.proto, text format) against `tarvo -s` and the
 //       emulated modem; prints the transcript unless --quiet. Exit 0 when every expectation
 //       held, 1 otherwise.
-//   tarvo-emu exec [--state N] [--daemon] -- COMMAND [ARG...]
+//   tarvo-emu exec [--state N] [--daemon] [--discard-uplink] [--size-limit KIB]
+//                  [--writable DIR]... [--file PATH=TEXT]... -- COMMAND [ARG...]
 //       Runs COMMAND (an absolute path) inside the sandbox with the emulated modem in state N
 //       (0 by default), and the daemon too with --daemon; exits with COMMAND's status, or 1
 //       when COMMAND succeeded but a process printed a sanitizer report or the daemon ended.
-//       For in-process tests of code that touches the device's paths.
+//       For in-process tests of code that touches the device's paths. For long runs (a fuzzer's
+//       millions of messages): --discard-uplink drops every message written on oem_ipc1 unread
+//       and keeps no log lines, --size-limit makes /data and /mnt tmpfs trees of KIB KiB each,
+//       --writable shows a host directory (a corpus) writable at its own path. --file puts a
+//       file holding TEXT at PATH (under /data, /mnt or /vendor) before COMMAND starts.
 //   tarvo-emu tput [--plot FILE.svg] [--json FILE|-] [--block-size N] [--rate BYTES_PER_S]
 //       Runs the IPC throughput test (`tarvo -t`) against the emulated modem, whose downlink
 //       streams blocks of N bytes (65536) at the rate given (as fast as read when 0 or not
@@ -19,6 +24,7 @@
 
 #include <iostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <android-base/parseint.h>
@@ -35,7 +41,8 @@ namespace {
 int Usage() {
     fprintf(stderr,
             "usage: tarvo-emu run FILE [--quiet]\n"
-            "       tarvo-emu exec [--state N] [--daemon] -- COMMAND [ARG...]\n"
+            "       tarvo-emu exec [--state N] [--daemon] [--discard-uplink] [--size-limit KIB]\n"
+            "                      [--writable DIR]... [--file PATH=TEXT]... -- COMMAND [ARG...]\n"
             "       tarvo-emu tput [--plot FILE.svg] [--json FILE|-] [--block-size N]"
             " [--rate BYTES_PER_S]\n");
     return 2;
@@ -75,9 +82,26 @@ int Exec(const std::vector<std::string>& args) {
     options.start_daemon = false;
     size_t i = 0;
     for (; i < args.size() && args[i] != "--"; ++i) {
+        const bool has_value = i + 1 < args.size();
         if (args[i] == "--daemon") {
             options.start_daemon = true;
-        } else if (args[i] == "--state" && i + 1 < args.size()) {
+        } else if (args[i] == "--discard-uplink") {
+            options.uplink_tap = [](std::string_view) { return true; };
+            options.keep_logs = false;
+        } else if (args[i] == "--size-limit" && has_value) {
+            if (!android::base::ParseUint(args[++i], &options.data_size_limit_kib) ||
+                options.data_size_limit_kib == 0) {
+                return Usage();
+            }
+            options.mnt_size_limit_kib = options.data_size_limit_kib;
+        } else if (args[i] == "--writable" && has_value) {
+            options.writable.push_back(args[++i]);
+        } else if (args[i] == "--file" && has_value) {
+            const std::string& file = args[++i];
+            const size_t equals = file.find('=');
+            if (equals == std::string::npos) return Usage();
+            options.files.push_back({file.substr(0, equals), file.substr(equals + 1), 0644});
+        } else if (args[i] == "--state" && has_value) {
             if (!android::base::ParseInt(args[++i], &options.initial_state)) {
                 fprintf(stderr, "tarvo-emu: bad state \"%s\"\n", args[i].c_str());
                 return Usage();

@@ -24,8 +24,13 @@ void TempNode::Read(fuse_req_t req, size_t size, off_t offset, int /*flags*/) {
 
 void TempNode::Write(fuse_req_t req, const char* data, size_t size, off_t /*offset*/) {
     std::lock_guard<std::mutex> lock(mutex_);
-    writes_.emplace_back(data, size);
+    if (keep_writes_) writes_.emplace_back(data, size);
     fuse_reply_write(req, size);
+}
+
+void TempNode::KeepWrites(bool keep) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    keep_writes_ = keep;
 }
 
 std::vector<std::string> TempNode::writes() {

@@ -20,12 +20,16 @@ class TempNode : public EmulatedNode {
     void Write(fuse_req_t req, const char* data, size_t size, off_t offset) override;
 
     std::vector<std::string> writes();
+    // Whether writes are kept; a long run that reads none of them drops them, so that the rig's
+    // memory stays flat.
+    void KeepWrites(bool keep);
 
   private:
     std::string JoinedLocked() const;
 
     std::mutex mutex_;
     std::vector<std::string> writes_;
+    bool keep_writes_ = true;
 };
 
 }  // namespace tarvo_emu

@@ -7,7 +7,7 @@ packages="build-essential cmake pkg-config clang-format \
   protobuf-compiler libprotobuf-dev \
   android-liblog-dev android-libbase-dev libfmt-dev \
   libgtest-dev libgmock-dev libbenchmark-dev \
-  libfuse3-dev fuse3 bubblewrap gnuplot-nox \
+  libfuse3-dev fuse3 bubblewrap gnuplot-nox clang libclang-rt-14-dev \
   blueprint-tools checkpolicy selinux-utils m4"
 
 missing=""

@@ -295,6 +295,15 @@ TEST(ScenarioPlayerTest, KeepsTheCauseOfALoadFailure) {
               "cannot read /nonexistent/x.textproto: No such file or directory");
 }
 
+TEST(ScenarioPlayerTest, NamesTheSourceAndPlaceOfAParseError) {
+    const android::base::Result<tarvo_scenario::Scenario> bad =
+        tarvo_emu::ParseScenario("step { sleep_ms: 1 }\nstep { bogus: 1 }\n", "x.textproto");
+    ASSERT_FALSE(bad.ok());
+    EXPECT_EQ(bad.error().message().rfind("x.textproto: line 2 column 13: ", 0), 0u)
+        << bad.error().message();
+    EXPECT_TRUE(tarvo_emu::ParseScenario("initial_state: 4", "y").ok());
+}
+
 TEST(TarvoEmuTest, BadNumbersAreUsageErrors) {
     for (const char* state : {"x", "4x", ""}) {
         const tarvo_emu::ProcessResult result = tarvo_emu::RunProcess(
@@ -302,6 +311,56 @@ TEST(TarvoEmuTest, BadNumbersAreUsageErrors) {
             {.separate_stderr = true}, std::chrono::seconds(60));
         EXPECT_EQ(result.status, 2) << state;
         EXPECT_NE(result.errors.find("usage: tarvo-emu"), std::string::npos) << result.errors;
+    }
+}
+
+TEST(TarvoEmuTest, ExecOptionsBoundALongRun) {
+    TemporaryDir dir;
+    const std::string out = std::string(dir.path) + "/out";
+    // A file put in the read-only /vendor, copied out through the writable directory; 100 KiB
+    // fill neither /data nor /mnt of 64 KiB; one message goes up the channel.
+    const std::string script = "cat /vendor/etc/note > " + out +
+                               " && printf '\\010\\002' > /dev/oem_ipc1"
+                               " && ! head -c 102400 /dev/zero > /data/fill 2>/dev/null"
+                               " && ! head -c 102400 /dev/zero > /mnt/fill 2>/dev/null";
+    for (const bool discard : {false, true}) {
+        std::vector<std::string> command = {TARVO_BINARY_DIR "/tarvo-emu",
+                                            "exec",
+                                            "--size-limit",
+                                            "64",
+                                            "--writable",
+                                            dir.path,
+                                            "--file",
+                                            "/vendor/etc/note=a=b"};
+        if (discard) command.push_back("--discard-uplink");
+        command.insert(command.end(), {"--", "/bin/sh", "-c", script});
+        const tarvo_emu::ProcessResult result =
+            tarvo_emu::RunProcess(command, {}, std::chrono::seconds(60));
+        EXPECT_EQ(result.status, 0) << result.output;
+        std::string copied;
+        EXPECT_TRUE(android::base::ReadFileToString(out, &copied));
+        EXPECT_EQ(copied, "a=b");
+        // The modem side shows the message only when it was not dropped.
+        EXPECT_EQ(result.output.find("tarvo > modem  { type: RESPONSE }") == std::string::npos,
+                  discard)
+            << result.output;
+    }
+}
+
+TEST(TarvoEmuTest, ExecOptionsWithoutTheirValueAreUsageErrors) {
+    for (const char* option : {"--size-limit", "--writable", "--file"}) {
+        const tarvo_emu::ProcessResult result =
+            tarvo_emu::RunProcess({TARVO_BINARY_DIR "/tarvo-emu", "exec", option},
+                                  {.separate_stderr = true}, std::chrono::seconds(60));
+        EXPECT_EQ(result.status, 2) << option;
+    }
+    for (const std::vector<std::string>& bad : std::vector<std::vector<std::string>>{
+             {"--size-limit", "0"}, {"--size-limit", "x"}, {"--file", "/data/no-equals"}}) {
+        std::vector<std::string> command = {TARVO_BINARY_DIR "/tarvo-emu", "exec"};
+        command.insert(command.end(), bad.begin(), bad.end());
+        command.insert(command.end(), {"--", "/bin/true"});
+        EXPECT_EQ(tarvo_emu::RunProcess(command, {}, std::chrono::seconds(60)).status, 2)
+            << bad[0] << " " << bad[1];
     }
 }
 
