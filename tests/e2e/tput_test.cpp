@@ -79,7 +79,9 @@ TEST_F(TputTest, FullRunSamplesTheDownlinkAndPumpsTheWholeSchedule) {
     EXPECT_TRUE(Logs(ANDROID_LOG_INFO, "Sending modem test request"));
     EXPECT_TRUE(Logs(ANDROID_LOG_INFO, "Got modem test response successful"));
     ASSERT_TRUE(Requested(true, true, 0, 0, 0, kDownlinkTimeout));
-    EXPECT_TRUE(Logs(ANDROID_LOG_INFO, "Stop tput monitoring"));
+    // The sampler ends with its current second; an instrumented daemon on a busy machine can
+    // take a good deal longer than that.
+    EXPECT_TRUE(Logs(ANDROID_LOG_INFO, "Stop tput monitoring", kDownlinkTimeout));
     ASSERT_TRUE(Requested(false, false, 0, 0, 0));
 
     tarvo_emu::TestNode& node = rig().emulator().test();
