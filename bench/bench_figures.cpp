@@ -18,8 +18,8 @@
 #include <android-base/strings.h>
 
 #include "bench_rig.h"
+#include "proto/tarvo_message.pb.h"
 #include "rig.h"
-#include "tarvo_message.pb.h"
 
 using android::base::Error;
 using android::base::Result;

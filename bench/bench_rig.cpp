@@ -5,7 +5,7 @@
 #include <android-base/parsedouble.h>
 #include <android-base/strings.h>
 
-#include "tarvo_message.pb.h"
+#include "proto/tarvo_message.pb.h"
 
 using android::base::Error;
 using android::base::Result;

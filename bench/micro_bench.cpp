@@ -27,6 +27,8 @@
 #include "tarvo_service_handler.h"
 #include "vek_message.h"
 
+namespace tarvo {
+
 using tarvo_message::TarvoMessage;
 
 namespace {
@@ -292,8 +294,10 @@ std::vector<Pair> RegisterBenchmarks() {
 }
 
 }  // namespace
+}  // namespace tarvo
 
 int main(int argc, char** argv) {
+    using namespace tarvo;
     int rounds = 5;
     double min_time = 0.2;
     std::string out_path;

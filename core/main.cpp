@@ -14,6 +14,7 @@
 #include "server_signals.h"
 #include "tarvo_message_handler.h"
 
+namespace tarvo {
 namespace {
 
 constexpr const char* kPidFile = "/data/vendor/radio/tarvo_pid";
@@ -94,8 +95,10 @@ void WritePidFile() {
 }
 
 }  // namespace
+}  // namespace tarvo
 
 int main(int argc, char** argv) {
+    using namespace tarvo;
     // Applies ANDROID_LOG_TAGS to liblog's priority filter; without it a host drops debug lines.
     android::base::InitLogging(argv);
     if (argc == 1) {

@@ -10,6 +10,8 @@
 #include "properties.h"
 #include "tarvo_message_handler.h"
 
+namespace tarvo {
+
 namespace {
 
 constexpr const char* kModemBootNode = "/dev/umts_boot0";
@@ -104,3 +106,5 @@ int ModemStateMonitor::GetModemState() {
     }
     return ioctl(fd, kStatusIoctl);
 }
+
+}  // namespace tarvo

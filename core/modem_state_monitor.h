@@ -5,6 +5,8 @@
 
 #include "thread.h"
 
+namespace tarvo {
+
 class TarvoMessageHandler;
 
 // Follows the modem's boot state on "/dev/umts_boot0" and reports every valid change.
@@ -30,3 +32,5 @@ class ModemStateMonitor : public Runnable {
     std::atomic<int> state_{-1};
     std::atomic<int> fd_{-1};
 };
+
+}  // namespace tarvo

@@ -1,5 +1,7 @@
 #include "request_list.h"
 
+namespace tarvo {
+
 RequestRecord::RequestRecord(uint32_t token) : token_(token) {}
 
 RequestRecord::RequestRecord(const RequestRecord& other) : token_(other.token_) {
@@ -50,3 +52,5 @@ void RequestList::UpdateResponseMessage(uint32_t token, const VekMessage* messag
     auto it = records_.find(token);
     if (it != records_.end()) it->second.SetResponse(message);
 }
+
+}  // namespace tarvo

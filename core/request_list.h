@@ -8,6 +8,8 @@
 #include "token_gen.h"
 #include "vek_message.h"
 
+namespace tarvo {
+
 // One request awaiting its response. Copies clone the response.
 class RequestRecord {
   public:
@@ -47,3 +49,5 @@ class RequestList {
     std::mutex lock_;
     std::map<uint32_t, RequestRecord> records_;
 };
+
+}  // namespace tarvo

@@ -4,6 +4,8 @@
 
 #include <initializer_list>
 
+namespace tarvo {
+
 sigset_t server_signals() {
     sigset_t set;
     sigemptyset(&set);
@@ -30,3 +32,5 @@ ScopedServerSignalBlock::ScopedServerSignalBlock() {
 ScopedServerSignalBlock::~ScopedServerSignalBlock() {
     pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
 }
+
+}  // namespace tarvo

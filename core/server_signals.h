@@ -2,6 +2,8 @@
 
 #include <signal.h>
 
+namespace tarvo {
+
 // The signals that the server acts on: SIGUSR1, SIGUSR2 and SIGWINCH. Their handler runs on the
 // main thread; every other thread blocks them.
 sigset_t server_signals();
@@ -22,3 +24,5 @@ class ScopedServerSignalBlock {
   private:
     sigset_t previous_;
 };
+
+}  // namespace tarvo

@@ -11,6 +11,8 @@
 #include "token_gen.h"
 #include "vek_io_handler.h"
 
+namespace tarvo {
+
 using tarvo_message::TarvoResult;
 
 TarvoMessageHandler* TarvoMessageHandler::GetInstance() {
@@ -199,3 +201,5 @@ void TarvoMessageHandler::TputTestStartRequest() {
 void TarvoMessageHandler::RegisterRecoveryCallback(RecoveryCallback* callback) {
     recovery_callback_ = callback;
 }
+
+}  // namespace tarvo

@@ -11,6 +11,8 @@
 #include "request_list.h"
 #include "vek_message.h"
 
+namespace tarvo {
+
 class ModemStateMonitor;
 class TarvoServiceHandler;
 class TarvoTestHandler;
@@ -78,3 +80,5 @@ class TarvoMessageHandler {
     std::mutex response_lock_;
     std::condition_variable response_signal_;
 };
+
+}  // namespace tarvo

@@ -4,6 +4,8 @@
 
 #include "server_signals.h"
 
+namespace tarvo {
+
 Thread::Thread(Runnable* runnable) : runnable_(runnable) {}
 
 Thread::~Thread() { Stop(); }
@@ -38,3 +40,5 @@ void* Thread::ThreadProc(void* arg) {
     static_cast<Thread*>(arg)->Run();
     return nullptr;
 }
+
+}  // namespace tarvo

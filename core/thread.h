@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+namespace tarvo {
+
 // A unit of work that a Thread runs on its own POSIX thread.
 class Runnable {
   public:
@@ -35,3 +37,5 @@ class Thread {
     Runnable* runnable_;
     uint32_t started_ = 0;
 };
+
+}  // namespace tarvo

@@ -1,5 +1,7 @@
 #include "token_gen.h"
 
+namespace tarvo {
+
 namespace {
 TokenGen* instance = nullptr;
 }
@@ -16,3 +18,5 @@ uint32_t TokenGen::GetNext() {
     next_ = (value + 1 == kNoToken) ? 0 : value + 1;
     return value;
 }
+
+}  // namespace tarvo

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <mutex>
 
+namespace tarvo {
+
 // Process-wide source of the tokens that pair a request with its response.
 class TokenGen {
   public:
@@ -24,3 +26,5 @@ class TokenGen {
     std::mutex lock_;
     uint32_t next_;
 };
+
+}  // namespace tarvo

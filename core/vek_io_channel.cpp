@@ -6,6 +6,8 @@
 
 #include <log/log.h>
 
+namespace tarvo {
+
 namespace {
 
 constexpr useconds_t kRetryDelayUs = 10000;
@@ -80,3 +82,5 @@ bool VekIoChannel::SetChannel(std::string path) {
     path_ = std::move(path);
     return true;
 }
+
+}  // namespace tarvo

@@ -6,6 +6,8 @@
 
 #include <android-base/unique_fd.h>
 
+namespace tarvo {
+
 // A message-oriented device node: one read returns one message, one write sends one.
 //
 // The reader thread closes and reopens the node while other threads send on it. Each read or
@@ -42,3 +44,5 @@ class VekIoChannel {
     SharedFd file_;
     std::string path_ = kDefaultPath;
 };
+
+}  // namespace tarvo

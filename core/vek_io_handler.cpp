@@ -9,6 +9,8 @@
 
 #include "tarvo_message_handler.h"
 
+namespace tarvo {
+
 namespace {
 
 constexpr unsigned int kOfflineRecheckSeconds = 2;
@@ -90,3 +92,5 @@ int VekIoHandler::SendData(const char* data, int size) {
     channel_->OpenChannel();
     return channel_->WriteToChannel(data, size);
 }
+
+}  // namespace tarvo

@@ -5,6 +5,8 @@
 #include "thread.h"
 #include "vek_io_channel.h"
 
+namespace tarvo {
+
 class TarvoMessageHandler;
 
 // Owns the modem IPC channel; its reader thread hands every received message to the message
@@ -30,3 +32,5 @@ class VekIoHandler : public Runnable {
     std::unique_ptr<char[]> buffer_;
     std::unique_ptr<Thread> thread_;  // declared last: destroyed (joined) first
 };
+
+}  // namespace tarvo

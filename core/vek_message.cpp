@@ -4,6 +4,8 @@
 
 #include "token_gen.h"
 
+namespace tarvo {
+
 using tarvo_message::TarvoMessage;
 
 VekMessage::VekMessage()
@@ -89,3 +91,5 @@ bool VekMessage::SerializeSendMessage(char* buffer, int size) const {
     }
     return true;
 }
+
+}  // namespace tarvo

@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "tarvo_message.pb.h"
+#include "proto/tarvo_message.pb.h"
+
+namespace tarvo {
 
 class TokenGen;
 
@@ -48,3 +50,5 @@ class VekMessage {
     std::unique_ptr<tarvo_message::TarvoMessage> envelope_;
     TokenGen* token_source_;
 };
+
+}  // namespace tarvo

@@ -13,7 +13,7 @@
 #include "delayed_calls.h"
 #include "event_list.h"
 #include "ipc_node.h"
-#include "tarvo_message.pb.h"
+#include "proto/tarvo_message.pb.h"
 #include "transcript.h"
 
 namespace tarvo_emu {

@@ -21,9 +21,9 @@
 #include "log_line.h"
 #include "modem_emulator.h"
 #include "modem_side.h"
+#include "proto/tarvo_message.pb.h"
 #include "ril_side.h"
 #include "sandbox.h"
-#include "tarvo_message.pb.h"
 #include "tput_modem.h"
 #include "transcript.h"
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "tarvo_message.pb.h"
+#include "proto/tarvo_message.pb.h"
 #include "test_node.h"
 
 namespace tarvo_emu {

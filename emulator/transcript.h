@@ -6,7 +6,7 @@
 #include <string>
 
 #include "log_line.h"
-#include "tarvo_message.pb.h"
+#include "proto/tarvo_message.pb.h"
 
 namespace tarvo_emu {
 

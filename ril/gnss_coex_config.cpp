@@ -10,6 +10,8 @@
 
 #include "ril_request_helper.h"
 
+namespace tarvo {
+
 namespace {
 
 constexpr const char* kConfigPaths[] = {
@@ -170,3 +172,5 @@ int LoadGnssCoexConfig() {
     if (table.error) std::rethrow_exception(table.error);
     return 0;
 }
+
+}  // namespace tarvo

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace tarvo {
+
 // Radio-access type of a GNSS blanking entry, one byte on the wire.
 enum VekGnssBlankingRAT : uint8_t {
     kGnssBlankingGsm = 0,
@@ -47,3 +49,5 @@ GnssCoexTable ParseGnssCoexTable(const std::string& text);
 // RIL: 0 once read and processed, 8 without a RIL connection or a usable file. A field that holds
 // no number throws std::invalid_argument or std::out_of_range, after the lines before it went out.
 int LoadGnssCoexConfig();
+
+}  // namespace tarvo

@@ -4,6 +4,8 @@
 
 #include <log/log.h>
 
+namespace tarvo {
+
 namespace {
 
 constexpr const char* kLibrary = "libvekril-client.so";
@@ -132,3 +134,5 @@ int RilClientHelperDLImpl::SetIndicationFilter(void* handle, int* filter, unsign
     if (library_ == nullptr || set_indication_filter_ == nullptr) return 1;
     return set_indication_filter_(handle, filter, count);
 }
+
+}  // namespace tarvo

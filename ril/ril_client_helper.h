@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+namespace tarvo {
+
 // The vendor RIL client library's callbacks and entry points, as the daemon calls them.
 // Called once per request, from a thread of the library: request id, RIL error code, response
 // data and its length, and the selector the request was sent with.
@@ -81,3 +83,5 @@ class RilClientHelperDLImpl : public RilClientHelper {
     RilcSendFunction send_ = nullptr;
     RilcSetIndicationFilterFunction set_indication_filter_ = nullptr;
 };
+
+}  // namespace tarvo

@@ -5,6 +5,8 @@
 #include <memory>
 #include <thread>
 
+namespace tarvo {
+
 namespace {
 
 constexpr std::chrono::seconds kAttemptWait{5};
@@ -92,3 +94,5 @@ void RilRequestHelper::OnResponse(int error) {
     }
     response_signal_.notify_one();
 }
+
+}  // namespace tarvo

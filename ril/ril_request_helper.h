@@ -7,6 +7,8 @@
 
 #include "ril_client_helper.h"
 
+namespace tarvo {
+
 // One blocking call over the RIL client library's request-and-callback style: Send waits up to
 // 5 seconds for the library's answer and tries again, within a budget of seconds, while the
 // radio is not available. One request is outstanding at a time.
@@ -59,3 +61,5 @@ class RilRequestHelper {
     std::condition_variable response_signal_;
     const Pause pause_;
 };
+
+}  // namespace tarvo

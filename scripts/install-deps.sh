@@ -8,7 +8,9 @@ packages="build-essential cmake pkg-config clang-format \
   android-liblog-dev android-libbase-dev libfmt-dev \
   libgtest-dev libgmock-dev libbenchmark-dev \
   libfuse3-dev fuse3 bubblewrap gnuplot-nox clang libclang-rt-14-dev \
-  blueprint-tools checkpolicy selinux-utils m4"
+  blueprint-tools golang-go golang-github-google-blueprint-dev \
+  checkpolicy selinux-utils setools m4 python3 \
+  nlohmann-json3-dev libedit-dev gcovr"
 
 missing=""
 for p in $packages; do

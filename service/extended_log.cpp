@@ -16,6 +16,8 @@
 #include "tarvo_message_handler.h"
 #include "tarvo_service_handler.h"
 
+namespace tarvo {
+
 using android::base::unique_fd;
 using tarvo_message::ExtendedLogMessage;
 
@@ -83,3 +85,5 @@ unsigned int TarvoServiceHandler::OnReceiveExtendedLogIndication(VekMessage* ind
     chmod(path.c_str(), kLogFileMode);
     return tarvo_message::RESULT_SUCCESS;
 }
+
+}  // namespace tarvo

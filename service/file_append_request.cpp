@@ -9,6 +9,8 @@
 #include "tarvo_message_handler.h"
 #include "tarvo_service_handler.h"
 
+namespace tarvo {
+
 namespace {
 
 constexpr mode_t kAppendedFileMode = 0664;
@@ -53,3 +55,5 @@ unsigned int TarvoServiceHandler::OnReceiveFileAppendRequest(VekMessage* request
     response.SetResult(tarvo_message::RESULT_SUCCESS);
     return handler_->SendResponse(response.GetVekMessage());
 }
+
+}  // namespace tarvo

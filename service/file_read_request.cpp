@@ -9,6 +9,8 @@
 #include "tarvo_message_handler.h"
 #include "tarvo_service_handler.h"
 
+namespace tarvo {
+
 unsigned int TarvoServiceHandler::OnReceiveFileReadRequest(VekMessage* request) {
     const tarvo_message::FileReadRequest* named =
         get_named_file_operation(request, tarvo_message::FileMessage::kReadRequest,
@@ -51,3 +53,5 @@ unsigned int TarvoServiceHandler::OnReceiveFileReadRequest(VekMessage* request) 
     response.SetFileReadMessageResult(tarvo_message::FILE_RESULT_SUCCESS);
     return handler_->SendResponse(response.GetVekMessage());
 }
+
+}  // namespace tarvo

@@ -4,6 +4,8 @@
 
 #include "tarvo_file_directory.h"
 
+namespace tarvo {
+
 const tarvo_message::FileMessage* get_file_operation(
     const VekMessage* message, tarvo_message::FileMessage::FileOperationCase operation) {
     if (message == nullptr || message->GetMessageId() != tarvo_message::TarvoMessage::kFile) {
@@ -32,3 +34,5 @@ FileTarget find_file_target(int file_dir, const std::string& file_name) {
     }
     return {FileTargetStatus::kFound, prefix + file_name};
 }
+
+}  // namespace tarvo

@@ -4,8 +4,10 @@
 
 #include <log/log.h>
 
-#include "tarvo_message.pb.h"
+#include "proto/tarvo_message.pb.h"
 #include "vek_message.h"
+
+namespace tarvo {
 
 // The checks that every file handler begins with, shared so that each handler states only what
 // differs: its operation and its texts.
@@ -74,3 +76,5 @@ struct FileTarget {
 
 // Resolves the file that an append or a read works on, logging as it goes.
 FileTarget find_file_target(int file_dir, const std::string& file_name);
+
+}  // namespace tarvo

@@ -3,6 +3,8 @@
 #include "tarvo_service_handler.h"
 #include "vek_message.h"
 
+namespace tarvo {
+
 unsigned int TarvoServiceHandler::OnReceiveFileWriteIndication(VekMessage* indication) {
     // Unlike a write request, an indication's own file_path does not mark the old protocol: it is
     // ignored and the block is stored like any other.
@@ -19,3 +21,5 @@ unsigned int TarvoServiceHandler::OnReceiveFileWriteIndication(VekMessage* indic
     return staged.status == FileWriteStagingStatus::kFailed ? tarvo_message::RESULT_UNAVAILABLE
                                                             : tarvo_message::RESULT_SUCCESS;
 }
+
+}  // namespace tarvo

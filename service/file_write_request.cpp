@@ -6,6 +6,8 @@
 #include "tarvo_message_handler.h"
 #include "tarvo_service_handler.h"
 
+namespace tarvo {
+
 unsigned int TarvoServiceHandler::OnReceiveFileWriteRequest(VekMessage* request) {
     const tarvo_message::FileMessage* file =
         get_file_operation(request, tarvo_message::FileMessage::kWriteRequest);
@@ -32,3 +34,5 @@ unsigned int TarvoServiceHandler::OnReceiveFileWriteRequest(VekMessage* request)
     response.SetResult(tarvo_message::RESULT_SUCCESS);
     return handler_->SendResponse(response.GetVekMessage());
 }
+
+}  // namespace tarvo

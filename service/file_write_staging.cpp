@@ -14,6 +14,8 @@
 #include "file_request.h"
 #include "tarvo_file_directory.h"
 
+namespace tarvo {
+
 namespace {
 
 using tarvo_message::FILE_RESULT_BAD_DIRECTORY;
@@ -162,3 +164,5 @@ FileWriteStagingResult stage_file_write_block(const FileWriteBlock& block,
     }
     return MoveIntoTarget(prefix, temporary_path, target_path, texts);
 }
+
+}  // namespace tarvo

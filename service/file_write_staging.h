@@ -5,7 +5,9 @@
 
 #include <android/log.h>
 
-#include "tarvo_message.pb.h"
+#include "proto/tarvo_message.pb.h"
+
+namespace tarvo {
 
 // One block of a staged file transfer. Write requests and write indications carry the same
 // fields in different messages; both are read into this once their name and directory are known.
@@ -45,3 +47,5 @@ struct FileWriteStagingResult {
 // total size, copies it over the target. The temporary file's size is the whole transfer state.
 FileWriteStagingResult stage_file_write_block(const FileWriteBlock& block,
                                               const FileWriteStagingTexts& texts);
+
+}  // namespace tarvo

@@ -6,6 +6,8 @@
 #include "tarvo_payload_message.h"
 #include "tarvo_service_handler.h"
 
+namespace tarvo {
+
 bool TarvoServiceHandler::CheckModemOnline() {
     if (handler_->IsModemOnline()) return true;
     ALOGE("Modem is not online");
@@ -35,3 +37,5 @@ unsigned int TarvoServiceHandler::RequestOfModem(TarvoPayloadMessage* request,
     ALOGI("%s", texts.succeeded);
     return tarvo_message::RESULT_SUCCESS;
 }
+
+}  // namespace tarvo

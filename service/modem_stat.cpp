@@ -14,6 +14,8 @@
 #include "tarvo_modem_stat_message.h"
 #include "tarvo_service_handler.h"
 
+namespace tarvo {
+
 using android::base::unique_fd;
 using tarvo_message::ModemStatMessage;
 
@@ -127,3 +129,5 @@ unsigned int TarvoServiceHandler::OnReceiveModemStatReportIndication(VekMessage*
     chmod(kDumpFile, kDumpFileMode);
     return tarvo_message::RESULT_SUCCESS;
 }
+
+}  // namespace tarvo

@@ -6,6 +6,8 @@
 
 #include <android-base/strings.h>
 
+namespace tarvo {
+
 namespace {
 
 // The non-empty runs between delimiters, as a tokeniser yields them.
@@ -37,3 +39,5 @@ std::optional<ModemStatModuleConfig> parse_modem_stat_entry(const std::string& e
     }
     return config;
 }
+
+}  // namespace tarvo

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+namespace tarvo {
+
 // The grammar of "modem_stat.conf": entries `module` or `module:v=N,t=N`, separated by any run of
 // '|', CR and LF.
 
@@ -21,3 +23,5 @@ std::vector<std::string> split_modem_stat_entries(const std::string& text);
 // ':'-separated pieces count. Each ','-separated item is scanned as "%c=%d": an item that does
 // not scan, or whose letter is neither 'v' nor 't', is ignored; the last 'v' and 't' win.
 std::optional<ModemStatModuleConfig> parse_modem_stat_entry(const std::string& entry);
+
+}  // namespace tarvo

@@ -6,6 +6,8 @@
 #include "tarvo_service_handler.h"
 #include "vek_message.h"
 
+namespace tarvo {
+
 using tarvo_message::ModemTemperatureMessage;
 
 namespace {
@@ -52,3 +54,5 @@ unsigned int TarvoServiceHandler::OnReceiveModemTemperatureRequest(VekMessage* r
     envelope->mutable_modem_temperature()->mutable_set_response();
     return handler_->SendResponse(&response);
 }
+
+}  // namespace tarvo

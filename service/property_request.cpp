@@ -6,6 +6,8 @@
 #include "tarvo_service_handler.h"
 #include "vek_message.h"
 
+namespace tarvo {
+
 using tarvo_message::PropertyMessage;
 
 unsigned int TarvoServiceHandler::OnReceivePropertyRequest(VekMessage* request) {
@@ -53,3 +55,5 @@ unsigned int TarvoServiceHandler::OnReceivePropertyRequest(VekMessage* request) 
     }
     return handler_->SendResponse(response.GetVekMessage());
 }
+
+}  // namespace tarvo

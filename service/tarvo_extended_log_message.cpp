@@ -2,6 +2,8 @@
 
 #include <log/log.h>
 
+namespace tarvo {
+
 TarvoExtendedLogMessage::TarvoExtendedLogMessage(tarvo_message::TarvoMessageType type)
     : TarvoPayloadMessage(tarvo_message::TarvoMessage::kExtendedLog, type) {}
 
@@ -14,3 +16,5 @@ unsigned int TarvoExtendedLogMessage::FillRequest() {
     envelope->mutable_extended_log()->mutable_request();
     return tarvo_message::RESULT_SUCCESS;
 }
+
+}  // namespace tarvo

@@ -2,6 +2,8 @@
 
 #include "tarvo_payload_message.h"
 
+namespace tarvo {
+
 // The daemon's request that the modem start its extended log (payload 6).
 class TarvoExtendedLogMessage : public TarvoPayloadMessage {
   public:
@@ -10,3 +12,5 @@ class TarvoExtendedLogMessage : public TarvoPayloadMessage {
     // Selects the (empty) request. 0.
     unsigned int FillRequest();
 };
+
+}  // namespace tarvo

@@ -1,5 +1,7 @@
 #include "tarvo_file_directory.h"
 
+namespace tarvo {
+
 namespace {
 
 using tarvo_message::FileDirectory;
@@ -20,3 +22,5 @@ std::string TarvoFileDirectoryTable::FindDirectoryFromId(FileDirectory id) {
     }
     return kDirectories[0].path();
 }
+
+}  // namespace tarvo

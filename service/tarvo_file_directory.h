@@ -2,7 +2,9 @@
 
 #include <string>
 
-#include "tarvo_message.pb.h"
+#include "proto/tarvo_message.pb.h"
+
+namespace tarvo {
 
 // One whitelisted directory: the number the modem sends and the prefix it stands for.
 class TarvoFileDirectory {
@@ -30,3 +32,5 @@ class TarvoFileDirectoryTable {
     // arrive from the modem.
     static bool IsValidId(int id) { return static_cast<unsigned int>(id) - 1u < 3u; }
 };
+
+}  // namespace tarvo

@@ -1,5 +1,7 @@
 #include "tarvo_file_message.h"
 
+namespace tarvo {
+
 TarvoFileMessage::TarvoFileMessage(tarvo_message::TarvoMessageType type, const VekMessage* request)
     : TarvoPayloadMessage(tarvo_message::TarvoMessage::kFile, type, request) {}
 
@@ -33,3 +35,5 @@ void TarvoFileMessage::FillReadResponse(const char* data, unsigned int size) {
 void TarvoFileMessage::SetFileReadMessageResult(tarvo_message::FileMessageResult result) {
     if (auto* response = ReadResponse()) response->set_result(result);
 }
+
+}  // namespace tarvo

@@ -2,6 +2,8 @@
 
 #include "tarvo_payload_message.h"
 
+namespace tarvo {
+
 // The one response a file handler builds: a write response (answering writes and appends) or a
 // read response. Selecting the other kind discards the first, so a handler keeps to one.
 class TarvoFileMessage : public TarvoPayloadMessage {
@@ -19,3 +21,5 @@ class TarvoFileMessage : public TarvoPayloadMessage {
     tarvo_message::FileWriteResponse* WriteResponse() const;
     tarvo_message::FileReadResponse* ReadResponse() const;
 };
+
+}  // namespace tarvo

@@ -2,6 +2,8 @@
 
 #include <log/log.h>
 
+namespace tarvo {
+
 TarvoModemStatMessage::TarvoModemStatMessage(tarvo_message::TarvoMessageType type)
     : TarvoPayloadMessage(tarvo_message::TarvoMessage::kModemStat, type) {}
 
@@ -34,3 +36,5 @@ unsigned int TarvoModemStatMessage::FillReportRequest() {
     envelope->mutable_modem_stat()->mutable_report_request();
     return tarvo_message::RESULT_SUCCESS;
 }
+
+}  // namespace tarvo

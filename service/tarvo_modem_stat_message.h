@@ -4,6 +4,8 @@
 
 #include "tarvo_payload_message.h"
 
+namespace tarvo {
+
 // The daemon's modem statistics requests (payload 5): enable a module, or ask for a report.
 class TarvoModemStatMessage : public TarvoPayloadMessage {
   public:
@@ -15,3 +17,5 @@ class TarvoModemStatMessage : public TarvoPayloadMessage {
     // Selects the (empty) report request. 0.
     unsigned int FillReportRequest();
 };
+
+}  // namespace tarvo

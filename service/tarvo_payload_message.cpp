@@ -1,5 +1,7 @@
 #include "tarvo_payload_message.h"
 
+namespace tarvo {
+
 TarvoPayloadMessage::TarvoPayloadMessage(PayloadCase id, tarvo_message::TarvoMessageType type,
                                          const VekMessage* request)
     : message_(std::make_unique<VekMessage>()) {
@@ -20,3 +22,5 @@ tarvo_message::TarvoMessage* TarvoPayloadMessage::Envelope() const {
 void TarvoPayloadMessage::SetResult(tarvo_message::TarvoResult result) {
     if (auto* envelope = Envelope()) envelope->set_result(result);
 }
+
+}  // namespace tarvo

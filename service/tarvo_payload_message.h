@@ -4,6 +4,8 @@
 
 #include "vek_message.h"
 
+namespace tarvo {
+
 // Base of the payload wrappers: owns the one VekMessage being built. A response built for a
 // request carries the request's token, when the request has one.
 class TarvoPayloadMessage {
@@ -27,3 +29,5 @@ class TarvoPayloadMessage {
   private:
     std::unique_ptr<VekMessage> message_;
 };
+
+}  // namespace tarvo

@@ -1,5 +1,7 @@
 #include "tarvo_property_message.h"
 
+namespace tarvo {
+
 TarvoPropertyMessage::TarvoPropertyMessage(tarvo_message::TarvoMessageType type,
                                            const VekMessage* request)
     : TarvoPayloadMessage(tarvo_message::TarvoMessage::kProperty, type, request) {}
@@ -15,3 +17,5 @@ void TarvoPropertyMessage::FillWriteResponse() {
     if (envelope == nullptr) return;
     envelope->mutable_property()->mutable_write_response();
 }
+
+}  // namespace tarvo

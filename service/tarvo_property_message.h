@@ -2,6 +2,8 @@
 
 #include "tarvo_payload_message.h"
 
+namespace tarvo {
+
 // The answer to a property read or write request (payload 7).
 class TarvoPropertyMessage : public TarvoPayloadMessage {
   public:
@@ -12,3 +14,5 @@ class TarvoPropertyMessage : public TarvoPayloadMessage {
     // Selects the (empty) write response; an already selected one is kept as it is.
     void FillWriteResponse();
 };
+
+}  // namespace tarvo

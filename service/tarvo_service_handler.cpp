@@ -9,6 +9,8 @@
 #include "tarvo_payload_message.h"
 #include "vek_message.h"
 
+namespace tarvo {
+
 namespace {
 
 // The daemon's own service commands.
@@ -128,3 +130,5 @@ unsigned int TarvoServiceHandler::AnswerFailure(TarvoPayloadMessage* response) {
     handler_->SendResponse(response->GetVekMessage());
     return tarvo_message::RESULT_UNAVAILABLE;
 }
+
+}  // namespace tarvo

@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 
+namespace tarvo {
+
 class TarvoMessageHandler;
 class TarvoPayloadMessage;
 struct ModemRequestTexts;
@@ -83,3 +85,5 @@ class TarvoServiceHandler {
 
     TarvoMessageHandler* handler_;
 };
+
+}  // namespace tarvo

@@ -1,5 +1,7 @@
 #include "tarvo_uecap_file_message.h"
 
+namespace tarvo {
+
 TarvoUecapFileMessage::TarvoUecapFileMessage(tarvo_message::TarvoMessageType type,
                                              const VekMessage* request)
     : TarvoPayloadMessage(tarvo_message::TarvoMessage::kUecapFile, type, request) {}
@@ -39,3 +41,5 @@ void TarvoUecapFileMessage::SetToken(uint32_t token) {
     if (envelope == nullptr) return;
     envelope->set_token(token);
 }
+
+}  // namespace tarvo

@@ -4,6 +4,8 @@
 
 #include "tarvo_payload_message.h"
 
+namespace tarvo {
+
 // The answer to a UE-capability file read (payload 12). One wrapper is re-filled for every block
 // of a train, so each fill touches only its own fields of the read response.
 class TarvoUecapFileMessage : public TarvoPayloadMessage {
@@ -20,3 +22,5 @@ class TarvoUecapFileMessage : public TarvoPayloadMessage {
   private:
     tarvo_message::UecapFileReadResponse* ReadResponse() const;
 };
+
+}  // namespace tarvo

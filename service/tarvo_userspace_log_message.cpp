@@ -2,6 +2,8 @@
 
 #include <log/log.h>
 
+namespace tarvo {
+
 TarvoUserspaceLogMessage::TarvoUserspaceLogMessage(tarvo_message::TarvoMessageType type)
     : TarvoPayloadMessage(tarvo_message::TarvoMessage::kUserspaceLog, type) {}
 
@@ -18,3 +20,5 @@ unsigned int TarvoUserspaceLogMessage::FillEnableRequest(std::string name) {
     envelope->mutable_userspace_log()->mutable_enable_request()->set_name(std::move(name));
     return tarvo_message::RESULT_SUCCESS;
 }
+
+}  // namespace tarvo

@@ -4,6 +4,8 @@
 
 #include "tarvo_payload_message.h"
 
+namespace tarvo {
+
 // The daemon's request that the modem send one of its logs here (payload 8).
 class TarvoUserspaceLogMessage : public TarvoPayloadMessage {
   public:
@@ -13,3 +15,5 @@ class TarvoUserspaceLogMessage : public TarvoPayloadMessage {
     // payload unset.
     unsigned int FillEnableRequest(std::string name);
 };
+
+}  // namespace tarvo

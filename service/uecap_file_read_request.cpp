@@ -12,6 +12,8 @@
 #include "tarvo_uecap_file_message.h"
 #include "vek_message.h"
 
+namespace tarvo {
+
 using tarvo_message::UecapFileMessage;
 
 namespace {
@@ -139,3 +141,5 @@ unsigned int TarvoServiceHandler::TryUecapFileRead(VekMessage* request,
     *size = read_size;
     return tarvo_message::RESULT_SUCCESS;
 }
+
+}  // namespace tarvo

@@ -12,6 +12,8 @@
 #include "tarvo_userspace_log_message.h"
 #include "userspace_log_config.h"
 
+namespace tarvo {
+
 using android::base::unique_fd;
 using tarvo_message::UserspaceLogMessage;
 
@@ -75,3 +77,5 @@ unsigned int TarvoServiceHandler::OnReceiveUserspaceLogIndication(VekMessage* in
                         log.indication().log().c_str());
     return tarvo_message::RESULT_SUCCESS;
 }
+
+}  // namespace tarvo

@@ -4,6 +4,8 @@
 
 #include <log/log.h>
 
+namespace tarvo {
+
 namespace {
 
 constexpr useconds_t kPauseUs = 100000;
@@ -62,3 +64,5 @@ int ModemTputHandler::WriteBlocks(int size) {
     }
     return kWritesPerSize;
 }
+
+}  // namespace tarvo

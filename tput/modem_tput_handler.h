@@ -7,6 +7,8 @@
 #include "thread.h"
 #include "vek_io_channel.h"
 
+namespace tarvo {
+
 // The uplink data pump of the throughput test: writes a fixed schedule of blocks of growing size
 // to the test node.
 class ModemTputHandler : public Runnable {
@@ -44,3 +46,5 @@ class ModemTputHandler : public Runnable {
     std::vector<char> buffer_;
     std::unique_ptr<VekIoChannel> channel_;
 };
+
+}  // namespace tarvo

@@ -12,6 +12,8 @@
 
 #include "tarvo_test_handler.h"
 
+namespace tarvo {
+
 namespace {
 
 constexpr useconds_t kReopenPauseUs = 20000;
@@ -88,3 +90,5 @@ bool ModemTputMonitor::ReadOnce(timeval* timeout) {
     ALOGE("Read channel error, size:%d, errno:%d", size, error);
     return size < 0 && (error == EINTR || error == EAGAIN);
 }
+
+}  // namespace tarvo

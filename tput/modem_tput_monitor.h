@@ -11,6 +11,8 @@
 #include "thread.h"
 #include "vek_io_channel.h"
 
+namespace tarvo {
+
 class TarvoTestHandler;
 
 // The downlink monitor of the throughput test: reads everything the modem sends on the test node
@@ -55,3 +57,5 @@ class ModemTputMonitor : public Runnable {
     std::atomic<bool> exiting_{false};
     std::atomic<bool> finished_{false};
 };
+
+}  // namespace tarvo

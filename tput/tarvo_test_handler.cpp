@@ -12,6 +12,8 @@
 #include "tarvo_message_handler.h"
 #include "tarvo_test_message.h"
 
+namespace tarvo {
+
 namespace {
 
 constexpr useconds_t kSampleIntervalUs = 100000;
@@ -151,3 +153,5 @@ void TarvoTestHandler::WaitForTputResponse(int seconds) {
 void TarvoTestHandler::OnReceiveTputPkt(int bytes) {
     byte_counter_ += static_cast<uint32_t>(bytes);
 }
+
+}  // namespace tarvo

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace tarvo {
+
 class ModemTputHandler;
 class ModemTputMonitor;
 class TarvoMessageHandler;
@@ -72,3 +74,5 @@ class TarvoTestHandler {
     // Kept once joined: deleting a joined thread logs that it is not started.
     std::vector<std::unique_ptr<ModemTputHandler>> pumps_;
 };
+
+}  // namespace tarvo

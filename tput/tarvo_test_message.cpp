@@ -1,5 +1,7 @@
 #include "tarvo_test_message.h"
 
+namespace tarvo {
+
 TarvoTestMessage::TarvoTestMessage(tarvo_message::TarvoMessageType type)
     : TarvoPayloadMessage(tarvo_message::TarvoMessage::kModemTest, type) {}
 
@@ -18,3 +20,5 @@ int TarvoTestMessage::FillTputTestRequest(bool downlink, bool stop, int param_a,
     request->set_param_b(param_b);
     return tarvo_message::RESULT_SUCCESS;
 }
+
+}  // namespace tarvo

@@ -2,6 +2,8 @@
 
 #include "tarvo_payload_message.h"
 
+namespace tarvo {
+
 // A modem-test message (payload 11): the throughput test's requests and the modem's answers.
 class TarvoTestMessage : public TarvoPayloadMessage {
   public:
@@ -13,3 +15,5 @@ class TarvoTestMessage : public TarvoPayloadMessage {
     // zeros included. 2 when no message is held, else 0.
     int FillTputTestRequest(bool downlink, bool stop, int param_a, int param_b, int param_c);
 };
+
+}  // namespace tarvo

@@ -18,6 +18,8 @@
 #include "tarvo_e2e_fixture.h"
 #include "tarvo_test_handler.h"
 
+namespace tarvo {
+
 using android::base::unique_fd;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
@@ -147,3 +149,5 @@ TEST_F(TputNodeTest, PacedStreamKeepsItsRateAndStops) {
 }
 
 }  // namespace
+
+}  // namespace tarvo

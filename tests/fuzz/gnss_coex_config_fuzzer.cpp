@@ -15,6 +15,8 @@
 #include "tarvo_message_handler.h"
 #include "tarvo_service_handler.h"
 
+namespace tarvo {
+
 namespace {
 
 constexpr const char* kTablePath = "/data/vendor/radio/gnss_blanking.csv";
@@ -63,3 +65,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     service->SendServiceRequest(kLoadGnssCoexConfig);
     return 0;
 }
+
+}  // namespace tarvo

@@ -7,6 +7,8 @@
 
 #include "modem_stat_config.h"
 
+namespace tarvo {
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
     for (const std::string& entry : split_modem_stat_entries(text)) {
@@ -14,3 +16,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     return 0;
 }
+
+}  // namespace tarvo

@@ -19,6 +19,8 @@
 #include "tarvo_service_handler.h"
 #include "vek_io_handler.h"
 
+namespace tarvo {
+
 namespace {
 
 // The handler as the server has it once started, without its two threads: no reader (the fuzzer
@@ -82,3 +84,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     handler->Process(data, size);
     return 0;
 }
+
+}  // namespace tarvo

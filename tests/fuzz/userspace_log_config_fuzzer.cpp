@@ -7,7 +7,11 @@
 
 #include "userspace_log_config.h"
 
+namespace tarvo {
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     split_userspace_log_names(std::string(reinterpret_cast<const char*>(data), size));
     return 0;
 }
+
+}  // namespace tarvo

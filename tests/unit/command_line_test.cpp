@@ -6,6 +6,8 @@
 #include "child_process.h"
 #include "log_line.h"
 
+namespace tarvo {
+
 namespace {
 
 const std::string kUsage = "\nUsage for " TARVO_BINARY
@@ -66,3 +68,5 @@ TEST(CommandLineTest, ClientsNeedTheServersPidFile) {
     EXPECT_EQ(LogLines(result.errors, ANDROID_LOG_ERROR),
               (std::vector<std::string>{"Unable to access pid file", "Failed to get pid"}));
 }
+
+}  // namespace tarvo

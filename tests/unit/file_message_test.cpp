@@ -3,6 +3,8 @@
 #include "tarvo_file_directory.h"
 #include "tarvo_file_message.h"
 
+namespace tarvo {
+
 TEST(TarvoFileDirectoryTableTest, OnlyIdsOneToThreeAreAllowed) {
     // The id range is tested unsigned, so negative numbers fail as well as large ones.
     for (int id : {0, 4, 7, -1, -2147483647}) {
@@ -49,3 +51,5 @@ TEST(TarvoFileMessageTest, ReadResponseKeepsBinaryDataAndReplacesAWriteResponse)
     empty.FillReadResponse(nullptr, 0);
     EXPECT_TRUE(empty.GetVekMessage()->GetTarvoMessage()->file().read_response().has_data());
 }
+
+}  // namespace tarvo

@@ -5,6 +5,8 @@
 
 #include <stdexcept>
 
+namespace tarvo {
+
 using testing::ElementsAre;
 using testing::Field;
 using Kind = GnssCoexItem::Kind;
@@ -150,3 +152,5 @@ TEST(GnssCoexTableTest, AFieldWithoutANumberEndsTheTable) {
     EXPECT_TRUE(table.items.empty());
     ExpectError<std::invalid_argument>(table);
 }
+
+}  // namespace tarvo

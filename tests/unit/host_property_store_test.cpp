@@ -9,6 +9,8 @@
 #include <android-base/file.h>
 #include <gtest/gtest.h>
 
+namespace tarvo {
+
 class HostPropertyStoreTest : public ::testing::Test {
   protected:
     std::vector<std::string> Entries() const {
@@ -114,3 +116,5 @@ TEST(HostPropertyStoreMissingDirTest, EverySetIsRefused) {
     EXPECT_EQ(store.Set("vendor.a", "1"), -1);
     EXPECT_EQ(store.Get("vendor.a"), std::nullopt);
 }
+
+}  // namespace tarvo

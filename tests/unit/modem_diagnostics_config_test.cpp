@@ -8,6 +8,8 @@
 #include "modem_stat_config.h"
 #include "userspace_log_config.h"
 
+namespace tarvo {
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -71,3 +73,5 @@ TEST(UserspaceLogConfigTest, OneNamePerLineTakenAsItStands) {
 }
 
 }  // namespace
+
+}  // namespace tarvo

@@ -9,6 +9,8 @@
 #include "tarvo_modem_stat_message.h"
 #include "tarvo_userspace_log_message.h"
 
+namespace tarvo {
+
 using google::protobuf::util::MessageDifferencer;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -137,3 +139,5 @@ TEST_F(ModemDiagnosticsServiceTest, RequestsWaitForAModemThatIsOnline) {
 }
 
 }  // namespace
+
+}  // namespace tarvo

@@ -3,6 +3,8 @@
 #include "service_capture.h"
 #include "tarvo_service_handler.h"
 
+namespace tarvo {
+
 using ModemTemperatureRequestTest = ServiceHandlerTest;
 
 TEST_F(ModemTemperatureRequestTest, OnlySetRequestsAreHandled) {
@@ -21,3 +23,5 @@ TEST_F(ModemTemperatureRequestTest, OnlySetRequestsAreHandled) {
     EXPECT_EQ(handler_.Attempts(), 0u);
     EXPECT_TRUE(log_.Lines().empty());
 }
+
+}  // namespace tarvo

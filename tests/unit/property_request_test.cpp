@@ -8,6 +8,8 @@
 #include "tarvo_property_message.h"
 #include "tarvo_service_handler.h"
 
+namespace tarvo {
+
 using tarvo_message::PropertyMessage;
 using tarvo_message::TarvoMessage;
 
@@ -95,3 +97,5 @@ TEST_F(PropertyRequestTest, TheSendStatusIsReturned) {
     auto request = Received(R"(type: REQUEST property { read_request { name: "a" } })");
     EXPECT_EQ(service_.OnReceivePropertyRequest(request.get()), 7u);
 }
+
+}  // namespace tarvo

@@ -11,6 +11,8 @@
 #include "log_capture.h"
 #include "ril_request_helper.h"
 
+namespace tarvo {
+
 using testing::ElementsAre;
 
 namespace {
@@ -70,3 +72,5 @@ TEST(RilClientHelperTest, WithoutTheLibraryEveryConnectionAttemptOpensAgain) {
                             RadioError("Init error: dlopen failure"), RadioInfo("Open"),
                             RadioInfo("Open")));
 }
+
+}  // namespace tarvo

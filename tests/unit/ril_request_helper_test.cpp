@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+namespace tarvo {
+
 using std::chrono::seconds;
 using testing::Each;
 using testing::ElementsAre;
@@ -173,3 +175,5 @@ TEST_F(RilRequestHelperTest, ExistsOnlyWithAnOpenHandle) {
     // The handle that was opened is the one requests go out on (the fake checks it).
     EXPECT_EQ(Send(60), 0);
 }
+
+}  // namespace tarvo

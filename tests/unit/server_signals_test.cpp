@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+namespace tarvo {
+
 namespace {
 
 // What the handler saw, in order; written only from signal context on this thread.
@@ -64,3 +66,5 @@ TEST_F(ServerSignalsTest, SignalsThatComeWhileBlockedWaitForTheEndOfTheBlock) {
     }
     EXPECT_EQ(Events(), "12 ");
 }
+
+}  // namespace tarvo

@@ -14,6 +14,8 @@
 #include "tarvo_message_handler.h"
 #include "tarvo_service_handler.h"
 
+namespace tarvo {
+
 // In-process harness for the service handlers: the daemon's log lines and the responses it would
 // have written to the modem are collected instead.
 
@@ -72,3 +74,5 @@ class ServiceHandlerTest : public testing::Test {
     RecordingMessageHandler handler_;
     TarvoServiceHandler service_{&handler_};
 };
+
+}  // namespace tarvo

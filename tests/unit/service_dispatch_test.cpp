@@ -6,6 +6,8 @@
 
 #include "service_capture.h"
 
+namespace tarvo {
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -151,3 +153,5 @@ TEST_F(ServiceDispatchTest, BlockAtOrPastTheTotalSizeIsRefusedBeforeTouchingFile
 }
 
 }  // namespace
+
+}  // namespace tarvo

@@ -18,6 +18,8 @@
 #include "log_capture.h"
 #include "vek_io_handler.h"
 
+namespace tarvo {
+
 using namespace std::chrono_literals;
 using tarvo_message::TarvoMessage;
 
@@ -282,3 +284,5 @@ TEST(ModemStateChangeTest, FirstOnlineReportCountsAsAChange) {
     // Nothing registered: no callback line.
     EXPECT_FALSE(log.Contains(ANDROID_LOG_INFO, "Modem is back. Call recovery callback"));
 }
+
+}  // namespace tarvo

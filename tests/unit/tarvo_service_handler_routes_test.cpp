@@ -3,6 +3,8 @@
 #include "service_capture.h"
 #include "tarvo_service_handler.h"
 
+namespace tarvo {
+
 // Routes of the property, temperature and UE-capability requests: the info line naming what
 // arrived comes first, and the handler's status is returned unchanged.
 class ServiceRoutesTest : public ServiceHandlerTest {
@@ -81,3 +83,5 @@ TEST_F(ServiceRoutesTest, NeighbouringIdsStayUnsupported) {
                             }));
     EXPECT_EQ(handler_.Attempts(), 0u);
 }
+
+}  // namespace tarvo

@@ -13,6 +13,8 @@
 #include "tarvo_message_handler.h"
 #include "tarvo_test_message.h"
 
+namespace tarvo {
+
 using tarvo_message::ModemTestTputRequest;
 using tarvo_message::TarvoMessage;
 
@@ -193,3 +195,5 @@ TEST_F(TarvoTestHandlerTest, UplinkRunAsksTheModemEvenWhenTheNodeIsMissing) {
 }
 
 }  // namespace
+
+}  // namespace tarvo

@@ -8,6 +8,8 @@
 
 #include "log_capture.h"
 
+namespace tarvo {
+
 namespace {
 
 class SignalMaskProbe : public Runnable {
@@ -53,3 +55,5 @@ TEST(ThreadTest, StopWithoutARunningThreadIsRefused) {
     EXPECT_EQ(thread.Stop(), -1);
     EXPECT_EQ(log.Count(ANDROID_LOG_INFO, "Thread is not started"), 2) << log.Dump();
 }
+
+}  // namespace tarvo

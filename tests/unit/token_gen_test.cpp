@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace tarvo {
+
 TEST(TokenGenTest, HandsOutConsecutiveTokensAndSkipsTheNoTokenValue) {
     TokenGen tokens;
     EXPECT_EQ(tokens.GetNext(), 0u);
@@ -13,3 +15,5 @@ TEST(TokenGenTest, HandsOutConsecutiveTokensAndSkipsTheNoTokenValue) {
     EXPECT_EQ(near_wrap.GetNext(), 0u);
     EXPECT_EQ(near_wrap.GetNext(), 1u);
 }
+
+}  // namespace tarvo

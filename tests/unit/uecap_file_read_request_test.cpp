@@ -6,6 +6,8 @@
 #include "tarvo_service_handler.h"
 #include "tarvo_uecap_file_message.h"
 
+namespace tarvo {
+
 using tarvo_message::TarvoMessage;
 using tarvo_message::UecapFileMessage;
 
@@ -129,3 +131,5 @@ TEST_F(UecapFileReadRequestTest, NoEnvelopeNoAnswer) {
     EXPECT_EQ(service_.OnReceiveUecapFileReadRequest(nullptr), 2u);
     EXPECT_EQ(handler_.Attempts(), 0u);
 }
+
+}  // namespace tarvo

@@ -16,6 +16,8 @@
 #include <android-base/unique_fd.h>
 #include <gtest/gtest.h>
 
+namespace tarvo {
+
 namespace {
 
 int OpenDescriptors() {
@@ -114,3 +116,5 @@ TEST(VekIoChannelTest, AClosedChannelNeitherReadsNorWrites) {
     EXPECT_EQ(channel.ReadFromChannel(&byte, 1), -1);
     EXPECT_EQ(channel.CloseChannel(), 0);
 }
+
+}  // namespace tarvo

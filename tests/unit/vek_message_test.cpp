@@ -5,6 +5,8 @@
 #include "log_capture.h"
 #include "token_gen.h"
 
+namespace tarvo {
+
 using tarvo_message::TarvoMessage;
 
 namespace {
@@ -122,3 +124,5 @@ TEST(VekMessageTest, SerializesToExactlyItsLength) {
     EXPECT_FALSE(message.SerializeSendMessage(buffer.data(), length - 1));
     EXPECT_TRUE(log.Contains(ANDROID_LOG_ERROR, "SerializeToArray failed!"));
 }
+
+}  // namespace tarvo
