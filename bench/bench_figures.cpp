@@ -4,12 +4,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <random>
 #include <thread>
 
 #include <google/protobuf/text_format.h>
+#include <nlohmann/json.hpp>
 
 #include <android-base/file.h>
 #include <android-base/parsedouble.h>
@@ -23,6 +26,7 @@
 
 using android::base::Error;
 using android::base::Result;
+using android::base::StringAppendF;
 using android::base::StringPrintf;
 using tarvo_message::TarvoMessage;
 
@@ -32,6 +36,8 @@ namespace {
 
 constexpr uint64_t kMiB = 1 << 20;
 constexpr uint64_t kBlock = 64 * 1024;
+// The uplink's single opening write, not one of its block sizes.
+constexpr uint64_t kOpeningWrite = 10;
 constexpr char kTargetDir[] = "/data/vendor/radio/mds/";
 constexpr char kStagingDir[] = "/data/vendor/radio/modem_temp_file/";
 
@@ -91,8 +97,26 @@ Result<double> EchoRoundTrips(BenchRig& bench, const std::string& response,
         return started.error();
     }
     Result<double> seconds = bench.RoundTrips(count, make);
-    bench.StopEcho();
+    bench.StopPeer();
     if (!seconds.ok()) return Error() << "echo peer: " << seconds.error();
+    return seconds;
+}
+
+// Nanoseconds on a processor of every thread of every process in the group `pgid` so far.
+uint64_t GroupCpuNs(pid_t pgid);
+
+// Round trips through the steps peer, whose last answer must be the daemon's `expected`; adds
+// the peer's processor time to `cpu_ns`.
+Result<double> StepsRoundTrips(BenchRig& bench, const std::string& expected, uint64_t count,
+                               const MessageMaker& make, uint64_t* cpu_ns) {
+    if (Result<void> started = bench.StartSteps(); !started.ok()) return started.error();
+    const uint64_t before = GroupCpuNs(bench.peer_group());
+    Result<double> seconds = bench.RoundTrips(count, make);
+    *cpu_ns += GroupCpuNs(bench.peer_group()) - before;
+    const std::string last = bench.responses().last();
+    bench.StopPeer();
+    if (!seconds.ok()) return Error() << "steps peer: " << seconds.error();
+    if (last != expected) return Error() << "the steps peer's answers are not the daemon's";
     return seconds;
 }
 
@@ -151,6 +175,28 @@ uint64_t CpuNs(pid_t pid) {
             continue;
         }
         total += ns;
+    }
+    return total;
+}
+
+uint64_t GroupCpuNs(pid_t pgid) {
+    uint64_t total = 0;
+    std::unique_ptr<DIR, int (*)(DIR*)> proc(opendir("/proc"), closedir);
+    if (!proc || pgid == 0) return 0;
+    while (dirent* entry = readdir(proc.get())) {
+        pid_t pid;
+        std::string stat;
+        if (!android::base::ParseInt(entry->d_name, &pid) ||
+            !android::base::ReadFileToString(StringPrintf("/proc/%d/stat", pid), &stat)) {
+            continue;
+        }
+        // After the command, which may hold spaces: state, parent, then the process group.
+        const std::vector<std::string> fields =
+            android::base::Split(stat.substr(stat.rfind(')') + 2), " ");
+        pid_t group;
+        if (fields.size() > 2 && android::base::ParseInt(fields[2], &group) && group == pgid) {
+            total += CpuNs(pid);
+        }
     }
     return total;
 }
@@ -255,7 +301,9 @@ Figures RoundTripFigures(const BenchSettings& settings) {
     double daemon_s = 0;
     double echo_s = 0;
     double stepped_s = 0;
+    double steps_s = 0;
     uint64_t cpu_ns = 0;
+    uint64_t steps_cpu_ns = 0;
     for (int round = 0; round < settings.rounds; ++round) {
         if (Result<void> started = (*bench)->StartDaemon(); !started.ok()) return started.error();
         Result<double> daemon = WithDaemonCpu(
@@ -273,6 +321,10 @@ Figures RoundTripFigures(const BenchSettings& settings) {
             EchoRoundTrips(**bench, response, kReaderSteps, settings.round_trips, make);
         if (!stepped.ok()) return stepped.error();
         stepped_s += *stepped;
+        Result<double> steps =
+            StepsRoundTrips(**bench, response, settings.round_trips, make, &steps_cpu_ns);
+        if (!steps.ok()) return steps.error();
+        steps_s += *steps;
     }
     const double reads = static_cast<double>(settings.round_trips) * settings.rounds;
     Figure figure =
@@ -286,7 +338,13 @@ Figures RoundTripFigures(const BenchSettings& settings) {
         StringPrintf("floor: echo peer that also selects and asks the modem state per message, as "
                      "the daemon's reader does: %.0f us per read",
                      stepped_s / reads * 1e6));
-    return std::vector<Figure>{figure, stepped};
+    Figure steps = RatioAtLeast("roundtrip.property_read.vs_steps", "reads/s", reads / daemon_s,
+                                reads / steps_s, 0.9);
+    steps.note = StringPrintf(
+        "floor: a peer making the daemon's required calls per read: %.0f us per read; processor "
+        "time per read: daemon %.1f us, peer %.1f us",
+        steps_s / reads * 1e6, cpu_ns / reads / 1e3, steps_cpu_ns / reads / 1e3);
+    return std::vector<Figure>{figure, stepped, steps};
 }
 
 Figures FileTransferFigures(const BenchSettings& settings) {
@@ -297,7 +355,9 @@ Figures FileTransferFigures(const BenchSettings& settings) {
     double echo_s = 0;
     double write_s = 0;
     double stepped_s = 0;
+    double steps_s = 0;
     uint64_t cpu_ns = 0;
+    uint64_t steps_cpu_ns = 0;
     for (int round = 0; round < settings.rounds; ++round) {
         if (Result<void> started = (*bench)->StartDaemon(); !started.ok()) return started.error();
         Result<double> daemon =
@@ -319,6 +379,13 @@ Figures FileTransferFigures(const BenchSettings& settings) {
             EchoRoundTrips(**bench, response, kReaderSteps, blocks.count(), make);
         if (!stepped.ok()) return stepped.error();
         stepped_s += *stepped;
+        Result<double> steps =
+            StepsRoundTrips(**bench, response, blocks.count(), make, &steps_cpu_ns);
+        if (!steps.ok()) return steps.error();
+        if (Result<void> checked = CheckAndRemoveTarget(**bench, "b", size); !checked.ok()) {
+            return Error() << "steps peer: " << checked.error();
+        }
+        steps_s += *steps;
 
         Result<double> written =
             (*bench)->PlainWrite(kTargetDir + std::string("plain"), size, kBlock);
@@ -340,7 +407,12 @@ Figures FileTransferFigures(const BenchSettings& settings) {
         StringPrintf("floor: echo peer with the reader's select and status query (%.0f us per "
                      "block) + plain write",
                      stepped_s / blocks * 1e6));
-    return std::vector<Figure>{figure, stepped};
+    Figure steps = RatioAtLeast(name + ".vs_steps", "MiB/s", mib / daemon_s, mib / steps_s, 0.9);
+    steps.note = StringPrintf(
+        "floor: a peer making the daemon's required calls per block and the final copy: %.0f us "
+        "per block; processor time per block: daemon %.0f us, peer %.0f us",
+        steps_s / blocks * 1e6, cpu_ns / blocks / 1e3, steps_cpu_ns / blocks / 1e3);
+    return std::vector<Figure>{figure, stepped, steps};
 }
 
 Figures LinearityFigures(const BenchSettings& settings) {
@@ -379,18 +451,39 @@ Figures LinearityFigures(const BenchSettings& settings) {
     return figures;
 }
 
+// The rate of reads of the test node by a plain loop in the sandbox, the node streaming blocks of
+// `block_size` as fast as they are read; each read after a select with `select`.
+Result<double> PlainReadRate(uint64_t block_size, bool select) {
+    Result<std::unique_ptr<BenchRig>> bench = BenchRig::Create();
+    if (!bench.ok()) return bench.error();
+    constexpr uint64_t kReads = 20000;
+    tarvo_emu::TestNode& node = (*bench)->rig().emulator().test();
+    node.ResetStats();
+    node.StartDownlink(block_size, 0);
+    std::vector<std::string> command = {BenchBinary("tarvo-bench-peer"), "read", "/dev/oem_test",
+                                        std::to_string(kReads)};
+    if (select) command.push_back("--select");
+    const tarvo_emu::ProcessResult run = (*bench)->rig().Run(command);
+    node.StopDownlink();
+    const tarvo_emu::TestNode::Downlink down = node.downlink();
+    if (run.status != 0 || down.span.seconds() <= 0) {
+        return Error() << "plain reader: " << run.output;
+    }
+    return down.bytes / down.span.seconds();
+}
+
+// A number of the throughput report, NaN where it has none (null: not measured).
+double NumberAt(const nlohmann::json& report, const nlohmann::json::json_pointer& at) {
+    return report.contains(at) && report[at].is_number() ? report[at].get<double>() : kNone;
+}
+
 Figures DownlinkFigures(const BenchSettings& settings) {
     const std::string emu = TARVO_BINARY_DIR "/tarvo-emu";
     const std::string goal = ">= 0.9";
     if (!settings.downlink) {
         return std::vector<Figure>{
-            Pending("downlink.monitor_read_rate", "MB/s", goal, "not run in the smoke run")};
-    }
-    const tarvo_emu::ProcessResult usage =
-        tarvo_emu::RunProcess({emu}, {}, std::chrono::seconds(10));
-    if (usage.output.find("tarvo-emu tput") == std::string::npos) {
-        return std::vector<Figure>{Pending("downlink.monitor_read_rate", "MB/s", goal,
-                                           "this build has no throughput test (tarvo-emu tput)")};
+            Pending("downlink.monitor_read_rate", "MB/s", goal, "not run in the smoke run"),
+            Pending("uplink.pump.vs_bare_writer", "MB/s", goal, "not run in the smoke run")};
     }
     char dir[] = "/tmp/tarvo-bench.XXXXXX";
     if (mkdtemp(dir) == nullptr) return Error() << "mkdtemp";
@@ -401,22 +494,60 @@ Figures DownlinkFigures(const BenchSettings& settings) {
     const bool read = android::base::ReadFileToString(json_path, &json);
     std::filesystem::remove_all(dir);
     if (run.status != 0 || !read) return Error() << "tarvo-emu tput: " << run.output;
+    const nlohmann::json report = nlohmann::json::parse(json, nullptr, false);
+    if (report.is_discarded()) return Error() << "tarvo-emu tput wrote no JSON";
 
-    // The two rates of its report, each `"key": number`.
-    const auto rate = [&json](const std::string& key) {
-        const size_t at = json.find("\"" + key + "\":");
-        double value = 0;
-        if (at == std::string::npos) return kNone;
-        std::string text = json.substr(at + key.size() + 3);
-        text = android::base::Trim(text.substr(0, text.find_first_of(",\n}")));
-        return android::base::ParseDouble(text, &value) ? value : kNone;
-    };
-    const double monitor = rate("monitor_bytes_per_s");
-    const double bare = rate("bare_reader_bytes_per_s");
+    using Pointer = nlohmann::json::json_pointer;
+    const double monitor = NumberAt(report, Pointer("/downlink/monitor_bytes_per_s"));
+    const double bare = NumberAt(report, Pointer("/downlink/bare_reader_bytes_per_s"));
+    std::vector<Figure> figures;
     Figure figure =
         RatioAtLeast("downlink.monitor_read_rate", "MB/s", monitor / 1e6, bare / 1e6, 0.9);
-    figure.note = "the daemon's monitor against a bare read loop, from one `tarvo-emu tput` run";
-    return std::vector<Figure>{figure};
+    figure.note =
+        "the daemon's monitor against a bare read loop (dd), from one `tarvo-emu tput` run";
+    figures.push_back(figure);
+
+    const double block = NumberAt(report, Pointer("/block_size"));
+    Result<double> selecting = PlainReadRate(std::isnan(block) ? 65536 : block, true);
+    if (!selecting.ok()) return selecting.error();
+    Figure vs_select = RatioAtLeast("downlink.monitor_read_rate.vs_select_reader", "MB/s",
+                                    monitor / 1e6, *selecting / 1e6, 0.9);
+    vs_select.note = "floor: a read loop that selects before each read, run after the test";
+    figures.push_back(vs_select);
+
+    // The pump against dd at each block size; the figure is the size where it does worst.
+    const nlohmann::json pump =
+        report.value(Pointer("/uplink/pump_bytes_per_s_by_size"), nlohmann::json::object());
+    const nlohmann::json writer =
+        report.value(Pointer("/uplink/bare_writer_bytes_per_s_by_size"), nlohmann::json::object());
+    std::map<uint64_t, Figure> by_size;
+    for (const auto& [size, rate] : pump.items()) {
+        uint64_t bytes;
+        if (!android::base::ParseUint(size, &bytes) || bytes == kOpeningWrite ||
+            !rate.is_number() || !writer.contains(size) || !writer[size].is_number()) {
+            continue;
+        }
+        by_size[bytes] =
+            RatioAtLeast("uplink.pump.vs_bare_writer", "MB/s", rate.get<double>() / 1e6,
+                         writer[size].get<double>() / 1e6, 0.9);
+    }
+    Figure uplink = Pending("uplink.pump.vs_bare_writer", "MB/s", goal, "no uplink rates");
+    std::string ratios;
+    uint64_t lowest_at = 0;
+    for (const auto& [bytes, at] : by_size) {
+        StringAppendF(&ratios, "%s%llu: %.2f", ratios.empty() ? "" : ", ",
+                      static_cast<unsigned long long>(bytes), at.ratio);
+        if (std::isnan(uplink.ratio) || at.ratio < uplink.ratio) {
+            uplink = at;
+            lowest_at = bytes;
+        }
+    }
+    if (lowest_at != 0) {
+        uplink.note = StringPrintf("lowest at %llu-byte blocks; pump / dd by block size: %s",
+                                   static_cast<unsigned long long>(lowest_at), ratios.c_str());
+    }
+    figures.push_back(uplink);
+    return figures;
 }
 
 Figures IdleFigures(const BenchSettings& settings) {

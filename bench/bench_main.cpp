@@ -14,9 +14,11 @@
 #include <vector>
 
 #include <android-base/file.h>
+#include <android-base/parsedouble.h>
 #include <android-base/strings.h>
 
 #include "bench_figures.h"
+#include "child_process.h"
 #include "figure.h"
 #include "rig.h"
 
@@ -36,6 +38,23 @@ const std::vector<Benchmark> kBenchmarks = {
     {"idle", tarvo_bench::IdleFigures},
     {"soak", tarvo_bench::SoakFigures},
 };
+
+// The load averages over 1, 5 and 15 minutes, as /proc/loadavg gives them.
+std::string LoadAverages() {
+    std::string text;
+    android::base::ReadFileToString("/proc/loadavg", &text);
+    const std::vector<std::string> fields = android::base::Split(text, " ");
+    if (fields.size() < 3) return "unknown";
+    return fields[0] + " " + fields[1] + " " + fields[2];
+}
+
+std::string Commit() {
+    const tarvo_emu::ProcessResult git = tarvo_emu::RunProcess(
+        {"/usr/bin/git", "-C", TARVO_SOURCE_DIR, "describe", "--always", "--dirty", "--abbrev=12"},
+        {}, std::chrono::seconds(10));
+    const std::string commit = android::base::Trim(git.output);
+    return git.status == 0 && !commit.empty() ? commit : "unknown";
+}
 
 int Usage() {
     fprintf(stderr, "usage: tarvo-bench [--smoke] [--only NAME[,NAME...]] [--json FILE]\n");
@@ -64,6 +83,7 @@ int main(int argc, char** argv) {
         }
     }
 
+    const std::string load_at_start = LoadAverages();
     std::vector<tarvo_bench::Figure> figures;
     bool all_ran = true;
     for (const Benchmark& benchmark : kBenchmarks) {
@@ -84,6 +104,15 @@ int main(int argc, char** argv) {
         }
     }
 
+    // What the figures were measured on: the commit, and how busy the machine was meanwhile.
+    const std::string commit = Commit();
+    const std::string load =
+        "1, 5 and 15 min: " + load_at_start + " at the start, " + LoadAverages() + " at the end";
+    double load_now = 0;
+    android::base::ParseDouble(load_at_start.substr(0, load_at_start.find(' ')), &load_now);
+    figures.push_back(tarvo_bench::Info("run.load_average", "", load_now, load));
+    figures.push_back(tarvo_bench::Info("run.commit", "", tarvo_bench::kNone, commit));
+    printf("commit %s; load average %s\n", commit.c_str(), load.c_str());
     printf("%s", tarvo_bench::FigureTable(figures).c_str());
     if (!json_path.empty() &&
         !android::base::WriteStringToFile(tarvo_bench::FiguresJson(figures), json_path)) {

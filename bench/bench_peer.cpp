@@ -6,14 +6,26 @@
 //       for each, until killed: the IPC channel's own cost of one round trip. --select waits for
 //       each message with select first, --status asks "/dev/umts_boot0" for the modem's state
 //       before each: the two steps the daemon's reader takes per message, to show their share.
+//   tarvo-bench-peer steps
+//       Serves "/dev/oem_ipc1" as the daemon must, making per message exactly the calls its
+//       behaviour requires and nothing else: the floor of the daemon's own steps. For a property
+//       read: the boot node's status, select, clearing the 65,568-byte buffer, read, parse, the
+//       property lookup, the two log lines, serialise, write. For a file write block: the same
+//       with the block's log lines, the stats of the staging directory and the temporary file,
+//       the append, chmod and, once the file is whole, the final copy. Its answers are the
+//       daemon's, byte for byte.
+//   tarvo-bench-peer read NODE COUNT [--select]
+//       Reads NODE COUNT times, 65,568 bytes at a time, each read after a select with --select.
 //   tarvo-bench-peer write PATH TOTAL_BYTES BLOCK_BYTES
 //       Writes TOTAL_BYTES into PATH in blocks of BLOCK_BYTES, closes it, removes it and prints
 //       the seconds that took: the storage's own cost of a file.
 
 #include <fcntl.h>
 #include <stdio.h>
+#include <string.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -23,6 +35,10 @@
 #include <android-base/file.h>
 #include <android-base/parseint.h>
 #include <android-base/unique_fd.h>
+#include <log/log.h>
+
+#include "properties.h"
+#include "proto/tarvo_message.pb.h"
 
 namespace {
 
@@ -32,6 +48,8 @@ constexpr size_t kLargestMessage = 0x10020;
 int Usage() {
     fprintf(stderr,
             "usage: tarvo-bench-peer echo RESPONSE_FILE [--select] [--status]\n"
+            "       tarvo-bench-peer steps\n"
+            "       tarvo-bench-peer read NODE COUNT [--select]\n"
             "       tarvo-bench-peer write PATH TOTAL_BYTES BLOCK_BYTES\n");
     return 2;
 }
@@ -67,6 +85,149 @@ int Echo(const std::string& response_file, bool wait_with_select, bool ask_statu
         if (n <= 0) return 1;
         if (!android::base::WriteFully(fd, response.data(), response.size())) return 1;
     }
+}
+
+using tarvo_message::TarvoMessage;
+
+constexpr char kStagingDir[] = "/data/vendor/radio/modem_temp_file/";
+constexpr size_t kCopyBuffer = 64 * 1024;
+
+const char* DirectoryOf(int file_dir) {
+    switch (file_dir) {
+        case tarvo_message::FILE_DIR_MDS:
+            return "/data/vendor/radio/mds/";
+        case tarvo_message::FILE_DIR_REPLAY:
+            return "/mnt/vendor/modem_userdata/replay/";
+        default:
+            return "/vendor/firmware/uecapconfig/";
+    }
+}
+
+void AnswerPropertyRead(const TarvoMessage& request, TarvoMessage* response) {
+    ALOGI("Get property request");
+    const std::string& name = request.property().read_request().name();
+    char value[PROPERTY_VALUE_MAX] = {};
+    response->set_message_id(TarvoMessage::kProperty);
+    if (__system_property_find(name.c_str()) != nullptr &&
+        property_get(name.c_str(), value, "") >= 0) {
+        ALOGI("Read property %s with value %s", name.c_str(), value);
+        response->set_result(tarvo_message::RESULT_SUCCESS);
+    } else {
+        ALOGE("Failed to read property %s", name.c_str());
+        response->set_result(tarvo_message::RESULT_IO_ERROR);
+    }
+    response->mutable_property()->mutable_read_response()->set_value(value);
+}
+
+bool CopyWhole(const std::string& from, const std::string& to) {
+    android::base::unique_fd source(open(from.c_str(), O_RDONLY | O_CLOEXEC));
+    android::base::unique_fd target(
+        open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (source < 0 || target < 0) return false;
+    std::vector<char> buffer(kCopyBuffer);
+    ssize_t n;
+    while ((n = TEMP_FAILURE_RETRY(read(source, buffer.data(), buffer.size()))) > 0) {
+        if (!android::base::WriteFully(target, buffer.data(), n)) return false;
+    }
+    return n == 0 && close(target.release()) == 0;
+}
+
+// The steps of a block that the benchmarks send: a valid block into an existing directory.
+void AnswerFileWrite(const TarvoMessage& request, TarvoMessage* response) {
+    ALOGI("Got File message request");
+    ALOGI("Got File write request");
+    const tarvo_message::FileWriteRequest& write = request.file().write_request();
+    ALOGI("file dir: %d and name: %s", write.file_dir(), write.file_name().c_str());
+    const std::string prefix = DirectoryOf(write.file_dir());
+    const std::string target = prefix + write.file_name();
+    const std::string temporary = kStagingDir + write.file_name();
+    ALOGI("offset: 0x%X, size: 0x%X", write.offset(), write.total_size());
+    ALOGI("prefix: %s\nfile_name: %s", prefix.c_str(), write.file_name().c_str());
+    ALOGI("Handle file write operation to path: %s for offset: 0x%X (total: 0x%X)", target.c_str(),
+          write.offset(), write.total_size());
+    response->set_message_id(TarvoMessage::kFile);
+    response->set_result(tarvo_message::RESULT_FAILURE);
+    response->mutable_file()->mutable_write_response()->set_result(
+        tarvo_message::FILE_RESULT_FAILURE);
+    struct stat st;
+    if (stat(kStagingDir, &st) != 0) return;
+    if (write.offset() == 0) {
+        unlink(temporary.c_str());
+    } else if (stat(temporary.c_str(), &st) == 0 && st.st_size != write.offset()) {
+        return;
+    }
+    android::base::unique_fd append(
+        open(temporary.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+    if (append < 0) return;
+    ALOGI("size: 0x%lX", static_cast<unsigned long>(write.data().size()));
+    if (!android::base::WriteFully(append, write.data().data(), write.data().size())) return;
+    append.reset();
+    chmod(temporary.c_str(), 0664);
+    if (stat(temporary.c_str(), &st) != 0) return;
+    if (st.st_size == write.total_size()) {
+        unlink(target.c_str());
+        const mode_t mask = umask(0);
+        const bool copied = stat(prefix.c_str(), &st) == 0 && CopyWhole(temporary, target);
+        unlink(temporary.c_str());
+        chmod(target.c_str(), 0666);
+        umask(mask);
+        if (!copied) return;
+        ALOGE("Moved file into target path");
+    }
+    response->set_result(tarvo_message::RESULT_SUCCESS);
+}
+
+int Steps() {
+    android::base::unique_fd fd(open("/dev/oem_ipc1", O_RDWR | O_CLOEXEC));
+    android::base::unique_fd boot(open("/dev/umts_boot0", O_RDWR | O_CLOEXEC));
+    if (fd < 0 || boot < 0) {
+        perror("/dev/oem_ipc1 or /dev/umts_boot0");
+        return 1;
+    }
+    std::vector<char> buffer(kLargestMessage);
+    std::vector<char> bytes;
+    while (true) {
+        if (ioctl(boot, kStatusIoctl) < 0) return 1;
+        fd_set read_set;
+        FD_ZERO(&read_set);
+        FD_SET(fd, &read_set);
+        if (select(fd + 1, &read_set, nullptr, nullptr, nullptr) < 1) return 1;
+        memset(buffer.data(), 0, buffer.size());
+        const ssize_t n = TEMP_FAILURE_RETRY(read(fd, buffer.data(), buffer.size()));
+        if (n <= 0) return 1;
+        TarvoMessage request;
+        request.ParseFromArray(buffer.data(), static_cast<int>(n));
+        TarvoMessage response;
+        response.set_type(tarvo_message::RESPONSE);
+        if (request.has_token()) response.set_token(request.token());
+        if (request.has_property()) {
+            AnswerPropertyRead(request, &response);
+        } else {
+            AnswerFileWrite(request, &response);
+        }
+        bytes.resize(response.ByteSizeLong());
+        response.SerializeToArray(bytes.data(), static_cast<int>(bytes.size()));
+        if (!android::base::WriteFully(fd, bytes.data(), bytes.size())) return 1;
+    }
+}
+
+int Read(const std::string& node, uint64_t count, bool wait_with_select) {
+    android::base::unique_fd fd(open(node.c_str(), O_RDONLY | O_CLOEXEC));
+    if (fd < 0) {
+        perror(node.c_str());
+        return 1;
+    }
+    std::vector<char> buffer(kLargestMessage);
+    for (uint64_t i = 0; i < count; ++i) {
+        if (wait_with_select) {
+            fd_set read_set;
+            FD_ZERO(&read_set);
+            FD_SET(fd, &read_set);
+            if (select(fd + 1, &read_set, nullptr, nullptr, nullptr) < 1) return 1;
+        }
+        if (TEMP_FAILURE_RETRY(read(fd, buffer.data(), buffer.size())) <= 0) return 1;
+    }
+    return 0;
 }
 
 int Write(const std::string& path, uint64_t total, uint64_t block) {
@@ -110,8 +271,13 @@ int main(int argc, char** argv) {
         }
         return Echo(args[1], wait_with_select, ask_status);
     }
+    if (args.size() == 1 && args[0] == "steps") return Steps();
     uint64_t total;
     uint64_t block;
+    if ((args.size() == 3 || (args.size() == 4 && args[3] == "--select")) && args[0] == "read" &&
+        android::base::ParseUint(args[2], &total)) {
+        return Read(args[1], total, args.size() == 4);
+    }
     if (args.size() == 4 && args[0] == "write" && android::base::ParseUint(args[2], &total) &&
         android::base::ParseUint(args[3], &block)) {
         return Write(args[1], total, block);

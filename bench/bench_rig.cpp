@@ -84,7 +84,7 @@ Result<std::unique_ptr<BenchRig>> BenchRig::Create() {
 BenchRig::BenchRig(std::shared_ptr<ResponseCounter> responses, tarvo_emu::RigOptions options)
     : responses_(std::move(responses)), rig_(std::move(options)) {}
 
-BenchRig::~BenchRig() { StopEcho(); }
+BenchRig::~BenchRig() { StopPeer(); }
 
 Result<void> BenchRig::AwaitFirstAnswer() {
     const uint64_t expected = responses_->count() + 1;
@@ -109,19 +109,31 @@ Result<void> BenchRig::StartDaemon() {
 
 void BenchRig::StopDaemon() { rig_.StopDaemon(); }
 
-Result<void> BenchRig::StartEcho(const std::string& response,
-                                 const std::vector<std::string>& steps) {
-    if (!rig_.WriteFile(kEchoResponseFile, response)) return Error() << "cannot write response";
-    std::vector<std::string> command = {BenchBinary("tarvo-bench-peer"), "echo", kEchoResponseFile};
-    command.insert(command.end(), steps.begin(), steps.end());
-    Result<std::unique_ptr<tarvo_emu::ChildProcess>> echo =
-        tarvo_emu::ChildProcess::Start(rig_.sandbox().Command(command));
-    if (!echo.ok()) return Error() << "echo peer: " << echo.error();
-    echo_ = std::move(*echo);
+Result<void> BenchRig::StartPeer(const std::vector<std::string>& args) {
+    std::vector<std::string> command = {BenchBinary("tarvo-bench-peer")};
+    command.insert(command.end(), args.begin(), args.end());
+    // Its log lines are taken as the daemon's are: in bulk, and not kept.
+    Result<std::unique_ptr<tarvo_emu::ChildProcess>> peer = tarvo_emu::ChildProcess::Start(
+        rig_.sandbox().Command(command),
+        {.keep_output = false, .read_interval = std::chrono::milliseconds(10)});
+    if (!peer.ok()) return Error() << args[0] << " peer: " << peer.error();
+    peer_ = std::move(*peer);
     return AwaitFirstAnswer();
 }
 
-void BenchRig::StopEcho() { echo_.reset(); }
+Result<void> BenchRig::StartEcho(const std::string& response,
+                                 const std::vector<std::string>& steps) {
+    if (!rig_.WriteFile(kEchoResponseFile, response)) return Error() << "cannot write response";
+    std::vector<std::string> args = {"echo", kEchoResponseFile};
+    args.insert(args.end(), steps.begin(), steps.end());
+    return StartPeer(args);
+}
+
+Result<void> BenchRig::StartSteps() { return StartPeer({"steps"}); }
+
+void BenchRig::StopPeer() { peer_.reset(); }
+
+pid_t BenchRig::peer_group() const { return peer_ ? peer_->pid() : 0; }
 
 Result<double> BenchRig::RoundTrips(uint64_t count, const MessageMaker& make) {
     tarvo_emu::IpcNode& ipc = rig_.emulator().ipc();

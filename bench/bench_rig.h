@@ -45,7 +45,7 @@ class ResponseCounter {
 using MessageMaker = std::function<void(uint64_t i, std::string* bytes)>;
 
 // The rig as the benchmarks use it: no transcript, no kept log lines, responses counted at the
-// node. Either the daemon or the echo peer serves the IPC node at a time.
+// node. Either the daemon or one of the peers serves the IPC node at a time.
 class BenchRig {
   public:
     static constexpr std::chrono::milliseconds kResponseTimeout{20000};
@@ -62,7 +62,11 @@ class BenchRig {
     // `steps` are the peer's options that add the daemon's own steps per message.
     android::base::Result<void> StartEcho(const std::string& response,
                                           const std::vector<std::string>& steps = {});
-    void StopEcho();
+    // Starts the steps peer, which answers as the daemon does, and waits until it answers.
+    android::base::Result<void> StartSteps();
+    void StopPeer();
+    // The process group of the running peer, 0 when none runs.
+    pid_t peer_group() const;
 
     // Sends `count` messages made by `make`, each after the response to the one before; the
     // seconds from the first send to the last response.
@@ -82,10 +86,11 @@ class BenchRig {
   private:
     BenchRig(std::shared_ptr<ResponseCounter> responses, tarvo_emu::RigOptions options);
     android::base::Result<void> AwaitFirstAnswer();
+    android::base::Result<void> StartPeer(const std::vector<std::string>& args);
 
     std::shared_ptr<ResponseCounter> responses_;
     tarvo_emu::Rig rig_;
-    std::unique_ptr<tarvo_emu::ChildProcess> echo_;
+    std::unique_ptr<tarvo_emu::ChildProcess> peer_;
 };
 
 // Host path of a benchmark program of this build.

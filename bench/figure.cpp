@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include <android-base/stringprintf.h>
-#include <android-base/strings.h>
+#include <nlohmann/json.hpp>
 
 using android::base::StringPrintf;
 
@@ -29,25 +29,6 @@ std::string Number(double value) {
     if (magnitude >= 100 || value == std::floor(value)) return StringPrintf("%.0f", value);
     if (magnitude >= 1) return StringPrintf("%.3g", value);
     return StringPrintf("%.3f", value);
-}
-
-std::string JsonNumber(double value) {
-    return std::isnan(value) || std::isinf(value) ? "null" : StringPrintf("%.6g", value);
-}
-
-std::string JsonString(const std::string& text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            out += StringPrintf("\\u%04x", c);
-        } else {
-            out += c;
-        }
-    }
-    return out + "\"";
 }
 
 }  // namespace
@@ -117,20 +98,23 @@ std::string FigureTable(const std::vector<Figure>& figures) {
 }
 
 std::string FiguresJson(const std::vector<Figure>& figures) {
-    std::vector<std::string> entries;
+    // NaN stands for "none" and is written as null.
+    const auto number = [](double value) {
+        return std::isfinite(value) ? nlohmann::json(value) : nlohmann::json(nullptr);
+    };
+    nlohmann::json list = nlohmann::json::array();
     for (const Figure& figure : figures) {
-        entries.push_back(StringPrintf(
-            "  {\"name\": %s, \"value\": %s, \"unit\": %s, \"floor\": %s, \"ratio\": %s, "
-            "\"goal\": %s, \"met\": %s, \"note\": %s}",
-            JsonString(figure.name).c_str(), JsonNumber(figure.value).c_str(),
-            JsonString(figure.unit).c_str(), JsonNumber(figure.floor).c_str(),
-            JsonNumber(figure.ratio).c_str(), JsonString(figure.goal).c_str(),
-            figure.goal.empty() ? "null"
-            : figure.met        ? "true"
-                                : "false",
-            JsonString(figure.note).c_str()));
+        list.push_back(
+            {{"name", figure.name},
+             {"value", number(figure.value)},
+             {"unit", figure.unit},
+             {"floor", number(figure.floor)},
+             {"ratio", number(figure.ratio)},
+             {"goal", figure.goal},
+             {"met", figure.goal.empty() ? nlohmann::json(nullptr) : nlohmann::json(figure.met)},
+             {"note", figure.note}});
     }
-    return "[\n" + android::base::Join(entries, ",\n") + "\n]\n";
+    return list.dump(2) + "\n";
 }
 
 }  // namespace tarvo_bench

@@ -19,15 +19,17 @@ inline void DropLogLines() {
 
 // Puts /data, /mnt and the property store back as a fresh sandbox has them, so that every input
 // starts from the same tree and what one input wrote cannot decide what the next does (nor pile
-// up: the store is on the host's disk).
+// up: the trees are on the host's disk).
 inline void ResetDeviceTrees() {
     namespace fs = std::filesystem;
     std::error_code ec;
-    for (const char* tree : {"/data", "/mnt", HostPropertyStore::kDefaultDir}) {
+    for (const char* tree : {"/data", "/mnt"}) {
         for (const fs::directory_entry& entry : fs::directory_iterator(tree, ec)) {
             fs::remove_all(entry.path(), ec);
         }
     }
+    // Emptied in place: the process keeps the store's area mapped.
+    HostPropertyStore::Default().Clear();
     for (const char* dir : {"/data/vendor/radio/modem_temp_file", "/data/vendor/radio/mds",
                             "/data/vendor/radio/extended_logs", "/data/vendor/modem_stat",
                             "/mnt/vendor/modem_userdata/replay"}) {

@@ -1,10 +1,10 @@
 #include "host_property_store.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
-#include <vector>
+#include <thread>
 
 #include <android-base/file.h>
 #include <gtest/gtest.h>
@@ -13,15 +13,9 @@ namespace tarvo {
 
 class HostPropertyStoreTest : public ::testing::Test {
   protected:
-    std::vector<std::string> Entries() const {
-        std::vector<std::string> names;
-        DIR* dir = opendir(dir_.path);
-        while (dirent* entry = readdir(dir)) {
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..") names.push_back(name);
-        }
-        closedir(dir);
-        return names;
+    // TemporaryDir removes only an empty directory.
+    ~HostPropertyStoreTest() override {
+        unlink((std::string(dir_.path) + "/" + HostPropertyStore::kAreaFile).c_str());
     }
 
     TemporaryDir dir_;
@@ -37,7 +31,10 @@ TEST_F(HostPropertyStoreTest, NamesAreLettersDigitsAndUnderscoreDotDashColonAt) 
         EXPECT_EQ(store_.Set(bad, "1"), -1) << bad;
         EXPECT_EQ(store_.Get(bad), std::nullopt) << bad;
     }
-    EXPECT_EQ(Entries(), std::vector<std::string>{"vendor.A_z-0:9@x"});
+    // Longer than any file name may be.
+    const std::string long_name = "vendor." + std::string(300, 'n');
+    EXPECT_EQ(store_.Set(long_name, "long"), 0);
+    EXPECT_EQ(store_.Get(long_name), "long");
 }
 
 TEST_F(HostPropertyStoreTest, ValuesUpTo91BytesExceptUnderRo) {
@@ -80,35 +77,62 @@ TEST_F(HostPropertyStoreTest, RoPropertiesAreSetOnceAndEmptyValuesExist) {
     EXPECT_EQ(store_.Get("rox.vendor"), "2");
 }
 
-TEST_F(HostPropertyStoreTest, RefusedSetsLeaveNoTraceAndReplacementIsWhole) {
+TEST_F(HostPropertyStoreTest, RefusedSetsChangeNothing) {
     ASSERT_EQ(store_.Set("vendor.kept", "old"), 0);
     EXPECT_EQ(store_.Set("vendor.kept", std::string(92, 'x')), -1);
     EXPECT_EQ(store_.Set("vendor.kept", std::string("a\0b", 3)), -1);
     EXPECT_EQ(store_.Get("vendor.kept"), "old");
 
-    EXPECT_EQ(Entries(), std::vector<std::string>{"vendor.kept"});
+    // A full area refuses new names and still changes the values it holds.
+    int added = 0;
+    while (store_.Set("vendor.fill." + std::string(200, 'f') + std::to_string(added), "1") == 0) {
+        ASSERT_LT(++added, 100000);
+    }
+    EXPECT_EQ(store_.Get("vendor.fill." + std::string(200, 'f') + std::to_string(added)),
+              std::nullopt);
+    EXPECT_EQ(store_.Set("vendor.kept", "new"), 0);
+    EXPECT_EQ(store_.Get("vendor.kept"), "new");
+    EXPECT_EQ(store_.Get("vendor.fill." + std::string(200, 'f') + "0"), "1");
+
+    store_.Clear();
+    EXPECT_EQ(store_.Get("vendor.kept"), std::nullopt);
+    EXPECT_EQ(store_.Set("vendor.kept", "again"), 0);
 }
 
-TEST_F(HostPropertyStoreTest, ASetReplacesTheFileInsteadOfRewritingIt) {
-    const std::string path = std::string(dir_.path) + "/vendor.swap";
-    TemporaryDir elsewhere;
-    const std::string snapshot = std::string(elsewhere.path) + "/snapshot";
-    ASSERT_EQ(store_.Set("vendor.swap", "old"), 0);
-    // A reader holding the old file keeps seeing the whole old value, never a half-written one.
-    ASSERT_EQ(link(path.c_str(), snapshot.c_str()), 0);
+// The rig and the daemon each map the store: what one sets, the other reads at once.
+TEST_F(HostPropertyStoreTest, EveryMappingSeesEverySetAtOnce) {
+    ASSERT_EQ(store_.Set("vendor.first", "1"), 0);
+    HostPropertyStore other(dir_.path);
+    ASSERT_EQ(other.Get("vendor.first"), "1");
 
-    ASSERT_EQ(store_.Set("vendor.swap", "new"), 0);
-    std::string held;
-    ASSERT_TRUE(android::base::ReadFileToString(snapshot, &held));
-    unlink(snapshot.c_str());  // TemporaryDir removes only an empty directory
-    EXPECT_EQ(held, "old");
-    EXPECT_EQ(store_.Get("vendor.swap"), "new");
-    EXPECT_EQ(Entries(), std::vector<std::string>{"vendor.swap"});
+    ASSERT_EQ(store_.Set("vendor.first", "2"), 0);
+    ASSERT_EQ(store_.Set("vendor.later", "3"), 0);
+    EXPECT_EQ(other.Get("vendor.first"), "2");
+    EXPECT_EQ(other.Get("vendor.later"), "3");
+    ASSERT_EQ(other.Set("ro.vendor.other", std::string(300, 'o')), 0);
+    EXPECT_EQ(store_.Get("ro.vendor.other"), std::string(300, 'o'));
 }
 
-TEST_F(HostPropertyStoreTest, ValuesSeededByOtherToolsAreRead) {
-    ASSERT_TRUE(android::base::WriteStringToFile("seeded", std::string(dir_.path) + "/persist.a"));
-    EXPECT_EQ(store_.Get("persist.a"), "seeded");
+TEST_F(HostPropertyStoreTest, AReaderNeverSeesHalfOfAChange) {
+    const std::string short_value(3, 's');
+    const std::string long_value(91, 'L');
+    ASSERT_EQ(store_.Set("vendor.flip", short_value), 0);
+    HostPropertyStore reader(dir_.path);
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        for (int i = 0; i < 200000; ++i)
+            store_.Set("vendor.flip", i % 2 ? long_value : short_value);
+        done = true;
+    });
+    int torn = 0;
+    while (!done) {
+        char value[PROPERTY_VALUE_MAX];
+        const std::optional<size_t> length = reader.GetPrefix("vendor.flip", value, sizeof(value));
+        const std::string read = length ? std::string(value, *length) : "";
+        torn += read != short_value && read != long_value;
+    }
+    writer.join();
+    EXPECT_EQ(torn, 0);
 }
 
 TEST(HostPropertyStoreMissingDirTest, EverySetIsRefused) {
