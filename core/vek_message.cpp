@@ -8,12 +8,11 @@ namespace tarvo {
 
 using tarvo_message::TarvoMessage;
 
-VekMessage::VekMessage()
-    : envelope_(std::make_unique<TarvoMessage>()), token_source_(TokenGen::GetInstance()) {}
+VekMessage::VekMessage() : envelope_(std::in_place), token_source_(TokenGen::GetInstance()) {}
 
 VekMessage::VekMessage(const char* data, int length) : token_source_(nullptr) {
     if (data == nullptr || length < 1) return;
-    envelope_ = std::make_unique<TarvoMessage>();
+    envelope_.emplace();
     if (!envelope_->ParseFromArray(data, length)) ALOGE("ParseFromArray failed");
 }
 

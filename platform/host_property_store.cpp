@@ -65,12 +65,21 @@ bool IsUtf8(const std::string& text) {
     return true;
 }
 
+// Eight bytes at a time: every lookup hashes the name, and most names are a few dozen bytes.
 uint32_t Hash(const char* name, size_t length) {
-    uint32_t hash = 2166136261u;
-    for (size_t i = 0; i < length; ++i) {
-        hash = (hash ^ static_cast<unsigned char>(name[i])) * 16777619u;
+    constexpr uint64_t kMultiplier = 0xff51afd7ed558ccdull;
+    uint64_t hash = 0x9e3779b97f4a7c15ull ^ length;
+    size_t i = 0;
+    for (; i + sizeof(uint64_t) <= length; i += sizeof(uint64_t)) {
+        uint64_t word;
+        memcpy(&word, name + i, sizeof(word));
+        hash = (hash ^ word) * kMultiplier;
+        hash ^= hash >> 32;
     }
-    return hash;
+    uint64_t tail = 0;
+    memcpy(&tail, name + i, length - i);
+    hash = (hash ^ tail) * kMultiplier;
+    return static_cast<uint32_t>(hash ^ (hash >> 29));
 }
 
 constexpr uint32_t Align(size_t size) { return static_cast<uint32_t>((size + 3) & ~size_t{3}); }
