@@ -289,6 +289,21 @@ Figures MicroFigures(const BenchSettings& settings) {
     }
     if (figures.empty()) return Error() << "micro benchmarks printed no figures";
 
+    // The dispatch against bare protobuf with the two steps it cannot skip: the property lookup
+    // and the two log lines.
+    const auto value_of = [&figures](const std::string& name, bool floor) {
+        for (const Figure& figure : figures) {
+            if (figure.name == name) return floor ? figure.floor : figure.value;
+        }
+        return kNone;
+    };
+    const double dispatch = value_of("micro.dispatch.property_read", false);
+    const double required = value_of("micro.dispatch.property_read", true) +
+                            value_of("micro.dispatch.property_read.share.property_lookup", false) +
+                            value_of("micro.dispatch.property_read.share.log_lines", false);
+    figures.push_back(RatioInfo("micro.dispatch.property_read.vs_steps", "ns", dispatch, required,
+                                "floor: bare protobuf, the property lookup and the two log lines"));
+
     return figures;
 }
 
