@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""Builds the daemon's vendor SELinux policy with a platform's policy, as the Android build does, and
-checks the compiled policy against the table of accesses the daemon, its clients, init, ueventd and
-an engineer's shell make on a device.
+"""Builds the daemon's vendor SELinux policy with a platform's policy, as the Android build does,
+and checks the compiled policy against the table of accesses the daemon, its clients, init,
+ueventd and an engineer's shell make on a device.
 
     check-sepolicy.py [--platform DIR] [--accesses FILE] [--keep DIR]
 
@@ -96,18 +96,21 @@ def source_file(path):
 
 
 def policy_sources(platform, directories):
+    def of_kind(kind):
+        return [os.path.join(d, kind) for d in directories if os.path.isfile(os.path.join(d, kind))]
+
     sources = []
     flagging = os.path.join(platform, "flagging", "te_macros")
     if os.path.isfile(flagging):
         sources.append(flagging)
     for kind in KINDS_BEFORE_TE:
-        sources += [os.path.join(d, kind) for d in directories if os.path.isfile(os.path.join(d, kind))]
+        sources += of_kind(kind)
     for d in directories:
         if os.path.isfile(os.path.join(d, "attributes")):
             sources.append(os.path.join(d, "attributes"))
         sources += sorted(glob.glob(os.path.join(d, "*.te")))
     for kind in KINDS_AFTER_TE:
-        sources += [os.path.join(d, kind) for d in directories if os.path.isfile(os.path.join(d, kind))]
+        sources += of_kind(kind)
     return [source_file(s) for s in sources]
 
 
@@ -123,7 +126,8 @@ def build(platform, variant, work):
     defines = dict(POLICY_DEFINES, target_build_variant=variant)
     full = [os.path.join(platform, d) for d in ("public", "private", "vendor")] + [OURS]
     m4(defines, policy_sources(platform, full), f"{work}/{variant}.conf")
-    run(["checkpolicy", "-M", "-c", "30", "-o", f"{work}/{variant}.policy", f"{work}/{variant}.conf"])
+    run(["checkpolicy", "-M", "-c", "30", "-o", f"{work}/{variant}.policy",
+         f"{work}/{variant}.conf"])
 
     vendor_only = [os.path.join(platform, d) for d in ("public", "reqd_mask", "vendor")] + [OURS]
     m4(defines, policy_sources(platform, vendor_only), f"{work}/{variant}-vendor.conf")
@@ -154,7 +158,7 @@ def check_property_namespace(platform, vendor_property_contexts):
 
 
 def read_property_contexts(path):
-    """(name, type, exact) for every entry, in file order."""
+    """(name, type, exact, context) for every entry, in file order."""
     entries = []
     with open(path) as f:
         for number, line in enumerate(f, 1):
