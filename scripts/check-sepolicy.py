@@ -69,7 +69,7 @@ PROPERTY_SOCKET = "/dev/socket/property_service"
 
 # Processes that label what they create from file_contexts themselves; anything else gets the
 # kernel's label (a type transition, else its directory's label).
-LABELS_FROM_FILE_CONTEXTS = {"init", "ueventd"}
+LABELS_FROM_FILE_CONTEXTS = {"init", "vendor_init", "ueventd"}
 
 
 class Failure(Exception):
