@@ -38,8 +38,11 @@ type module struct {
 	props *parser.Map
 }
 
+// The file read, which starts every message that has no position in it.
+var bpFile = "Android.bp"
+
 func fail(format string, args ...interface{}) {
-	fmt.Fprintf(os.Stderr, "Android.bp: "+format+"\n", args...)
+	fmt.Fprintf(os.Stderr, format+"\n", args...)
 	os.Exit(1)
 }
 
@@ -117,7 +120,7 @@ func applyDefaults(m *module, byName map[string]*module) {
 		for _, name := range names {
 			d, found := byName[name]
 			if !found || d.typ != "cc_defaults" {
-				fail("module %s: %q is not a cc_defaults module", m.name, name)
+				fail("%s: module %s: %q is not a cc_defaults module", bpFile, m.name, name)
 			}
 			if seen[name] {
 				continue
@@ -141,11 +144,12 @@ func expandSrcs(m *module, srcs, excludes []string) []string {
 	var files []string
 	for _, src := range srcs {
 		if strings.HasPrefix(src, ":") {
-			fail("module %s: source %q names a module, which is not modelled", m.name, src)
+			fail("%s: module %s: source %q names a module, which is not modelled", bpFile,
+				m.name, src)
 		}
 		if !pathtools.IsGlob(src) {
 			if !exists(src) {
-				fail("module %s: module source path %q does not exist", m.name, src)
+				fail("%s: module %s: module source path %q does not exist", bpFile, m.name, src)
 			}
 			if !contains(excludes, src) {
 				files = append(files, src)
@@ -154,7 +158,7 @@ func expandSrcs(m *module, srcs, excludes []string) []string {
 		}
 		matches, _, err := pathtools.Glob(src, excludes, pathtools.FollowSymlinks)
 		if err != nil {
-			fail("module %s: %s", m.name, err)
+			fail("%s: module %s: %s", bpFile, m.name, err)
 		}
 		for _, match := range matches {
 			if !strings.HasSuffix(match, "/") {
@@ -200,7 +204,8 @@ func printVariable(m *module, name string, values []string) {
 		if name == "cflags" || name == "cppflags" {
 			v = strings.ReplaceAll(proptools.NinjaAndShellEscape(v), "#", `\#`)
 		} else if !plainWord.MatchString(v) {
-			fail("module %s: %s entry %q is not a plain path or name", m.name, name, v)
+			fail("%s: module %s: %s entry %q is not a plain path or name", bpFile, m.name,
+				name, v)
 		}
 		fmt.Printf(" %s", v)
 	}
@@ -211,11 +216,12 @@ func main() {
 	if len(os.Args) != 2 {
 		fail("usage: bp_modules Android.bp")
 	}
-	file, err := os.Open(os.Args[1])
+	bpFile = os.Args[1]
+	file, err := os.Open(bpFile)
 	if err != nil {
 		fail("%s", err)
 	}
-	tree, errs := parser.ParseAndEval(os.Args[1], file, parser.NewScope(nil))
+	tree, errs := parser.ParseAndEval(bpFile, file, parser.NewScope(nil))
 	if len(errs) > 0 {
 		for _, e := range errs {
 			fmt.Fprintln(os.Stderr, e)
@@ -252,7 +258,8 @@ func main() {
 		printVariable(m, "exclude_srcs", excludes)
 		for _, dir := range listOf(m.props, "local_include_dirs") {
 			if !exists(dir) {
-				fail("module %s: module source path %q does not exist", m.name, dir)
+				fail("%s: module %s: module source path %q does not exist", bpFile, m.name,
+					dir)
 			}
 		}
 		for _, name := range listProperties[2:] {

@@ -39,6 +39,7 @@ lib.libprotobuf-cpp-full.link := -lprotobuf
 lib.libprotobuf-cpp-lite.link := -lprotobuf-lite
 
 # What Soong adds to a module by itself.
+implicit.all := libc libc++ libdl libm
 implicit.cc_binary :=
 implicit.cc_test := libgtest_main libgtest
 implicit.proto.full := libprotobuf-cpp-full
@@ -74,6 +75,8 @@ $$(if $$(and $$($(1).protos),$$(filter-out false,$$($(1).proto.canonical_path_fr
     $$(error $(1): only proto canonical_path_from_root: false is modelled))
 $$(if $$(and $$($(1).protos),$$(filter-out full lite,$$($(1).proto.type))),\
     $$(error $(1): proto type "$$($(1).proto.type)" is not modelled))
+$$(foreach lib,$$(filter $$(implicit.all),$$($(1).libs)),\
+    $$(error $(1): Soong links $$(lib) by itself; leave it out))
 $$(foreach lib,$$($(1).libs),$$(if $$(lib.$$(lib).link),,\
     $$(error $(1): no host library stands in for $$(lib); add it to the table in soong.mk)))
 
