@@ -169,6 +169,23 @@ func expandSrcs(m *module, srcs, excludes []string) []string {
 	return files
 }
 
+// expandExcludes lists the files that exclude_srcs names, for the record.
+func expandExcludes(m *module, excludes []string) []string {
+	var files []string
+	for _, exclude := range excludes {
+		if !pathtools.IsGlob(exclude) {
+			files = append(files, exclude)
+			continue
+		}
+		matches, _, err := pathtools.Glob(exclude, nil, pathtools.FollowSymlinks)
+		if err != nil {
+			fail("%s: module %s: %s", bpFile, m.name, err)
+		}
+		files = append(files, matches...)
+	}
+	return files
+}
+
 func contains(list []string, s string) bool {
 	for _, e := range list {
 		if e == s {
@@ -255,7 +272,7 @@ func main() {
 		excludes := listOf(m.props, "exclude_srcs")
 		fmt.Printf("modules += %s\n%s.type := %s\n", m.name, m.name, m.typ)
 		printVariable(m, "srcs", expandSrcs(m, listOf(m.props, "srcs"), excludes))
-		printVariable(m, "exclude_srcs", excludes)
+		printVariable(m, "exclude_srcs", expandExcludes(m, excludes))
 		for _, dir := range listOf(m.props, "local_include_dirs") {
 			if !exists(dir) {
 				fail("%s: module %s: module source path %q does not exist", bpFile, m.name,
