@@ -279,6 +279,7 @@ func main() {
 					dir)
 			}
 		}
+		// The lists after srcs and exclude_srcs, as they stand.
 		for _, name := range listProperties[2:] {
 			printVariable(m, name, listOf(m.props, name))
 		}
