@@ -3,7 +3,7 @@
 # it returns at once when everything is already there.
 set -eu
 
-packages="build-essential cmake pkg-config clang-format \
+packages="build-essential cmake pkg-config ccache clang-format \
   protobuf-compiler libprotobuf-dev \
   android-liblog-dev android-libbase-dev libfmt-dev \
   libgtest-dev libgmock-dev libbenchmark-dev \
