@@ -3,7 +3,7 @@
 //   tarvo-micro-bench [--rounds N] [--min-time SECONDS] [--out FILE]
 //
 // Each pair runs its daemon side and its floor one after the other, `rounds` times, and the
-// median time of each side is kept. One line per figure goes to FILE (stdout by default),
+// median processor time of each side is kept. One line per figure goes to FILE (stdout by default),
 // tab-separated: "pair NAME DAEMON_NS FLOOR_NS" or "info NAME NS". Run it inside the sandbox
 // (tarvo-emu exec, or tarvo-bench does it), where the property store is at the daemon's path.
 
@@ -242,14 +242,15 @@ struct Pair {
     std::string floor;
 };
 
-// Keeps the time per iteration of every run it is shown.
+// Keeps the processor time per iteration of every run it is shown: on a busy machine the wall
+// time also counts the moments the benchmark waited for a processor.
 class Collector : public benchmark::BenchmarkReporter {
   public:
     bool ReportContext(const Context&) override { return true; }
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
             if (run.error_occurred || run.iterations == 0) continue;
-            times_[run.benchmark_name()].push_back(run.GetAdjustedRealTime());
+            times_[run.benchmark_name()].push_back(run.GetAdjustedCPUTime());
         }
     }
     double Median(const std::string& name) const {

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "token_gen.h"
 #include "vek_message.h"
@@ -46,8 +46,13 @@ class RequestList {
     void UpdateResponseMessage(uint32_t token, const VekMessage* message);
 
   private:
+    // The listed record of `token`, or end(); the caller holds the lock.
+    std::vector<RequestRecord>::iterator Find(uint32_t token);
+
     std::mutex lock_;
-    std::map<uint32_t, RequestRecord> records_;
+    // A handful at most are outstanding at once: a search of a vector that keeps its room beats
+    // a map that allocates a node for every request.
+    std::vector<RequestRecord> records_;
 };
 
 }  // namespace tarvo

@@ -6,7 +6,7 @@ set -eu
 packages="build-essential cmake pkg-config ccache clang-format \
   protobuf-compiler libprotobuf-dev \
   android-liblog-dev android-libbase-dev libfmt-dev \
-  libgtest-dev libgmock-dev libbenchmark-dev \
+  libgtest-dev libgmock-dev libbenchmark-dev linux-perf valgrind \
   libfuse3-dev fuse3 bubblewrap gnuplot-nox clang libclang-rt-14-dev \
   blueprint-tools golang-go golang-github-google-blueprint-dev \
   checkpolicy selinux-utils setools python3-selinux m4 python3 \
