@@ -5,6 +5,7 @@
 
 #include <climits>
 #include <exception>
+#include <fstream>
 #include <string>
 
 #include <android-base/file.h>
@@ -88,10 +89,12 @@ bool SignalServer(int signal, const char* message) {
     return true;
 }
 
-// Created with the process umask; a failure is silent.
+// Created with the process umask; a failure is silent. A write that fails (a full /data) leaves
+// the file empty, so a client reports the unreadable number rather than a missing file.
 void WritePidFile() {
     remove(kPidFile);
-    android::base::WriteStringToFile(std::to_string(getpid()), kPidFile, /*follow_symlinks=*/true);
+    std::ofstream file(kPidFile);
+    file << getpid();
 }
 
 }  // namespace
