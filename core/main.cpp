@@ -48,10 +48,12 @@ void PrintUsage(const char* program) {
 void tarvo_signal_handler(int signal) {
     switch (signal) {
         case SIGUSR1:
-            TarvoMessageHandler::GetInstance()->SendServiceRequest(0);
+            TarvoMessageHandler::GetInstance()->SendServiceRequest(
+                TarvoMessageHandler::kModemStatReport);
             break;
         case SIGUSR2:
-            TarvoMessageHandler::GetInstance()->SendServiceRequest(2);
+            TarvoMessageHandler::GetInstance()->SendServiceRequest(
+                TarvoMessageHandler::kExtendedLog);
             break;
         case SIGWINCH:
             TarvoMessageHandler::GetInstance()->TputTestStartRequest();
