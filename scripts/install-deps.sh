@@ -9,7 +9,7 @@ packages="build-essential cmake pkg-config clang-format \
   libgtest-dev libgmock-dev libbenchmark-dev \
   libfuse3-dev fuse3 bubblewrap gnuplot-nox clang libclang-rt-14-dev \
   blueprint-tools golang-go golang-github-google-blueprint-dev \
-  checkpolicy selinux-utils setools m4 python3 \
+  checkpolicy selinux-utils setools python3-selinux m4 python3 \
   nlohmann-json3-dev libedit-dev gcovr"
 
 missing=""
