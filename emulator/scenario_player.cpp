@@ -355,28 +355,49 @@ class StepPlayer {
 
 }  // namespace
 
-Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript) {
-    Rig rig(OptionsOf(scenario, transcript));
-    if (Result<void> started = rig.Start(); !started.ok()) {
+ScenarioSession::ScenarioSession(const Scenario& setup, std::ostream* transcript)
+    : rig_(OptionsOf(setup, transcript)) {}
+
+Result<void> ScenarioSession::Start() {
+    if (Result<void> started = rig_.Start(); !started.ok()) {
         return Error() << "the rig did not start: " << started.error();
     }
-    StepPlayer player(&rig);
-    for (int i = 0; i < scenario.step_size(); ++i) {
-        const Step& step = scenario.step(i);
-        if (!step.note().empty()) rig.transcript().Note("# " + step.note());
-        if (step.action_case() == Step::ACTION_NOT_SET) continue;
-        Step shown = step;
-        shown.clear_note();
-        const std::string text = ShortText(shown);
-        rig.transcript().Note(StringPrintf("step %d: %s", i, text.c_str()));
-        const std::string why = player.Play(step);
-        if (why.empty()) continue;
-        Result<void> health = rig.CheckHealth();
-        return Error() << "step " << i << " (" << text << ") failed: " << why
-                       << (health.ok() ? "" : "; " + health.error().message());
-    }
-    if (Result<void> health = rig.CheckHealth(); !health.ok()) return health.error();
     return {};
+}
+
+Result<void> ScenarioSession::Play(const Step& step, int index) {
+    if (recorder_ != nullptr) recorder_->BeforeStep(step, rig_);
+    if (!step.note().empty()) rig_.transcript().Note("# " + step.note());
+    if (step.action_case() == Step::ACTION_NOT_SET) return {};
+    Step shown = step;
+    shown.clear_note();
+    const std::string text = ShortText(shown);
+    rig_.transcript().Note(StringPrintf("step %d: %s", index, text.c_str()));
+    const std::string why = StepPlayer(&rig_).Play(step);
+    if (why.empty()) return {};
+    if (recorder_ != nullptr) recorder_->StepFailed();
+    Result<void> health = rig_.CheckHealth();
+    return Error() << "step " << index << " (" << text << ") failed: " << why
+                   << (health.ok() ? "" : "; " + health.error().message());
+}
+
+Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript,
+                          const std::string& record) {
+    ScenarioSession session(scenario, transcript);
+    if (Result<void> started = session.Start(); !started.ok()) return started.error();
+    ScenarioRecorder recorder(scenario);
+    if (!record.empty()) session.Record(&recorder);
+    Result<void> played;
+    for (int i = 0; i < scenario.step_size() && played.ok(); ++i) {
+        played = session.Play(scenario.step(i), i);
+    }
+    if (played.ok()) played = session.rig().CheckHealth();
+    if (!record.empty()) {
+        if (Result<void> written = recorder.Write(record, session.rig()); !written.ok()) {
+            return written.error();
+        }
+    }
+    return played;
 }
 
 }  // namespace tarvo_emu
