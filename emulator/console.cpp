@@ -55,6 +55,18 @@ const std::map<std::string, std::string>& Examples() {
         {"expect_uplink", "expect_uplink { writes: 1 bytes: 10 timeout_ms: 20000 }"},
         {"send_raw", "send_raw: \"\\x08\\x01garbage\""},
         {"restart_daemon", "restart_daemon: true"},
+        {"repeat", "repeat { times: 3 step { client: \"-m\" } step { sleep_ms: 100 } }"},
+        {"mark", "mark: \"before\""},
+        {"expect_usage", "expect_usage { mark: \"before\" threads_tolerance: 1 }"},
+        {"write_file",
+         "write_file { path: \"/data/vendor/radio/gnss_blanking.csv\" content: \"300\\n\" }"},
+        {"remove_file", "remove_file: \"/data/vendor/radio/gnss_blanking.csv\""},
+        {"send_generated",
+         "send_generated { message { type: REQUEST message_id: 9 token: 1 file { write_request "
+         "{ file_name: \"big\" file_dir: FILE_DIR_MDS total_size: 1048576 } } } data { size: "
+         "1048576 } block_size: 65536 }"},
+        {"expect_thermal_writes", "expect_thermal_writes { write: \"1 45000\" }"},
+        {"signal_daemon", "signal_daemon: 10"},
         {"exit_status", "client: \"-m\" exit_status: 0"},
         {"note", "note: \"shown in the transcript\" modem_state: 0"},
     };

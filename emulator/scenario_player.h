@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <ostream>
 #include <string>
 
@@ -17,9 +18,12 @@ constexpr std::chrono::milliseconds kDefaultStepTimeout{5000};
 
 // A rig set up as a scenario's setup says, on which steps are played one at a time: all of a
 // file's by `tarvo-emu run`, each as it is typed by `tarvo-emu console`.
+class StepPlayer;
+
 class ScenarioSession {
   public:
     ScenarioSession(const tarvo_scenario::Scenario& setup, std::ostream* transcript);
+    ~ScenarioSession();
 
     android::base::Result<void> Start();
     // Plays one step. The error names it (index from 0 and text form) and says why it failed.
@@ -30,6 +34,7 @@ class ScenarioSession {
 
   private:
     Rig rig_;
+    std::unique_ptr<StepPlayer> player_;
     ScenarioRecorder* recorder_ = nullptr;
 };
 

@@ -1,12 +1,14 @@
 #include "scenario_recorder.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include <google/protobuf/text_format.h>
 
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
+#include <android-base/strings.h>
 
 #include "scenario_player.h"
 #include "transcript.h"
@@ -23,11 +25,14 @@ bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 bool IsHexDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
+// The daemon's line once its modem state monitor has opened the boot node.
+constexpr char kMonitorStarted[] = "Start modem state monitoring";
+
 // Hex digits after "0x" from which a number is taken for an address.
 constexpr size_t kAddressDigits = 8;
 
 // Whether the text holds something that differs between two runs of the same steps: one of the
-// pids, an address, a clock time ("12:34:56") or a fraction.
+// pids, a descriptor, an address, a clock time ("12:34:56") or a fraction.
 bool Varies(const std::string& text, const std::set<std::string>& pids) {
     for (size_t i = 0; i < text.size();) {
         if (!IsDigit(text[i])) {
@@ -44,6 +49,11 @@ bool Varies(const std::string& text, const std::set<std::string>& pids) {
         }
         while (end < text.size() && IsDigit(text[end])) ++end;
         if (pids.count(text.substr(i, end - i)) != 0) return true;
+        // Descriptor numbers follow the order in which the daemon's threads open their nodes.
+        const std::string before = text.substr(0, i);
+        for (const char* label : {"fd: ", "fd:", "fd="}) {
+            if (android::base::EndsWith(before, label)) return true;
+        }
         if (end + 1 < text.size() && (text[end] == '.' || text[end] == ':') &&
             IsDigit(text[end + 1])) {
             return true;
@@ -95,7 +105,14 @@ std::string ScenarioRecorder::Text(Rig& rig) const {
     const auto ril_requests = rig.ril().received_events().Snapshot();
     const auto log_lines = rig.log_events().Snapshot();
     std::set<std::string> pids;
-    for (const auto& line : log_lines) pids.insert(std::to_string(line.event.pid));
+    // Where each daemon's start-up ends: before its monitor holds the boot node, its threads race
+    // (a reader may find the node not yet open), so what it prints then differs between runs.
+    std::map<pid_t, size_t> started;
+    for (size_t i = 0; i < log_lines.size(); ++i) {
+        const LogLine& line = log_lines[i].event;
+        pids.insert(std::to_string(line.pid));
+        if (line.tag == kDaemonTag && line.text == kMonitorStarted) started.emplace(line.pid, i);
+    }
 
     using Clock = std::chrono::steady_clock;
     // What the daemon did between two marks that no step took, as steps in the order it happened.
@@ -119,8 +136,9 @@ std::string ScenarioRecorder::Text(Rig& rig) const {
             step.mutable_expect_ril()->set_data(ril_requests[i].event.data);
         }
         for (size_t i = from.log_lines; i < to.log_lines; ++i) {
-            if (log_lines[i].taken) continue;
             const LogLine& line = log_lines[i].event;
+            const auto start = started.find(line.pid);
+            if (log_lines[i].taken || (start != started.end() && i < start->second)) continue;
             Step& step = steps.emplace_back(log_lines[i].arrived, Step()).second;
             tarvo_scenario::ExpectLog* expect = step.mutable_expect_log();
             expect->set_priority(static_cast<tarvo_scenario::Priority>(line.priority));
@@ -164,7 +182,8 @@ std::string ScenarioRecorder::Text(Rig& rig) const {
     std::string setup;
     google::protobuf::TextFormat::PrintToString(setup_, &setup);
     return "# Recorded by tarvo-emu: the setup, each step played and after it, as expectations,\n"
-           "# what the daemon did that no step took. Play it with `tarvo-emu run FILE`.\n" +
+           "# what the daemon did that no step took (but the lines of its start-up, whose order\n"
+           "# its threads decide). Play it with `tarvo-emu run FILE`.\n" +
            setup + recorded;
 }
 

@@ -15,9 +15,11 @@ namespace tarvo_emu {
 // after each step what the daemon did meanwhile that no step took, as expectations: an `expect`
 // per message it sent, an `expect_ril` per RIL request, an `expect_log` per log line. What
 // changes from run to run is left out (the tokens of the daemon's own requests) or matched
-// loosely (a log text holding a pid, an address, a clock time or a fraction is matched with
-// every number in it loose). Within a step's share, the expectations follow the order in which
-// things happened, and one that came late gets a wait long enough to see it again.
+// loosely (a log text holding a pid, a descriptor number, an address, a clock time or a fraction is
+// matched with every number in it loose); the daemon's lines from before its modem state monitor
+// started are left out, since its threads race then. Within a step's share, the expectations follow
+// the order in which things happened, and one that came late gets a wait long enough to see it
+// again.
 class ScenarioRecorder {
   public:
     // The recording starts with the setup of `setup`; its steps are not taken.
