@@ -320,6 +320,13 @@ TEST(TarvoEmuTest, UsageErrorsSayWhatWasWrong) {
         EXPECT_EQ(result.status, 2) << why;
         EXPECT_NE(result.errors.find(why), std::string::npos) << result.errors;
     }
+    const tarvo_emu::ProcessResult outside = tarvo_emu::RunProcess(
+        {TARVO_BINARY_DIR "/tarvo-emu", "exec", "--file", "/etc/x=1", "--", "/bin/true"},
+        {.separate_stderr = true}, std::chrono::seconds(60));
+    EXPECT_EQ(outside.status, 1);
+    EXPECT_NE(outside.errors.find("cannot seed /etc/x: seed files go under /data, /mnt or /vendor"),
+              std::string::npos)
+        << outside.errors;
     const tarvo_emu::ProcessResult help = tarvo_emu::RunProcess(
         {TARVO_BINARY_DIR "/tarvo-emu", "run", "--help"}, {}, std::chrono::seconds(60));
     EXPECT_EQ(help.status, 0);
