@@ -99,8 +99,10 @@ void WritePidFile() {
 
 int main(int argc, char** argv) {
     using namespace tarvo;
-    // Applies ANDROID_LOG_TAGS to liblog's priority filter; without it a host drops debug lines.
-    android::base::InitLogging(argv);
+#ifndef __ANDROID__
+    // A host has no logd to filter by tag: liblog prints every priority to stderr.
+    android::base::SetMinimumLogSeverity(android::base::VERBOSE);
+#endif
     if (argc == 1) {
         PrintUsage(argv[0]);
         return -1;

@@ -175,8 +175,7 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
     }
     // After the trees, so that a directory inside one of them can be writable.
     for (const std::string& dir : writable_) args.insert(args.end(), {"--bind", dir, dir});
-    args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin", "--setenv",
-                             "ANDROID_LOG_TAGS", "*:v",
+    args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin",
                              // Where a device's linker finds the vendor's libraries.
                              "--setenv", "LD_LIBRARY_PATH", "/vendor/lib64"});
     // In a sanitized build, the options that make the first report end the process reach the

@@ -170,9 +170,8 @@ TEST_F(EmulatorTest, SandboxShowsTheDeviceTree) {
          "test -d /data/vendor/radio/modem_temp_file && test -d /mnt/vendor/modem_userdata/replay"
          " && test -d /vendor/firmware/uecapconfig && test -f /vendor/etc/modem/x.conf"
          " && ! touch /vendor/etc/y 2>/dev/null && test -e /dev/oem_ipc1"
-         " && test -e /sys/devices/platform/cp-tm1/cp_temp && echo \"$ANDROID_LOG_TAGS\""});
+         " && test -e /sys/devices/platform/cp-tm1/cp_temp"});
     EXPECT_EQ(result.status, 0) << result.output;
-    EXPECT_EQ(result.output, "*:v\n");
 }
 
 TEST(ModemSideTest, DefaultReplyAnswersTheRequest) {
