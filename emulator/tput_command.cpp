@@ -1,6 +1,7 @@
 #include "tput_command.h"
 
 #include <stdio.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cmath>
@@ -110,14 +111,21 @@ bool RunDaemonTest(Rig& rig, std::string* error) {
     const auto failed = [](const LogLine& line) {
         return line.text == "Failed to run UL tput test";
     };
+    // A terminal gets one line drawn again and again; a file or pipe a line per phase.
+    const bool terminal = isatty(STDERR_FILENO) != 0;
+    const char* shown_phase = nullptr;
     while (true) {
         const Phase phase = PhaseOf(rig.modem().received());
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         const TestNode::Downlink down = rig.emulator().test().downlink();
         const TestNode::Uplink up = rig.emulator().test().uplink();
-        fprintf(stderr, "\r%-12s %6.1f s   downlink %9.1f MB   uplink %9.1f MB ", phase.name(),
-                seconds, down.bytes / 1e6, up.bytes / 1e6);
+        if (terminal || phase.name() != shown_phase) {
+            fprintf(stderr, "%s%-12s %6.1f s   downlink %9.1f MB   uplink %9.1f MB%s",
+                    terminal ? "\r" : "", phase.name(), seconds, down.bytes / 1e6, up.bytes / 1e6,
+                    terminal ? " " : "\n");
+            shown_phase = phase.name();
+        }
         const bool done = rig.log_events().Count(failed) > 0 ||
                           (phase.uplink_end &&
                            rig.log_events().Count(answered) >= static_cast<size_t>(phase.requests));
@@ -128,7 +136,7 @@ bool RunDaemonTest(Rig& rig, std::string* error) {
         }
         std::this_thread::sleep_for(kProgressInterval);
     }
-    fprintf(stderr, "\n");
+    if (terminal) fprintf(stderr, "\n");
     return true;
 }
 
