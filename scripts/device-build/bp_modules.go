@@ -27,7 +27,7 @@ var protoProperties = []string{"type", "canonical_path_from_root"}
 
 // The properties that change nothing in how the code compiles or links.
 var inertProperties = map[string]bool{"name": true, "defaults": true, "vendor": true,
-	"init_rc": true, "test_suites": true}
+	"init_rc": true, "required": true, "test_suites": true}
 
 // What make and the shell take as a plain word.
 var plainWord = regexp.MustCompile(`^[A-Za-z0-9_./+-]+$`)
