@@ -15,8 +15,12 @@ namespace tarvo_emu {
 constexpr std::chrono::milliseconds kDefaultStepTimeout{5000};
 
 // Plays a scenario on a fresh rig. Succeeds when every expectation held; otherwise the error
-// names the step (index from 0 and text form) and why it failed.
+// names the step (its file and line when `origin` is given, its index from 0 and text form), why
+// it failed and what came nearest to what it expected. `transcript` shows long payloads
+// shortened; `full_transcript`, when given, gets the whole transcript.
 android::base::Result<void> PlayScenario(const tarvo_scenario::Scenario& scenario,
-                                         std::ostream* transcript);
+                                         std::ostream* transcript,
+                                         const ScenarioOrigin* origin = nullptr,
+                                         std::ostream* full_transcript = nullptr);
 
 }  // namespace tarvo_emu

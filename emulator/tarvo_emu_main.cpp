@@ -1,9 +1,10 @@
 // tarvo-emu: the host rig's command.
 //
-//   tarvo-emu run FILE [--quiet]
+//   tarvo-emu run FILE [--quiet] [--transcript FILE]
 //       Plays a scenario (emulator/scenario.proto, text format) against `tarvo -s` and the
-//       emulated modem; prints the transcript unless --quiet. Exit 0 when every expectation
-//       held, 1 otherwise.
+//       emulated modem; prints the transcript, long payloads shortened, unless --quiet, and
+//       writes the whole transcript to the file given with --transcript. Exit 0 when every
+//       expectation held, 1 otherwise.
 //   tarvo-emu exec [--state N] [--daemon] [--discard-uplink] [--size-limit KIB]
 //                  [--writable DIR]... [--file PATH=TEXT]... -- COMMAND [ARG...]
 //       Runs COMMAND (an absolute path) inside the sandbox with the emulated modem in state N
@@ -21,7 +22,10 @@
 //       writes the plot (gnuplot) and the figures as JSON when asked.
 
 #include <stdio.h>
+#include <string.h>
 
+#include <cerrno>
+#include <fstream>
 #include <iostream>
 #include <string>
 #include <string_view>
@@ -40,7 +44,7 @@ namespace {
 
 int Usage() {
     fprintf(stderr,
-            "usage: tarvo-emu run FILE [--quiet]\n"
+            "usage: tarvo-emu run FILE [--quiet] [--transcript FILE]\n"
             "       tarvo-emu exec [--state N] [--daemon] [--discard-uplink] [--size-limit KIB]\n"
             "                      [--writable DIR]... [--file PATH=TEXT]... -- COMMAND [ARG...]\n"
             "       tarvo-emu tput [--plot FILE.svg] [--json FILE|-] [--block-size N]"
@@ -50,10 +54,14 @@ int Usage() {
 
 int Run(const std::vector<std::string>& args) {
     std::string file;
+    std::string transcript_file;
     bool quiet = false;
-    for (const std::string& arg : args) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
         if (arg == "--quiet") {
             quiet = true;
+        } else if (arg == "--transcript" && i + 1 < args.size()) {
+            transcript_file = args[++i];
         } else if (file.empty()) {
             file = arg;
         } else {
@@ -62,15 +70,27 @@ int Run(const std::vector<std::string>& args) {
     }
     if (file.empty()) return Usage();
 
-    Result<tarvo_scenario::Scenario> scenario = tarvo_emu::LoadScenario(file);
+    tarvo_emu::ScenarioOrigin origin;
+    Result<tarvo_scenario::Scenario> scenario = tarvo_emu::LoadScenario(file, &origin);
     if (!scenario.ok()) {
         fprintf(stderr, "%s\n", scenario.error().message().c_str());
         return 1;
     }
-    Result<void> played = tarvo_emu::PlayScenario(*scenario, quiet ? nullptr : &std::cout);
+    std::ofstream full_transcript;
+    if (!transcript_file.empty()) {
+        full_transcript.open(transcript_file);
+        if (!full_transcript) {
+            fprintf(stderr, "cannot write %s: %s\n", transcript_file.c_str(), strerror(errno));
+            return 1;
+        }
+    }
+    Result<void> played =
+        tarvo_emu::PlayScenario(*scenario, quiet ? nullptr : &std::cout, &origin,
+                                transcript_file.empty() ? nullptr : &full_transcript);
     if (!played.ok()) {
         std::cout << std::flush;
-        fprintf(stderr, "FAILED %s: %s\n", file.c_str(), played.error().message().c_str());
+        // The failure names the file itself.
+        fprintf(stderr, "FAILED %s\n", played.error().message().c_str());
         return 1;
     }
     if (!quiet) printf("PASSED %s\n", file.c_str());
