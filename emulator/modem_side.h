@@ -68,6 +68,7 @@ class ModemSide {
     std::vector<tarvo_message::TarvoMessage> received() const { return received_.All(); }
     // The daemon's messages that no Await took.
     std::vector<tarvo_message::TarvoMessage> untaken() const { return received_.Untaken(); }
+    const EventList<tarvo_message::TarvoMessage>& received_events() const { return received_; }
 
     void SetAutoReply(int payload_case, AutoReply rule);
     // Called with every message the daemon writes, before it is answered. Set before the daemon

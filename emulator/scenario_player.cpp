@@ -293,6 +293,8 @@ std::string Quoted(const std::string& bytes) {
 }
 
 // Plays one step; an empty result means it held.
+}  // namespace
+
 class StepPlayer {
   public:
     StepPlayer(Rig* rig, const ScenarioOrigin* origin) : rig_(rig), origin_(origin) {}
@@ -302,29 +304,34 @@ class StepPlayer {
     std::string PlayAll(const google::protobuf::RepeatedPtrField<Step>& steps,
                         const std::string& label, const std::vector<StepPlace>* places) {
         for (int i = 0; i < steps.size(); ++i) {
-            const Step& step = steps[i];
-            if (!step.note().empty()) rig_->transcript().Note("# " + step.note());
-            if (step.action_case() == Step::ACTION_NOT_SET) continue;
-            Step shown = step;
-            shown.clear_note();
-            const std::string text = step.has_repeat()
-                                         ? StringPrintf("repeat %u times", step.repeat().times())
-                                         : ShortText(shown);
-            const std::string name = label + StringPrintf("step %d", i);
             const StepPlace* place =
                 places != nullptr && i < static_cast<int>(places->size()) ? &(*places)[i] : nullptr;
-            rig_->transcript().Note(name + ": " + text);
-            const std::string why = Play(step, name, place);
-            if (why.empty()) continue;
-            // A failure inside a repeat names its own step.
-            if (step.has_repeat()) return why;
-            std::string where;
-            if (origin_ != nullptr && place != nullptr) {
-                where = StringPrintf("%s:%d: ", origin_->path.c_str(), place->line);
-            }
-            return where + name + " (" + text + ") failed: " + why;
+            const std::string why = PlayNamed(steps[i], label + StringPrintf("step %d", i), place);
+            if (!why.empty()) return why;
         }
         return {};
+    }
+
+    // Plays a step shown in the transcript as `name`; why it failed, naming it (with its file
+    // and line when its `place` is known), or empty.
+    std::string PlayNamed(const Step& step, const std::string& name, const StepPlace* place) {
+        if (!step.note().empty()) rig_->transcript().Note("# " + step.note());
+        if (step.action_case() == Step::ACTION_NOT_SET) return {};
+        Step shown = step;
+        shown.clear_note();
+        const std::string text = step.has_repeat()
+                                     ? StringPrintf("repeat %u times", step.repeat().times())
+                                     : ShortText(shown);
+        rig_->transcript().Note(name + ": " + text);
+        const std::string why = Play(step, name, place);
+        if (why.empty()) return {};
+        // A failure inside a repeat names its own step.
+        if (step.has_repeat()) return why;
+        std::string where;
+        if (origin_ != nullptr && place != nullptr) {
+            where = StringPrintf("%s:%d: ", origin_->path.c_str(), place->line);
+        }
+        return where + name + " (" + text + ") failed: " + why;
     }
 
     // `name` and `place` are the step's, for the steps of a repeat.
@@ -844,26 +851,59 @@ class StepPlayer {
     size_t thermal_writes_seen_ = 0;
 };
 
-}  // namespace
+ScenarioSession::ScenarioSession(const Scenario& setup, std::ostream* transcript,
+                                 const ScenarioOrigin* origin, std::ostream* full_transcript)
+    : rig_(OptionsOf(setup, transcript, full_transcript)),
+      player_(std::make_unique<StepPlayer>(&rig_, origin)),
+      origin_(origin) {}
 
-Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript,
-                          const ScenarioOrigin* origin, std::ostream* full_transcript) {
-    Rig rig(OptionsOf(scenario, transcript, full_transcript));
-    const std::string source = origin != nullptr ? origin->path + ": " : "";
-    if (Result<void> started = rig.Start(); !started.ok()) {
-        return Error() << source << "the rig did not start: " << started.error();
-    }
-    StepPlayer player(&rig, origin);
-    const std::string why =
-        player.PlayAll(scenario.step(), "", origin != nullptr ? &origin->steps : nullptr);
-    if (!why.empty()) {
-        Result<void> health = rig.CheckHealth();
-        return Error() << why << (health.ok() ? "" : "; " + health.error().message());
-    }
-    if (Result<void> health = rig.CheckHealth(); !health.ok()) {
-        return Error() << source << health.error();
+std::string ScenarioSession::Source() const {
+    return origin_ != nullptr ? origin_->path + ": " : "";
+}
+
+ScenarioSession::~ScenarioSession() = default;
+
+Result<void> ScenarioSession::Start() {
+    if (Result<void> started = rig_.Start(); !started.ok()) {
+        return Error() << Source() << "the rig did not start: " << started.error();
     }
     return {};
+}
+
+Result<void> ScenarioSession::Play(const Step& step, int index) {
+    if (recorder_ != nullptr) recorder_->BeforeStep(step, rig_);
+    const StepPlace* place = origin_ != nullptr && index < static_cast<int>(origin_->steps.size())
+                                 ? &origin_->steps[index]
+                                 : nullptr;
+    const std::string why = player_->PlayNamed(step, StringPrintf("step %d", index), place);
+    if (why.empty()) return {};
+    if (recorder_ != nullptr) recorder_->StepFailed();
+    Result<void> health = rig_.CheckHealth();
+    return Error() << why << (health.ok() ? "" : "; " + health.error().message());
+}
+
+Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript,
+                          const std::string& record, const ScenarioOrigin* origin,
+                          std::ostream* full_transcript) {
+    ScenarioSession session(scenario, transcript, origin, full_transcript);
+    if (Result<void> started = session.Start(); !started.ok()) return started.error();
+    ScenarioRecorder recorder(scenario);
+    if (!record.empty()) session.Record(&recorder);
+    Result<void> played;
+    for (int i = 0; i < scenario.step_size() && played.ok(); ++i) {
+        played = session.Play(scenario.step(i), i);
+    }
+    if (played.ok()) {
+        if (Result<void> health = session.rig().CheckHealth(); !health.ok()) {
+            played = Error() << session.Source() << health.error();
+        }
+    }
+    if (!record.empty()) {
+        if (Result<void> written = recorder.Write(record, session.rig()); !written.ok()) {
+            return written.error();
+        }
+    }
+    return played;
 }
 
 }  // namespace tarvo_emu
