@@ -47,8 +47,8 @@ const std::map<std::string, std::string>& HelpTexts() {
          "\n"
          "  --quiet           print only a failure\n"
          "  --transcript OUT  write the whole transcript to OUT, every payload in full\n"
-         "  --record OUT  write the session to OUT as a scenario: the setup, the steps, and\n"
-         "                after each step what the daemon did that no step expected\n"},
+         "  --record OUT      write the session to OUT as a scenario: the setup, the steps,\n"
+         "                    and after each step what the daemon did that no step expected\n"},
         {"console",
          "usage: tarvo-emu console [FILE] [--record OUT]\n"
          "\n"
