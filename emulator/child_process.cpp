@@ -53,6 +53,10 @@ Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(const std::vector<std:
     if (options.separate_stderr && !android::base::Pipe(&err_read, &err_write)) {
         return ErrnoError() << "pipe";
     }
+    if (options.separate_stderr && options.read_interval.count() != 0 &&
+        fcntl(err_read, F_SETPIPE_SZ, kLargePipe) < 0) {
+        return ErrnoError() << "F_SETPIPE_SZ";
+    }
     const int err_fd = options.separate_stderr ? err_write.get() : out_write.get();
     // Prepared before fork: the rig is multi-threaded, so the child may only make
     // async-signal-safe calls until it execs.
@@ -92,6 +96,8 @@ ChildProcess::ChildProcess(pid_t pid, unique_fd pidfd, ChildOptions options)
     : pid_(pid),
       pidfd_(std::move(pidfd)),
       on_line_(std::move(options.on_line)),
+      on_error_line_(std::move(options.on_error_line)),
+      on_drained_(std::move(options.on_drained)),
       keep_output_(options.keep_output),
       read_interval_(options.read_interval) {}
 
@@ -156,6 +162,8 @@ void ChildProcess::ReadOutput(unique_fd out, unique_fd err) {
                 TEMP_FAILURE_RETRY(read(stream.fd.get(), buffer.data(), buffer.size()));
             if (n > 0) stream.pending.append(buffer.data(), n);
             TakeLines(&stream, n <= 0);
+            // A read that did not fill the buffer emptied the pipe.
+            if (on_drained_ && n < static_cast<ssize_t>(buffer.size())) on_drained_();
             if (n <= 0) stream.fd.reset();
         }
     }
@@ -172,7 +180,9 @@ void ChildProcess::TakeLines(Stream* stream, bool at_end) {
             std::lock_guard<std::mutex> lock(output_mutex_);
             *stream->sink += whole ? line + "\n" : line;
         }
-        if (on_line_) on_line_(line);
+        const auto& handler =
+            stream->sink == &errors_ && on_error_line_ ? on_error_line_ : on_line_;
+        if (handler) handler(line);
     }
 }
 

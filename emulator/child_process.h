@@ -21,6 +21,11 @@ struct ChildOptions {
     std::vector<std::string> env = {};
     // Called with each line the process prints, on the reading thread; may be empty.
     std::function<void(const std::string& line)> on_line = {};
+    // With separate_stderr, called with each line of stderr instead of on_line; may be empty.
+    std::function<void(const std::string& line)> on_error_line = {};
+    // Called on the reading thread after a read that emptied a pipe, so that what the process
+    // wrote there in one piece was handed on whole; may be empty.
+    std::function<void()> on_drained = {};
     // Keeps stderr apart from stdout (see ChildProcess::errors()) instead of interleaving them.
     bool separate_stderr = false;
     // Whether output() and errors() keep what was printed; a long run that only watches the lines
@@ -65,6 +70,8 @@ class ChildProcess {
     android::base::unique_fd pidfd_;
     std::optional<int> status_;
     std::function<void(const std::string& line)> on_line_;
+    std::function<void(const std::string& line)> on_error_line_;
+    std::function<void()> on_drained_;
     const bool keep_output_;
     const std::chrono::milliseconds read_interval_;
     std::mutex output_mutex_;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -42,19 +41,6 @@ class EventList {
         if (!added_.wait_for(lock, timeout, find)) return std::nullopt;
         found->taken = true;
         return found->event;
-    }
-
-    // Changes the latest matching event, taken or not, and wakes the waiters; false when none.
-    bool UpdateLast(const Predicate& matches, const std::function<void(T&)>& update) {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            auto it = std::find_if(events_.rbegin(), events_.rend(),
-                                   [&](const Entry& entry) { return matches(entry.event); });
-            if (it == events_.rend()) return false;
-            update(it->event);
-        }
-        added_.notify_all();
-        return true;
     }
 
     // Waits for a matching event, taken or not, without taking it.
@@ -105,6 +91,16 @@ class EventList {
     size_t size() const {
         std::lock_guard<std::mutex> lock(mutex_);
         return events_.size();
+    }
+
+    // The events that nobody took, in order.
+    std::vector<T> Untaken() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::vector<T> untaken;
+        for (const Entry& entry : events_) {
+            if (!entry.taken) untaken.push_back(entry.event);
+        }
+        return untaken;
     }
 
     std::vector<T> All() const {

@@ -27,9 +27,10 @@ bool LogLine::operator==(const LogLine& other) const {
 std::ostream& operator<<(std::ostream& out, const LogLine& line) { return out << line.ToString(); }
 
 std::optional<LogLine> ParseLogLine(const std::string& line) {
-    // Tag, priority letter, date, time, pid, tid, then the text as the caller formatted it.
+    // Tag, priority letter, date, time, pid, tid, then the text as the caller formatted it, any
+    // bytes at all: `.` would stop at a carriage return.
     static const std::regex kFormat(
-        R"(^(\S+) ([VDIWEF]) \d\d-\d\d \d\d:\d\d:\d\d +(\d+) +(\d+) (.*)$)");
+        R"(^(\S+) ([VDIWEF]) \d\d-\d\d \d\d:\d\d:\d\d +(\d+) +(\d+) ([\s\S]*)$)");
     std::smatch match;
     if (!std::regex_match(line, match, kFormat)) return std::nullopt;
     LogLine parsed;
@@ -41,6 +42,24 @@ std::optional<LogLine> ParseLogLine(const std::string& line) {
     }
     parsed.text = match[5];
     return parsed;
+}
+
+void LogLineJoiner::Start(LogLine line) {
+    Flush();
+    held_ = std::move(line);
+}
+
+bool LogLineJoiner::Continue(const std::string& line) {
+    if (!held_) return false;
+    held_->text += "\n" + line;
+    return true;
+}
+
+void LogLineJoiner::Flush() {
+    if (!held_) return;
+    LogLine line = std::move(*held_);
+    held_.reset();
+    sink_(std::move(line));
 }
 
 }  // namespace tarvo_emu

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -28,7 +29,26 @@ struct LogLine {
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line);
 
+// A line that starts with liblog's header; nothing for any other line.
 std::optional<LogLine> ParseLogLine(const std::string& line);
+
+// Puts a process's log lines back together. liblog prints a text that holds line feeds as it
+// stands, after one header, in one write: the lines without a header that follow a log line in
+// the same write are the rest of its text. A log line is held until the next one starts or the
+// reader has taken everything printed so far, and then handed to the sink whole.
+class LogLineJoiner {
+  public:
+    explicit LogLineJoiner(std::function<void(LogLine)> sink) : sink_(std::move(sink)) {}
+
+    void Start(LogLine line);
+    // Appends a line without a header to the held log line; false when none is held.
+    bool Continue(const std::string& line);
+    void Flush();
+
+  private:
+    std::function<void(LogLine)> sink_;
+    std::optional<LogLine> held_;
+};
 char PriorityLetter(int priority);
 
 }  // namespace tarvo_emu

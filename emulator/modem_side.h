@@ -66,6 +66,8 @@ class ModemSide {
     // The first message the daemon writes from now on, if one comes within `timeout`.
     std::optional<tarvo_message::TarvoMessage> NextNew(std::chrono::milliseconds timeout);
     std::vector<tarvo_message::TarvoMessage> received() const { return received_.All(); }
+    // The daemon's messages that no Await took.
+    std::vector<tarvo_message::TarvoMessage> untaken() const { return received_.Untaken(); }
     const EventList<tarvo_message::TarvoMessage>& received_events() const { return received_; }
 
     void SetAutoReply(int payload_case, AutoReply rule);

@@ -27,7 +27,10 @@ bool EnterPrivateMountNamespace() {
     return mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr) == 0;
 }
 
-Rig::Rig(RigOptions options) : options_(std::move(options)), transcript_(options_.transcript) {}
+Rig::Rig(RigOptions options)
+    : options_(std::move(options)),
+      transcript_(options_.transcript, options_.full_transcript),
+      daemon_lines_([this](LogLine line) { OnLogLine(std::move(line), true); }) {}
 
 Rig::~Rig() {
     daemon_.reset();
@@ -113,7 +116,10 @@ Result<void> Rig::StartDaemon() {
     transcript_.Note("start tarvo -s");
     Result<std::unique_ptr<ChildProcess>> daemon = ChildProcess::Start(
         sandbox_->Command({TarvoBinary(), "-s"}),
-        {.on_line = [this](const std::string& line) { OnOutputLine(line, true); },
+        {.on_line = [this](const std::string& line) { OnOutputLine(line, nullptr); },
+         .on_error_line = [this](const std::string& line) { OnOutputLine(line, &daemon_lines_); },
+         .on_drained = [this] { daemon_lines_.Flush(); },
+         .separate_stderr = true,
          .keep_output = options_.keep_logs,
          // Nobody waits for a line: take them in bulk, and leave the daemon the processor.
          .read_interval =
@@ -195,32 +201,36 @@ bool Rig::KeepReportLine(const std::string& line) {
     return true;
 }
 
-void Rig::OnOutputLine(const std::string& line, bool from_daemon) {
+void Rig::OnOutputLine(const std::string& line, LogLineJoiner* joiner) {
     // Once the daemon's pid is known, a line that is neither kept nor shown is looked at only
     // for a sanitizer report.
     if (!options_.keep_logs && !transcript_.enabled() && daemon_pid_ != 0) {
         KeepReportLine(line);
         return;
     }
-    std::optional<LogLine> parsed = ParseLogLine(line);
-    if (!parsed) {
-        if (KeepReportLine(line)) {
-            transcript_.Output(line);
-            return;
-        }
+    // liblog writes to stderr; what a process prints on stdout is never part of a log line.
+    if (joiner == nullptr) {
+        KeepReportLine(line);
         transcript_.Output(line);
-        // liblog prints a text that holds a line break as it stands: what follows the break
-        // belongs to the daemon's latest line.
-        const pid_t pid = daemon_pid_;
-        if (from_daemon && pid != 0) {
-            logs_.UpdateLast([pid](const LogLine& last) { return last.pid == pid; },
-                             [&line](LogLine& last) { last.text += "\n" + line; });
-        }
         return;
     }
-    if (from_daemon && daemon_pid_ == 0) daemon_pid_ = parsed->pid;
-    transcript_.Log(*parsed);
-    if (options_.keep_logs) logs_.Add(std::move(*parsed));
+    std::optional<LogLine> parsed = ParseLogLine(line);
+    if (parsed) {
+        joiner->Start(std::move(*parsed));
+        return;
+    }
+    if (KeepReportLine(line)) {
+        joiner->Flush();
+        transcript_.Output(line);
+        return;
+    }
+    if (!joiner->Continue(line)) transcript_.Output(line);
+}
+
+void Rig::OnLogLine(LogLine line, bool from_daemon) {
+    if (from_daemon && daemon_pid_ == 0) daemon_pid_ = line.pid;
+    transcript_.Log(line);
+    if (options_.keep_logs) logs_.Add(std::move(line));
 }
 
 void Rig::SetModemState(int state) {
@@ -260,9 +270,14 @@ size_t Rig::CountLog(int priority, const std::string& text, const std::string& t
 }
 
 ProcessResult Rig::Run(const std::vector<std::string>& command, std::chrono::milliseconds timeout) {
-    return RunProcess(sandbox_->Command(command),
-                      {.on_line = [this](const std::string& line) { OnOutputLine(line, false); }},
-                      timeout);
+    LogLineJoiner lines([this](LogLine line) { OnLogLine(std::move(line), false); });
+    return RunProcess(
+        sandbox_->Command(command),
+        {.on_line = [this](const std::string& line) { OnOutputLine(line, nullptr); },
+         .on_error_line = [this, &lines](const std::string& line) { OnOutputLine(line, &lines); },
+         .on_drained = [&lines] { lines.Flush(); },
+         .separate_stderr = true},
+        timeout);
 }
 
 ProcessResult Rig::RunClient(const std::vector<std::string>& args,

@@ -65,8 +65,10 @@ struct RigOptions {
     // The modem's part in the throughput test.
     TputSettings tput = {};
     bool start_daemon = true;
-    // Where the transcript goes; null for none.
+    // Where the transcript goes, long payloads shortened; null for none.
     std::ostream* transcript = nullptr;
+    // Where the whole transcript goes, every payload in full; null for none.
+    std::ostream* full_transcript = nullptr;
     // When not 0, /data is a tmpfs of this many KiB.
     uint32_t data_size_limit_kib = 0;
     // When not 0, /mnt is a tmpfs of this many KiB.
@@ -175,7 +177,10 @@ class Rig {
     Transcript& transcript() { return transcript_; }
 
   private:
-    void OnOutputLine(const std::string& line, bool from_daemon);
+    // A line that a process in the sandbox printed: on stderr, where `joiner` puts a log line's
+    // lines together, or on stdout (null `joiner`).
+    void OnOutputLine(const std::string& line, LogLineJoiner* joiner);
+    void OnLogLine(LogLine line, bool from_daemon);
     android::base::Result<void> SetUpRil();
     // Keeps the report a line starts or continues; false for any other line.
     bool KeepReportLine(const std::string& line);
@@ -185,6 +190,8 @@ class Rig {
     RigOptions options_;
     Transcript transcript_;
     EventList<LogLine> logs_;
+    // The daemon's log lines, put back together on its reading thread.
+    LogLineJoiner daemon_lines_;
     std::atomic<pid_t> daemon_pid_{0};
     std::unique_ptr<Sandbox> sandbox_;
     std::unique_ptr<ModemEmulator> emulator_;

@@ -13,6 +13,7 @@
 #include <google/protobuf/util/message_differencer.h>
 
 #include <android-base/file.h>
+#include <android-base/parseint.h>
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 
@@ -31,6 +32,9 @@ using tarvo_scenario::Step;
 namespace tarvo_emu {
 
 namespace {
+
+// Where the server writes its pid for the clients.
+constexpr char kPidFile[] = "/data/vendor/radio/tarvo_pid";
 
 // `content` once, or repeated (zeros when empty) up to exactly `size` bytes.
 std::string SeedContent(const tarvo_scenario::SeedFile& file) {
@@ -70,12 +74,13 @@ std::string FirstDifference(const std::string& actual, const std::string& expect
     const auto [at, _] =
         std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
     const size_t offset = at - actual.begin();
-    if (offset >= actual.size()) return StringPrintf("the first %zu bytes are right", offset);
-    if (offset >= expected.size())
-        return StringPrintf("%zu bytes more than expected", actual.size() - expected.size());
-    return StringPrintf("first difference at byte %zu: 0x%02x, not 0x%02x", offset,
-                        static_cast<unsigned char>(actual[offset]),
-                        static_cast<unsigned char>(expected[offset]));
+    if (offset < actual.size() && offset < expected.size()) {
+        return StringPrintf("byte %zu is 0x%02x, not 0x%02x", offset,
+                            static_cast<unsigned char>(actual[offset]),
+                            static_cast<unsigned char>(expected[offset]));
+    }
+    return StringPrintf("%zu bytes, not %zu, alike up to the shorter's end", actual.size(),
+                        expected.size());
 }
 
 // The innermost message set in `message`: the request or indication that its payload holds.
@@ -122,6 +127,97 @@ Usage UsageOf(pid_t pid) {
     return usage;
 }
 
+// How many of the nearest candidates a failure shows.
+constexpr size_t kNearestShown = 3;
+// Longer lines of a difference report are cut: a 64 KiB data field is not read whole.
+constexpr size_t kLongestReportLine = 300;
+// Texts longer than this are compared by their start only.
+constexpr size_t kLongestCompared = 512;
+// Log lines looked at for the nearest: the latest ones.
+constexpr size_t kLogLinesCompared = 2000;
+// Bytes of a file shown when an expectation on it failed.
+constexpr size_t kFileBytesShown = 256;
+
+// Each line of `report` indented, long lines cut.
+std::string Indented(const std::string& report, const std::string& indent) {
+    std::string indented;
+    for (std::string line : android::base::Split(report, "\n")) {
+        if (line.empty()) continue;
+        if (line.size() > kLongestReportLine) line = line.substr(0, kLongestReportLine) + "...";
+        indented += "\n" + indent + line;
+    }
+    return indented;
+}
+
+// Field by field, how `actual` differs from what `expected` sets; the payloads compared whole
+// when `exact_payload`.
+std::string DifferenceReport(const tarvo_message::TarvoMessage& expected,
+                             const tarvo_message::TarvoMessage& actual, bool exact_payload) {
+    using google::protobuf::util::MessageDifferencer;
+    std::string report;
+    if (!exact_payload) {
+        MessageDifferencer differencer;
+        differencer.set_scope(MessageDifferencer::PARTIAL);
+        differencer.ReportDifferencesToString(&report);
+        differencer.Compare(expected, actual);
+        return report;
+    }
+    tarvo_message::TarvoMessage expected_header = expected;
+    tarvo_message::TarvoMessage actual_header = actual;
+    expected_header.clear_payload();
+    actual_header.clear_payload();
+    MessageDifferencer header;
+    header.set_scope(MessageDifferencer::PARTIAL);
+    header.ReportDifferencesToString(&report);
+    header.Compare(expected_header, actual_header);
+    tarvo_message::TarvoMessage expected_payload = expected;
+    tarvo_message::TarvoMessage actual_payload = actual;
+    for (tarvo_message::TarvoMessage* message : {&expected_payload, &actual_payload}) {
+        message->clear_type();
+        message->clear_message_id();
+        message->clear_token();
+        message->clear_result();
+    }
+    std::string payload_report;
+    MessageDifferencer payload;
+    payload.ReportDifferencesToString(&payload_report);
+    payload.Compare(expected_payload, actual_payload);
+    return report + payload_report;
+}
+
+// Bytes to change to turn one text into the other (Levenshtein), over their first bytes.
+size_t EditDistance(const std::string& a_text, const std::string& b_text) {
+    const std::string_view a = std::string_view(a_text).substr(0, kLongestCompared);
+    const std::string_view b = std::string_view(b_text).substr(0, kLongestCompared);
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const size_t above = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
+            diagonal = above;
+        }
+    }
+    return row[b.size()];
+}
+
+std::string PriorityName(int priority) {
+    return tarvo_scenario::Priority_IsValid(priority)
+               ? tarvo_scenario::Priority_Name(static_cast<tarvo_scenario::Priority>(priority))
+               : std::to_string(priority);
+}
+
+// A file's size, mode and first bytes, for a failed expectation on it.
+std::string Holdings(const std::string& content, std::optional<mode_t> mode) {
+    std::string shown = google::protobuf::CEscape(content.substr(0, kFileBytesShown));
+    if (content.size() > kFileBytesShown) shown += "...";
+    return StringPrintf("the file holds %zu bytes, mode 0%o: \"", content.size(),
+                        mode.value_or(0)) +
+           shown + "\"";
+}
+
 // An ECMAScript regular expression; an unusable one is an error, not an exception.
 Result<std::regex> Compiled(const std::string& regex) {
     try {
@@ -144,7 +240,8 @@ bool PayloadsEqual(const tarvo_message::TarvoMessage& a, const tarvo_message::Ta
     return google::protobuf::util::MessageDifferencer::Equals(payload_a, payload_b);
 }
 
-RigOptions OptionsOf(const tarvo_scenario::Scenario& scenario, std::ostream* transcript) {
+RigOptions OptionsOf(const tarvo_scenario::Scenario& scenario, std::ostream* transcript,
+                     std::ostream* full_transcript) {
     RigOptions options;
     options.initial_state = scenario.initial_state();
     for (const tarvo_scenario::SeedFile& file : scenario.file()) {
@@ -170,6 +267,7 @@ RigOptions OptionsOf(const tarvo_scenario::Scenario& scenario, std::ostream* tra
     options.data_size_limit_kib = scenario.data_size_limit_kib();
     options.read_only.assign(scenario.read_only().begin(), scenario.read_only().end());
     options.transcript = transcript;
+    options.full_transcript = full_transcript;
     return options;
 }
 
@@ -199,20 +297,24 @@ std::string Quoted(const std::string& bytes) {
 
 class StepPlayer {
   public:
-    explicit StepPlayer(Rig* rig) : rig_(rig) {}
+    StepPlayer(Rig* rig, const ScenarioOrigin* origin) : rig_(rig), origin_(origin) {}
 
-    // Plays the steps in order; the first failure, naming its step, or empty when all held.
+    // Plays the steps in order; the first failure, naming its file, line and step, or empty when
+    // all held. `places` are the steps' places in the file, when known.
     std::string PlayAll(const google::protobuf::RepeatedPtrField<Step>& steps,
-                        const std::string& label) {
+                        const std::string& label, const std::vector<StepPlace>* places) {
         for (int i = 0; i < steps.size(); ++i) {
-            const std::string why = PlayNamed(steps[i], label + StringPrintf("step %d", i));
+            const StepPlace* place =
+                places != nullptr && i < static_cast<int>(places->size()) ? &(*places)[i] : nullptr;
+            const std::string why = PlayNamed(steps[i], label + StringPrintf("step %d", i), place);
             if (!why.empty()) return why;
         }
         return {};
     }
 
-    // Plays a step shown in the transcript as `name`; why it failed, naming it, or empty.
-    std::string PlayNamed(const Step& step, const std::string& name) {
+    // Plays a step shown in the transcript as `name`; why it failed, naming it (with its file
+    // and line when its `place` is known), or empty.
+    std::string PlayNamed(const Step& step, const std::string& name, const StepPlace* place) {
         if (!step.note().empty()) rig_->transcript().Note("# " + step.note());
         if (step.action_case() == Step::ACTION_NOT_SET) return {};
         Step shown = step;
@@ -221,14 +323,20 @@ class StepPlayer {
                                      ? StringPrintf("repeat %u times", step.repeat().times())
                                      : ShortText(shown);
         rig_->transcript().Note(name + ": " + text);
-        const std::string why = Play(step);
+        const std::string why = Play(step, name, place);
         if (why.empty()) return {};
         // A failure inside a repeat names its own step.
-        if (step.has_repeat()) return name + ", " + why;
-        return name + " (" + text + ") failed: " + why;
+        if (step.has_repeat()) return why;
+        std::string where;
+        if (origin_ != nullptr && place != nullptr) {
+            where = StringPrintf("%s:%d: ", origin_->path.c_str(), place->line);
+        }
+        return where + name + " (" + text + ") failed: " + why;
     }
 
-    std::string Play(const Step& step) {
+    // `name` and `place` are the step's, for the steps of a repeat.
+    std::string Play(const Step& step, const std::string& name = {},
+                     const StepPlace* place = nullptr) {
         switch (step.action_case()) {
             case Step::kModemState:
                 rig_->SetModemState(step.modem_state());
@@ -275,7 +383,7 @@ class StepPlayer {
             case Step::kExpectUplink:
                 return ExpectUplinkCounters(step.expect_uplink());
             case Step::kRepeat:
-                return Repeat(step.repeat());
+                return Repeat(step.repeat(), name, place);
             case Step::kMark:
                 return Mark(step.mark());
             case Step::kExpectUsage:
@@ -323,7 +431,71 @@ class StepPlayer {
             return {};
         }
         return StringPrintf("no such message from the daemon within %lld ms",
-                            static_cast<long long>(timeout.count()));
+                            static_cast<long long>(timeout.count())) +
+               NearestMessages(expect.message(), expect.exact_payload());
+    }
+
+    // The daemon's messages that no step took, nearest first, each with how it differs.
+    std::string NearestMessages(const tarvo_message::TarvoMessage& expected, bool exact_payload) {
+        const std::vector<tarvo_message::TarvoMessage> untaken = rig_->modem().untaken();
+        if (untaken.empty()) return "; every message of the daemon was taken by an earlier step";
+        std::vector<std::pair<size_t, std::string>> nearest;
+        for (const tarvo_message::TarvoMessage& message : untaken) {
+            const std::string report = DifferenceReport(expected, message, exact_payload);
+            nearest.emplace_back(std::count(report.begin(), report.end(), '\n'),
+                                 "\n  { " + ShortText(message) + " }" + Indented(report, "    "));
+        }
+        std::stable_sort(nearest.begin(), nearest.end(),
+                         [](const auto& a, const auto& b) { return a.first < b.first; });
+        std::string shown =
+            StringPrintf("; nearest of the %zu messages that no step took:", untaken.size());
+        for (size_t i = 0; i < std::min(kNearestShown, nearest.size()); ++i) {
+            shown += nearest[i].second;
+        }
+        return shown;
+    }
+
+    // The log lines that no step took, nearest by tag, priority and text first.
+    std::string NearestLogLines(int priority, const std::string& tag, const std::string& text) {
+        std::vector<LogLine> untaken = rig_->log_events().Untaken();
+        if (untaken.empty()) return "; every log line was taken by an earlier step";
+        const size_t count = untaken.size();
+        if (untaken.size() > kLogLinesCompared) {
+            untaken.erase(untaken.begin(), untaken.end() - kLogLinesCompared);
+        }
+        // Another tag or priority counts as a few bytes of text more.
+        constexpr size_t kOtherTag = 8;
+        constexpr size_t kOtherPriority = 4;
+        std::vector<std::pair<size_t, const LogLine*>> nearest;
+        for (const LogLine& line : untaken) {
+            size_t distance = EditDistance(text, line.text);
+            if (line.tag != tag) distance += kOtherTag;
+            if (priority != 0 && line.priority != priority) distance += kOtherPriority;
+            nearest.emplace_back(distance, &line);
+        }
+        std::stable_sort(nearest.begin(), nearest.end(),
+                         [](const auto& a, const auto& b) { return a.first < b.first; });
+        std::string shown =
+            StringPrintf("; nearest of the %zu log lines that no step took:", count);
+        for (size_t i = 0; i < std::min(kNearestShown, nearest.size()); ++i) {
+            const LogLine& line = *nearest[i].second;
+            shown += "\n  " + std::string(1, PriorityLetter(line.priority)) + " " + line.tag +
+                     ": " + PrintableText(line.text);
+            std::vector<std::string> differences;
+            if (line.tag != tag) differences.push_back("tag " + line.tag + ", not " + tag);
+            if (priority != 0 && line.priority != priority) {
+                differences.push_back("priority " + PriorityName(line.priority) + ", not " +
+                                      PriorityName(priority));
+            }
+            if (line.text != text) {
+                const auto [at, _] =
+                    std::mismatch(line.text.begin(), line.text.end(), text.begin(), text.end());
+                differences.push_back(StringPrintf("text differs from byte %zu",
+                                                   static_cast<size_t>(at - line.text.begin())));
+            }
+            shown += "\n    " + android::base::Join(differences, "; ");
+        }
+        return shown;
     }
 
     std::string ExpectSilence(uint32_t ms) {
@@ -363,7 +535,9 @@ class StepPlayer {
         }
         if (logs.Take(matches, timeout, first)) return {};
         return StringPrintf("no such log line within %lld ms",
-                            static_cast<long long>(timeout.count()));
+                            static_cast<long long>(timeout.count())) +
+               NearestLogLines(expect.priority(), tag,
+                               expect.has_text_regex() ? expect.text_regex() : expect.text());
     }
 
     std::string ExpectNoLogLine(const ExpectNoLog& expect) {
@@ -402,29 +576,33 @@ class StepPlayer {
 
     std::string CheckFile(const ExpectFile& expect) {
         const std::optional<std::string> content = rig_->ReadFile(expect.path());
-        if (expect.absent()) return content ? "the file exists" : "";
-        if (!content) return "no such file";
-        if (expect.has_content() && *content != expect.content()) {
-            return "content is " + Quoted(*content);
+        if (!content) return expect.absent() ? "" : "no such file";
+        const std::optional<mode_t> mode = rig_->FileMode(expect.path());
+        const std::string why = WhyFileDiffers(expect, *content, mode);
+        return why.empty() ? why : why + "; " + Holdings(*content, mode);
+    }
+
+    static std::string WhyFileDiffers(const ExpectFile& expect, const std::string& content,
+                                      std::optional<mode_t> mode) {
+        if (expect.absent()) return "the file exists";
+        if (expect.has_content() && content != expect.content()) {
+            return "content differs: " + FirstDifference(content, expect.content());
         }
         if (expect.has_content_regex()) {
             Result<std::regex> regex = Compiled(expect.content_regex());
             if (!regex.ok()) return regex.error().message();
-            if (!std::regex_match(*content, *regex)) return "content is " + Quoted(*content);
+            if (!std::regex_match(content, *regex)) return "content does not match";
         }
-        if (expect.has_generated_content() &&
-            *content != GeneratedBytes(expect.generated_content())) {
-            return StringPrintf("content differs from the generated %llu bytes: %zu bytes, ",
-                                static_cast<unsigned long long>(expect.generated_content().size()),
-                                content->size()) +
-                   FirstDifference(*content, GeneratedBytes(expect.generated_content()));
+        if (expect.has_generated_content()) {
+            const std::string generated = GeneratedBytes(expect.generated_content());
+            if (content != generated) {
+                return "content differs from the generated bytes: " +
+                       FirstDifference(content, generated);
+            }
         }
-        if (expect.has_size() && content->size() != expect.size()) {
-            return StringPrintf("size is %zu", content->size());
-        }
-        const std::optional<mode_t> mode = rig_->FileMode(expect.path());
+        if (expect.has_size() && content.size() != expect.size()) return "size differs";
         if (expect.has_mode() && mode != expect.mode()) {
-            return StringPrintf("mode is 0%o", mode.value_or(0));
+            return StringPrintf("mode is 0%o, not 0%o", mode.value_or(0), expect.mode());
         }
         return {};
     }
@@ -501,6 +679,7 @@ class StepPlayer {
         for (const std::string& arg : android::base::Split(args, " ")) {
             if (!arg.empty()) argv.push_back(arg);
         }
+        AwaitServerPid();
         const ProcessResult result = rig_->RunClient(argv);
         if (result.timed_out) return "the client did not end within 10 s";
         if (result.status != exit_status) {
@@ -509,9 +688,11 @@ class StepPlayer {
         return {};
     }
 
-    std::string Repeat(const tarvo_scenario::Repeat& repeat) {
+    std::string Repeat(const tarvo_scenario::Repeat& repeat, const std::string& name,
+                       const StepPlace* place) {
         for (uint32_t round = 1; round <= repeat.times(); ++round) {
-            std::string why = PlayAll(repeat.step(), StringPrintf("round %u, ", round));
+            std::string why = PlayAll(repeat.step(), name + StringPrintf(", round %u, ", round),
+                                      place != nullptr ? &place->steps : nullptr);
             if (!why.empty()) return why;
         }
         return {};
@@ -641,6 +822,20 @@ class StepPlayer {
         return {};
     }
 
+    // A client finds the server by its pid file, which the server writes only once it has
+    // started: the client is run once the file holds a pid, or when the step's time is up, as on
+    // a device whose server never wrote it.
+    void AwaitServerPid() {
+        const auto deadline = std::chrono::steady_clock::now() + kDefaultStepTimeout;
+        while (std::chrono::steady_clock::now() < deadline) {
+            const std::optional<std::string> content = rig_->ReadFile(kPidFile);
+            int pid = 0;
+            if (content && android::base::ParseInt(*content, &pid) && pid > 0) return;
+            std::this_thread::sleep_for(milliseconds(10));
+        }
+        rig_->transcript().Note(std::string("no pid in ") + kPidFile + ": the client runs anyway");
+    }
+
     // The daemon's pid, known from its first log line; 0 when none came within the step time.
     pid_t AwaitDaemonPid() {
         const auto deadline = std::chrono::steady_clock::now() + kDefaultStepTimeout;
@@ -651,25 +846,36 @@ class StepPlayer {
     }
 
     Rig* rig_;
+    const ScenarioOrigin* origin_;
     std::map<std::string, Usage> marks_;
     size_t thermal_writes_seen_ = 0;
 };
 
-ScenarioSession::ScenarioSession(const Scenario& setup, std::ostream* transcript)
-    : rig_(OptionsOf(setup, transcript)), player_(std::make_unique<StepPlayer>(&rig_)) {}
+ScenarioSession::ScenarioSession(const Scenario& setup, std::ostream* transcript,
+                                 const ScenarioOrigin* origin, std::ostream* full_transcript)
+    : rig_(OptionsOf(setup, transcript, full_transcript)),
+      player_(std::make_unique<StepPlayer>(&rig_, origin)),
+      origin_(origin) {}
+
+std::string ScenarioSession::Source() const {
+    return origin_ != nullptr ? origin_->path + ": " : "";
+}
 
 ScenarioSession::~ScenarioSession() = default;
 
 Result<void> ScenarioSession::Start() {
     if (Result<void> started = rig_.Start(); !started.ok()) {
-        return Error() << "the rig did not start: " << started.error();
+        return Error() << Source() << "the rig did not start: " << started.error();
     }
     return {};
 }
 
 Result<void> ScenarioSession::Play(const Step& step, int index) {
     if (recorder_ != nullptr) recorder_->BeforeStep(step, rig_);
-    const std::string why = player_->PlayNamed(step, StringPrintf("step %d", index));
+    const StepPlace* place = origin_ != nullptr && index < static_cast<int>(origin_->steps.size())
+                                 ? &origin_->steps[index]
+                                 : nullptr;
+    const std::string why = player_->PlayNamed(step, StringPrintf("step %d", index), place);
     if (why.empty()) return {};
     if (recorder_ != nullptr) recorder_->StepFailed();
     Result<void> health = rig_.CheckHealth();
@@ -677,8 +883,9 @@ Result<void> ScenarioSession::Play(const Step& step, int index) {
 }
 
 Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript,
-                          const std::string& record) {
-    ScenarioSession session(scenario, transcript);
+                          const std::string& record, const ScenarioOrigin* origin,
+                          std::ostream* full_transcript) {
+    ScenarioSession session(scenario, transcript, origin, full_transcript);
     if (Result<void> started = session.Start(); !started.ok()) return started.error();
     ScenarioRecorder recorder(scenario);
     if (!record.empty()) session.Record(&recorder);
@@ -686,7 +893,11 @@ Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript,
     for (int i = 0; i < scenario.step_size() && played.ok(); ++i) {
         played = session.Play(scenario.step(i), i);
     }
-    if (played.ok()) played = session.rig().CheckHealth();
+    if (played.ok()) {
+        if (Result<void> health = session.rig().CheckHealth(); !health.ok()) {
+            played = Error() << session.Source() << health.error();
+        }
+    }
     if (!record.empty()) {
         if (Result<void> written = recorder.Write(record, session.rig()); !written.ok()) {
             return written.error();

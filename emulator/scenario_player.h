@@ -22,26 +22,37 @@ class StepPlayer;
 
 class ScenarioSession {
   public:
-    ScenarioSession(const tarvo_scenario::Scenario& setup, std::ostream* transcript);
+    // `origin`, when given, names the file and lines of the steps played by index.
+    ScenarioSession(const tarvo_scenario::Scenario& setup, std::ostream* transcript,
+                    const ScenarioOrigin* origin = nullptr,
+                    std::ostream* full_transcript = nullptr);
     ~ScenarioSession();
 
     android::base::Result<void> Start();
-    // Plays one step. The error names it (index from 0 and text form) and says why it failed.
+    // Plays one step. The error names it (file and line when known, index from 0 and text form)
+    // and says why it failed.
     android::base::Result<void> Play(const tarvo_scenario::Step& step, int index);
     // Every step played from now on goes to `recorder` too.
     void Record(ScenarioRecorder* recorder) { recorder_ = recorder; }
     Rig& rig() { return rig_; }
+    // "FILE: " when the origin is known, for failures that belong to no step.
+    std::string Source() const;
 
   private:
     Rig rig_;
     std::unique_ptr<StepPlayer> player_;
+    const ScenarioOrigin* origin_;
     ScenarioRecorder* recorder_ = nullptr;
 };
 
 // Plays a scenario on a fresh rig. Succeeds when every expectation held; otherwise the error
-// names the step (index from 0 and text form) and why it failed. With a `record` path, the
-// session is written there as a scenario, failed or not.
+// names the step (its file and line when `origin` is given, its index from 0 and text form), why
+// it failed and what came nearest to what it expected. With a `record` path, the session is
+// written there as a scenario, failed or not. `transcript` shows long payloads shortened;
+// `full_transcript`, when given, gets the whole transcript.
 android::base::Result<void> PlayScenario(const tarvo_scenario::Scenario& scenario,
-                                         std::ostream* transcript, const std::string& record = {});
+                                         std::ostream* transcript, const std::string& record = {},
+                                         const ScenarioOrigin* origin = nullptr,
+                                         std::ostream* full_transcript = nullptr);
 
 }  // namespace tarvo_emu

@@ -169,7 +169,7 @@ std::string ScenarioRecorder::Text(Rig& rig) const {
 
     std::string recorded;
     const auto add = [&recorded](const Step& step, const char* prefix) {
-        recorded += prefix + ("step { " + ShortText(step) + " }\n");
+        recorded += prefix + ("step { " + FullText(step) + " }\n");
     };
     std::vector<Mark> marks = {{0, 0, 0, start_}};
     marks.insert(marks.end(), marks_.begin(), marks_.end());

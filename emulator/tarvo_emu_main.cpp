@@ -2,8 +2,11 @@
 // what each command does.
 
 #include <stdio.h>
+#include <string.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <fstream>
 #include <iostream>
 #include <map>
 #include <string>
@@ -34,15 +37,18 @@ constexpr char kExitStatuses[] =
 const std::map<std::string, std::string>& HelpTexts() {
     static const auto* const kHelp = new std::map<std::string, std::string>{
         {"run",
-         "usage: tarvo-emu run FILE [--quiet] [--record OUT]\n"
+         "usage: tarvo-emu run FILE [--quiet] [--record OUT] [--transcript OUT]\n"
          "\n"
          "Plays a scenario (protobuf text format, schema emulator/scenario.proto) against the\n"
          "daemon `tarvo -s` in a sandbox with the emulated modem, and prints the transcript:\n"
-         "every message both ways, RIL requests and answers, log lines, steps.\n"
+         "every message both ways, RIL requests and answers, log lines, steps; payloads of more\n"
+         "than 300 bytes shown by their start and size. A failure names the step's file and\n"
+         "line, and shows what came nearest to what the step expected.\n"
          "\n"
-         "  --quiet       print only a failure\n"
-         "  --record OUT  write the session to OUT as a scenario: the setup, the steps, and\n"
-         "                after each step what the daemon did that no step expected\n"},
+         "  --quiet           print only a failure\n"
+         "  --transcript OUT  write the whole transcript to OUT, every payload in full\n"
+         "  --record OUT      write the session to OUT as a scenario: the setup, the steps,\n"
+         "                    and after each step what the daemon did that no step expected\n"},
         {"console",
          "usage: tarvo-emu console [FILE] [--record OUT]\n"
          "\n"
@@ -116,6 +122,7 @@ const std::string* ValueOf(const std::vector<std::string>& args, size_t* i) {
 int Run(const std::vector<std::string>& args) {
     std::string file;
     std::string record;
+    std::string transcript_file;
     bool quiet = false;
     for (size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "--quiet") {
@@ -124,6 +131,10 @@ int Run(const std::vector<std::string>& args) {
             const std::string* value = ValueOf(args, &i);
             if (value == nullptr) return UsageError("run", "--record needs a file");
             record = *value;
+        } else if (args[i] == "--transcript") {
+            const std::string* value = ValueOf(args, &i);
+            if (value == nullptr) return UsageError("run", "--transcript needs a file");
+            transcript_file = *value;
         } else if (args[i].rfind("--", 0) == 0) {
             return UsageError("run", "unknown option " + args[i]);
         } else if (!file.empty()) {
@@ -134,15 +145,27 @@ int Run(const std::vector<std::string>& args) {
     }
     if (file.empty()) return UsageError("run", "no scenario file given");
 
-    Result<tarvo_scenario::Scenario> scenario = tarvo_emu::LoadScenario(file);
+    tarvo_emu::ScenarioOrigin origin;
+    Result<tarvo_scenario::Scenario> scenario = tarvo_emu::LoadScenario(file, &origin);
     if (!scenario.ok()) {
         fprintf(stderr, "%s\n", scenario.error().message().c_str());
         return 1;
     }
-    Result<void> played = tarvo_emu::PlayScenario(*scenario, quiet ? nullptr : &std::cout, record);
+    std::ofstream full_transcript;
+    if (!transcript_file.empty()) {
+        full_transcript.open(transcript_file);
+        if (!full_transcript) {
+            fprintf(stderr, "cannot write %s: %s\n", transcript_file.c_str(), strerror(errno));
+            return 1;
+        }
+    }
+    Result<void> played =
+        tarvo_emu::PlayScenario(*scenario, quiet ? nullptr : &std::cout, record, &origin,
+                                transcript_file.empty() ? nullptr : &full_transcript);
     if (!played.ok()) {
         std::cout << std::flush;
-        fprintf(stderr, "FAILED %s: %s\n", file.c_str(), played.error().message().c_str());
+        // The failure names the file itself.
+        fprintf(stderr, "FAILED %s\n", played.error().message().c_str());
         return 1;
     }
     if (!quiet) printf("PASSED %s\n", file.c_str());

@@ -18,10 +18,11 @@ class Transcript {
   public:
     enum class Direction { kToDaemon, kFromDaemon };
 
-    explicit Transcript(std::ostream* out) : out_(out) {}
+    // `out` gets long payloads shortened; `full`, when given, gets everything as it was.
+    explicit Transcript(std::ostream* out, std::ostream* full = nullptr) : out_(out), full_(full) {}
 
     // Whether anything is recorded; callers skip formatting what nobody reads.
-    bool enabled() const { return out_ != nullptr; }
+    bool enabled() const { return out_ != nullptr || full_ != nullptr; }
 
     void Message(Direction direction, const tarvo_message::TarvoMessage& message);
     // A request through the RIL client library, or the RIL's answer.
@@ -35,13 +36,22 @@ class Transcript {
 
   private:
     void Print(const std::string& label, const std::string& text);
+    void Print(const std::string& label, const std::string& text, const std::string& full_text);
 
     std::ostream* out_;
+    std::ostream* full_;
     std::mutex mutex_;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-// One-line text format of a message.
+// A log text on one line: line feeds, carriage returns, other control characters and bytes that
+// are not UTF-8 escaped as in C.
+std::string PrintableText(const std::string& text);
+
+// One-line text format of a message: bytes and strings of more than a few hundred bytes shown by
+// their start and size, permission bits in octal.
 std::string ShortText(const google::protobuf::Message& message);
+// The same with every byte: text that parses back.
+std::string FullText(const google::protobuf::Message& message);
 
 }  // namespace tarvo_emu

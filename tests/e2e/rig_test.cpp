@@ -208,16 +208,24 @@ tarvo_scenario::Scenario ParseScenario(const std::string& text) {
     return scenario;
 }
 
-TEST(ScenarioPlayerTest, NamesTheStepThatFailed) {
+TEST(ScenarioPlayerTest, NamesTheStepThatFailedAndWhatCameNearest) {
     const auto scenario = ParseScenario(R"(
-        step { expect_log { priority: INFO text: "Start modem state monitoring" } }
-        step { expect_log { priority: ERROR text: "Start modem state monitoring" timeout_ms: 300 } }
+        step { expect_log { priority: INFO text: "IO handler started" } }
+        step { expect_log { priority: ERROR text: "Start modem state monitorin" timeout_ms: 300 } }
     )");
     const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, nullptr);
     ASSERT_FALSE(played.ok());
-    EXPECT_EQ(played.error().message(),
-              "step 1 (expect_log { priority: ERROR text: \"Start modem state monitoring\" "
-              "timeout_ms: 300 }) failed: no such log line within 300 ms");
+    const std::string failure = played.error().message();
+    EXPECT_EQ(failure.rfind("step 1 (expect_log { priority: ERROR text: \"Start modem state "
+                            "monitorin\" timeout_ms: 300 }) failed: no such log line within "
+                            "300 ms; nearest of the ",
+                            0),
+              0u)
+        << failure;
+    EXPECT_NE(failure.find("that no step took:\n  I tarvo: Start modem state monitoring\n    "
+                           "priority INFO, not ERROR; text differs from byte 27"),
+              std::string::npos)
+        << failure;
 }
 
 TEST(ScenarioPlayerTest, ChecksFilesPropertiesAndClients) {
@@ -281,7 +289,8 @@ TEST(ScenarioPlayerTest, RegularExpressionsMatchWholeTextsAndSeedsHaveSizes) {
     )");
     const android::base::Result<void> unmatched = tarvo_emu::PlayScenario(partial, nullptr);
     ASSERT_FALSE(unmatched.ok());
-    EXPECT_NE(unmatched.error().message().find("content is \"abc\""), std::string::npos)
+    EXPECT_NE(unmatched.error().message().find("holds 3 bytes, mode 0664: \"abc\""),
+              std::string::npos)
         << unmatched.error().message();
 }
 
