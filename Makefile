@@ -1,7 +1,8 @@
 # Entry points for a host machine. `make demo` plays the daemon against the emulated modem;
 # `make test` builds everything and runs every test; `make test-sanitize` and `make test-tsan`
 # run the whole suite again on sanitized builds of everything, the daemon in the sandbox included;
-# `make bench` runs the benchmarks; `make fuzz` runs every fuzz target for FUZZ_SECONDS.
+# `make bench` runs the benchmarks; `make fuzz` runs every fuzz target for FUZZ_SECONDS;
+# `make mutants` plants each fault of scripts/mutants.tsv in turn and says which the tests catch.
 BUILD_DIR ?= build
 ASAN_BUILD_DIR ?= build-asan
 TSAN_BUILD_DIR ?= build-tsan
@@ -18,7 +19,7 @@ export UBSAN_OPTIONS ?= halt_on_error=1:print_stacktrace=1
 # until it sleeps), so ThreadSanitizer's signal-unsafe-call check does not apply.
 export TSAN_OPTIONS ?= halt_on_error=1:second_deadlock_stack=1:report_signal_unsafe=0:suppressions=$(CURDIR)/tests/sanitizer/tsan.supp
 
-.PHONY: all deps configure build test test-sanitize test-tsan bench demo tput fuzz format clean
+.PHONY: all deps configure build test test-sanitize test-tsan bench demo tput fuzz mutants format clean
 
 all: build
 
@@ -57,6 +58,12 @@ fuzz: build
 		tests/fuzz/run_fuzz_target.sh $(BUILD_DIR) $$target $(BUILD_DIR)/fuzz/runs/$$target \
 			-max_total_time=$(FUZZ_SECONDS) || status=1; \
 	done; exit $$status
+
+# One fault at a time in a copy of the tree under $(BUILD_DIR)/mutants; the tree itself is never
+# changed. MUTANTS=pattern plays only the faults whose name matches.
+mutants: deps
+	scripts/mutants.py --build-dir $(BUILD_DIR) --jobs $(JOBS) $(if $(MUTANTS),--only '$(MUTANTS)') \
+		--record $(BUILD_DIR)/mutants/results.txt
 
 demo: build
 	$(BUILD_DIR)/tarvo-emu run tests/scenarios/demo.textproto
