@@ -1,5 +1,4 @@
-// Statistics, extended log and userspace log end to end: the order of the start-up requests, the
-// signal path and the reader's independence from the requesters' waits.
+// The diagnostics requests of each start of the modem, in their order, read afresh each time.
 
 #include <algorithm>
 #include <string>
@@ -7,7 +6,6 @@
 
 #include "tarvo_e2e_fixture.h"
 
-using std::chrono::milliseconds;
 using tarvo_emu::LogLine;
 
 namespace {
@@ -64,38 +62,6 @@ TEST_F(ModemDiagnosticsTest, EachStartSendsStatisticsThenUserspaceLogEnables) {
     rig().SetModemState(4);
     EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "Failed to read any GNSS coex configuration file"));
     EXPECT_EQ(Requests(), (std::vector<std::string>{"5 A", "5 B", "8 X", "8 Y", "5 C", "8 Z"}));
-}
-
-TEST_F(ModemDiagnosticsTest, SignalsInQuickSuccessionAreHandledOneAfterTheOther) {
-    ASSERT_NO_FATAL_FAILURE(Start({.initial_state = 4}));
-    ASSERT_TRUE(AwaitPidFile());
-    // The report's answer takes long enough for SIGUSR2 to arrive while SIGUSR1's handler waits.
-    tarvo_emu::AutoReply slow;
-    slow.delay = milliseconds(500);
-    rig().SetAutoReply(tarvo_message::TarvoMessage::kModemStat, slow);
-
-    EXPECT_EQ(rig().RunClient({"-m", "-e"}).status, 0);
-    EXPECT_TRUE(Logs(ANDROID_LOG_INFO, "Got extended log response successful"));
-    EXPECT_EQ(Requests(), (std::vector<std::string>{"5 report", "6"}));
-    const int report_answered = IndexOf("Got modemstat report response successful");
-    ASSERT_GE(report_answered, 0);
-    EXPECT_LT(report_answered, IndexOf("Sending extended log request"));
-}
-
-TEST_F(ModemDiagnosticsTest, ReaderServesTheModemWhileAStatisticsRequestWaits) {
-    ASSERT_NO_FATAL_FAILURE(
-        Start({.initial_state = 4, .files = {{kStatConfig, "A"}}, .start_daemon = false}));
-    tarvo_emu::AutoReply silent;
-    silent.no_reply = true;
-    rig().SetAutoReply(tarvo_message::TarvoMessage::kModemStat, silent);
-    ASSERT_RESULT_OK(rig().StartDaemon());
-    ASSERT_TRUE(rig().AwaitMessage(Text("type: REQUEST modem_stat { enable_request {} }")));
-
-    // The monitor thread now waits up to 3 s; a property read is answered meanwhile.
-    const std::optional<Message> response =
-        Request(Text("message_id: 7 property { read_request { name: 'ro.x' } }"));
-    ASSERT_TRUE(response);
-    EXPECT_EQ(rig().CountLog(ANDROID_LOG_ERROR, "Failed to send request, status:5"), 0u);
 }
 
 }  // namespace
