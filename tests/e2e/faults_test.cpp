@@ -75,23 +75,6 @@ TEST_F(FaultsTest, TheLargestMessageArrivesWholeALongerOneIsDropped) {
     EXPECT_EQ(rig().ReadFile(std::string(kMds) + "next"), "n");
 }
 
-TEST_F(FaultsTest, ATransferSurvivesTheChannelFailingBetweenBlocks) {
-    ASSERT_NO_FATAL_FAILURE(Start({.initial_state = 4}));
-    const std::string content = Content(4);
-    const uint32_t total = content.size();
-    const tarvo_emu::IpcFault faults[] = {tarvo_emu::IpcFault::kEndOfFile,
-                                          tarvo_emu::IpcFault::kReadError,
-                                          tarvo_emu::IpcFault::kHangUp};
-    for (int block = 0; block < 4; ++block) {
-        ASSERT_EQ(Write("f", total, block * 16 * 1024, Piece(content, block)),
-                  tarvo_message::RESULT_SUCCESS)
-            << "block " << block;
-        if (block < 3) rig().InjectFault(faults[block]);
-    }
-    EXPECT_EQ(rig().ReadFile(std::string(kMds) + "f"), content);
-    EXPECT_EQ(rig().emulator().ipc().open_count(), 4u);
-}
-
 TEST_F(FaultsTest, AFullDiskFailsTheTransferAndTheNextOneSucceedsOnceThereIsSpace) {
     ASSERT_NO_FATAL_FAILURE(Start({.initial_state = 4, .data_size_limit_kib = 96}));
     // 64 KiB to stage and 64 KiB more to copy do not fit in 96 KiB: the copy fails part-way.
@@ -125,50 +108,6 @@ TEST_F(FaultsTest, AFullDiskFailsTheTransferAndTheNextOneSucceedsOnceThereIsSpac
     EXPECT_EQ(Write("h", small.size(), 0, Piece(small, 0)), tarvo_message::RESULT_SUCCESS);
     EXPECT_EQ(Write("h", small.size(), 16 * 1024, Piece(small, 1)), tarvo_message::RESULT_SUCCESS);
     EXPECT_EQ(rig().ReadFile(std::string(kMds) + "h"), small);
-}
-
-TEST_F(FaultsTest, AReadOnlyDataPartitionFailsEveryWriteAndNothingElse) {
-    ASSERT_NO_FATAL_FAILURE(Start({.initial_state = 4,
-                                   .files = {{"/data/vendor/radio/mds/old", "kept", 0664}},
-                                   .read_only = {"/data"}}));
-    EXPECT_EQ(Write("f", 4, 0, "abcd"), tarvo_message::RESULT_FAILURE);
-    EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "Failed to open /data/vendor/radio/modem_temp_file/f"));
-
-    std::optional<Message> append =
-        Request(Text("file { append_request { file_name: 'old' file_dir: 1 data: 'x' } }"));
-    ASSERT_TRUE(append);
-    EXPECT_EQ(append->result(), tarvo_message::RESULT_FAILURE);
-    EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "Failed to open /data/vendor/radio/mds/old"));
-
-    // Reads are not writes: they go on working.
-    std::optional<Message> read = Request(
-        Text("file { read_request { file_name: 'old' file_dir: 1 offset: 0 max_data_size: 4 } }"));
-    ASSERT_TRUE(read);
-    EXPECT_EQ(read->result(), tarvo_message::RESULT_SUCCESS);
-    EXPECT_EQ(read->file().read_response().data(), "kept");
-}
-
-TEST_F(FaultsTest, ARestartInTheMiddleOfATransferLosesNothing) {
-    ASSERT_NO_FATAL_FAILURE(Start({.initial_state = 4}));
-    ASSERT_TRUE(Logs(ANDROID_LOG_INFO, "Modem state changed from -1 to 4"));
-    const std::string content = Content(4);
-    const uint32_t total = content.size();
-    for (int block = 0; block < 2; ++block) {
-        ASSERT_EQ(Write("f", total, block * 16 * 1024, Piece(content, block)),
-                  tarvo_message::RESULT_SUCCESS);
-    }
-    ASSERT_RESULT_OK(rig().RestartDaemon());
-    ASSERT_TRUE(Logs(ANDROID_LOG_INFO, "Modem state changed from -1 to 4"));
-
-    // The staging file holds the transfer: the modem resumes from its size.
-    const std::optional<std::string> staged = rig().ReadFile(std::string(kStaging) + "f");
-    ASSERT_TRUE(staged);
-    ASSERT_EQ(staged->size(), 2u * 16 * 1024);
-    for (int block = 2; block < 4; ++block) {
-        ASSERT_EQ(Write("f", total, block * 16 * 1024, Piece(content, block)),
-                  tarvo_message::RESULT_SUCCESS);
-    }
-    EXPECT_EQ(rig().ReadFile(std::string(kMds) + "f"), content);
 }
 
 TEST_F(FaultsTest, ABurstOfReportSignalsIsServedOneAtATime) {
