@@ -25,11 +25,14 @@ class EventList {
         added_.notify_all();
     }
 
-    std::optional<T> Take(const Predicate& matches, std::chrono::milliseconds timeout) {
+    // Events before index `first` are not looked at.
+    std::optional<T> Take(const Predicate& matches, std::chrono::milliseconds timeout,
+                          size_t first = 0) {
         std::unique_lock<std::mutex> lock(mutex_);
         Entry* found = nullptr;
         const auto find = [&] {
-            for (Entry& entry : events_) {
+            for (size_t i = first; i < events_.size(); ++i) {
+                Entry& entry = events_[i];
                 if (entry.taken || !matches(entry.event)) continue;
                 found = &entry;
                 return true;
@@ -65,14 +68,23 @@ class EventList {
         });
     }
 
-    // Waits until at least `count` events match, taken or not.
-    bool WaitForCount(const Predicate& matches, size_t count, std::chrono::milliseconds timeout) {
+    // Waits until at least `count` events from index `first` on match, taken or not.
+    bool WaitForCount(const Predicate& matches, size_t count, std::chrono::milliseconds timeout,
+                      size_t first = 0) {
         std::unique_lock<std::mutex> lock(mutex_);
-        return added_.wait_for(lock, timeout, [&] {
-            size_t seen = 0;
-            for (const Entry& entry : events_) seen += matches(entry.event) ? 1 : 0;
-            return seen >= count;
-        });
+        return added_.wait_for(lock, timeout, [&] { return CountLocked(matches, first) >= count; });
+    }
+
+    // Takes every matching event from index `first` on, taken before or not; returns how many.
+    size_t TakeAll(const Predicate& matches, size_t first = 0) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        size_t count = 0;
+        for (size_t i = first; i < events_.size(); ++i) {
+            if (!matches(events_[i].event)) continue;
+            events_[i].taken = true;
+            ++count;
+        }
+        return count;
     }
 
     // Waits for an event that arrives from now on; nothing when none came within `timeout`.
@@ -85,11 +97,14 @@ class EventList {
         return events_[start].event;
     }
 
-    size_t Count(const Predicate& matches) const {
+    size_t Count(const Predicate& matches, size_t first = 0) const {
         std::lock_guard<std::mutex> lock(mutex_);
-        size_t count = 0;
-        for (const Entry& entry : events_) count += matches(entry.event) ? 1 : 0;
-        return count;
+        return CountLocked(matches, first);
+    }
+
+    size_t size() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return events_.size();
     }
 
     std::vector<T> All() const {
@@ -100,6 +115,12 @@ class EventList {
     }
 
   private:
+    size_t CountLocked(const Predicate& matches, size_t first) const {
+        size_t count = 0;
+        for (size_t i = first; i < events_.size(); ++i) count += matches(events_[i].event) ? 1 : 0;
+        return count;
+    }
+
     struct Entry {
         T event;
         bool taken;

@@ -58,6 +58,11 @@ class ModemSide {
     std::optional<tarvo_message::TarvoMessage> Await(
         const EventList<tarvo_message::TarvoMessage>::Predicate& matches,
         std::chrono::milliseconds timeout);
+    // Waits for such a message, taken or not, without taking it.
+    bool WaitFor(const EventList<tarvo_message::TarvoMessage>::Predicate& matches,
+                 std::chrono::milliseconds timeout) {
+        return received_.Wait(matches, timeout);
+    }
     // The first message the daemon writes from now on, if one comes within `timeout`.
     std::optional<tarvo_message::TarvoMessage> NextNew(std::chrono::milliseconds timeout);
     std::vector<tarvo_message::TarvoMessage> received() const { return received_.All(); }

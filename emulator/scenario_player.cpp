@@ -1,7 +1,12 @@
 #include "scenario_player.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 
+#include <cstring>
+#include <map>
+#include <random>
 #include <regex>
 #include <thread>
 
@@ -36,6 +41,85 @@ std::string SeedContent(const tarvo_scenario::SeedFile& file) {
     while (content.size() < file.size()) content += file.content();
     content.resize(file.size());
     return content;
+}
+
+std::string GeneratedBytes(const tarvo_scenario::Generated& generated) {
+    std::string bytes;
+    bytes.reserve(generated.size());
+    if (generated.has_random_seed()) {
+        std::mt19937_64 random(generated.random_seed());
+        while (bytes.size() < generated.size()) {
+            const uint64_t word = random();
+            bytes.append(reinterpret_cast<const char*>(&word), sizeof(word));
+        }
+    } else if (generated.pattern().empty()) {
+        bytes.assign(generated.size(), '\0');
+    } else {
+        const uint64_t run = std::max<uint64_t>(generated.has_run() ? generated.run() : 1, 1);
+        for (size_t i = 0; bytes.size() < generated.size();
+             i = (i + 1) % generated.pattern().size()) {
+            bytes.append(std::min(run, generated.size() - bytes.size()), generated.pattern()[i]);
+        }
+    }
+    bytes.resize(generated.size());
+    return bytes;
+}
+
+// Where two contents first differ, for a failure that does not print megabytes.
+std::string FirstDifference(const std::string& actual, const std::string& expected) {
+    const auto [at, _] =
+        std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
+    const size_t offset = at - actual.begin();
+    if (offset >= actual.size()) return StringPrintf("the first %zu bytes are right", offset);
+    if (offset >= expected.size())
+        return StringPrintf("%zu bytes more than expected", actual.size() - expected.size());
+    return StringPrintf("first difference at byte %zu: 0x%02x, not 0x%02x", offset,
+                        static_cast<unsigned char>(actual[offset]),
+                        static_cast<unsigned char>(expected[offset]));
+}
+
+// The innermost message set in `message`: the request or indication that its payload holds.
+google::protobuf::Message* InnermostPayload(google::protobuf::Message* message) {
+    while (true) {
+        const google::protobuf::Reflection* reflection = message->GetReflection();
+        std::vector<const google::protobuf::FieldDescriptor*> fields;
+        reflection->ListFields(*message, &fields);
+        const auto nested = std::find_if(fields.begin(), fields.end(), [](const auto* field) {
+            return field->cpp_type() == google::protobuf::FieldDescriptor::CPPTYPE_MESSAGE &&
+                   !field->is_repeated();
+        });
+        if (nested == fields.end()) return message;
+        message = reflection->MutableMessage(message, *nested);
+    }
+}
+
+// What a mark records of the daemon.
+struct Usage {
+    pid_t pid = 0;
+    size_t descriptors = 0;
+    size_t threads = 0;
+    long rss_kib = 0;
+    size_t log_lines = 0;
+};
+
+size_t DirectoryEntries(const std::string& dir) {
+    size_t count = 0;
+    DIR* d = opendir(dir.c_str());
+    if (d == nullptr) return 0;
+    while (dirent* entry = readdir(d)) count += entry->d_name[0] != '.';
+    closedir(d);
+    return count;
+}
+
+Usage UsageOf(pid_t pid) {
+    const std::string proc = StringPrintf("/proc/%d", pid);
+    Usage usage{pid, DirectoryEntries(proc + "/fd"), DirectoryEntries(proc + "/task")};
+    std::string status;
+    android::base::ReadFileToString(proc + "/status", &status);
+    for (const std::string& line : android::base::Split(status, "\n")) {
+        if (android::base::StartsWith(line, "VmRSS:")) usage.rss_kib = atol(line.c_str() + 6);
+    }
+    return usage;
 }
 
 // An ECMAScript regular expression; an unusable one is an error, not an exception.
@@ -115,6 +199,29 @@ class StepPlayer {
   public:
     explicit StepPlayer(Rig* rig) : rig_(rig) {}
 
+    // Plays the steps in order; the first failure, naming its step, or empty when all held.
+    std::string PlayAll(const google::protobuf::RepeatedPtrField<Step>& steps,
+                        const std::string& label) {
+        for (int i = 0; i < steps.size(); ++i) {
+            const Step& step = steps[i];
+            if (!step.note().empty()) rig_->transcript().Note("# " + step.note());
+            if (step.action_case() == Step::ACTION_NOT_SET) continue;
+            Step shown = step;
+            shown.clear_note();
+            const std::string text = step.has_repeat()
+                                         ? StringPrintf("repeat %u times", step.repeat().times())
+                                         : ShortText(shown);
+            const std::string name = label + StringPrintf("step %d", i);
+            rig_->transcript().Note(name + ": " + text);
+            const std::string why = Play(step);
+            if (why.empty()) continue;
+            // A failure inside a repeat names its own step.
+            if (step.has_repeat()) return name + ", " + why;
+            return name + " (" + text + ") failed: " + why;
+        }
+        return {};
+    }
+
     std::string Play(const Step& step) {
         switch (step.action_case()) {
             case Step::kModemState:
@@ -161,6 +268,28 @@ class StepPlayer {
                 return ExpectRilSilence(step.expect_ril_silence_ms());
             case Step::kExpectUplink:
                 return ExpectUplinkCounters(step.expect_uplink());
+            case Step::kRepeat:
+                return Repeat(step.repeat());
+            case Step::kMark:
+                return Mark(step.mark());
+            case Step::kExpectUsage:
+                return ExpectUsage(step.expect_usage());
+            case Step::kWriteFile:
+                if (rig_->WriteFile(
+                        step.write_file().path(), SeedContent(step.write_file()),
+                        step.write_file().has_mode() ? step.write_file().mode() : 0664)) {
+                    return {};
+                }
+                return "cannot write " + step.write_file().path();
+            case Step::kRemoveFile:
+                return rig_->RemoveFile(step.remove_file()) ? ""
+                                                            : "cannot remove " + step.remove_file();
+            case Step::kSendGenerated:
+                return SendGenerated(step.send_generated());
+            case Step::kExpectThermalWrites:
+                return ExpectThermalWrites(step.expect_thermal_writes());
+            case Step::kSignalDaemon:
+                return SignalDaemon(step.signal_daemon());
             case Step::ACTION_NOT_SET:
                 return {};
         }
@@ -201,15 +330,32 @@ class StepPlayer {
     std::string ExpectLogLine(const ExpectLog& expect) {
         const milliseconds timeout = TimeoutOf(expect.has_timeout_ms(), expect.timeout_ms());
         const std::string tag = expect.has_tag() ? expect.tag() : "tarvo";
+        size_t first = 0;
+        if (!expect.since_mark().empty()) {
+            const auto mark = marks_.find(expect.since_mark());
+            if (mark == marks_.end()) return "no mark \"" + expect.since_mark() + "\"";
+            first = mark->second.log_lines;
+        }
+        EventList<LogLine>::Predicate matches;
         if (expect.has_text_regex()) {
             Result<std::regex> regex = Compiled(expect.text_regex());
             if (!regex.ok()) return regex.error().message();
-            if (rig_->log_events().Take(LineMatcher(expect.priority(), tag, *regex), timeout)) {
-                return {};
-            }
-        } else if (rig_->AwaitLog(expect.priority(), expect.text(), timeout, tag)) {
-            return {};
+            matches = LineMatcher(expect.priority(), tag, *regex);
+        } else {
+            matches = [priority = expect.priority(), tag,
+                       text = expect.text()](const LogLine& line) {
+                return (priority == 0 || line.priority == priority) && line.tag == tag &&
+                       line.text == text;
+            };
         }
+        EventList<LogLine>& logs = rig_->log_events();
+        if (expect.has_count()) {
+            logs.WaitForCount(matches, expect.count(), timeout, first);
+            const size_t count = logs.TakeAll(matches, first);
+            if (count == expect.count()) return {};
+            return StringPrintf("%zu such log lines, not %u", count, expect.count());
+        }
+        if (logs.Take(matches, timeout, first)) return {};
         return StringPrintf("no such log line within %lld ms",
                             static_cast<long long>(timeout.count()));
     }
@@ -259,6 +405,13 @@ class StepPlayer {
             Result<std::regex> regex = Compiled(expect.content_regex());
             if (!regex.ok()) return regex.error().message();
             if (!std::regex_match(*content, *regex)) return "content is " + Quoted(*content);
+        }
+        if (expect.has_generated_content() &&
+            *content != GeneratedBytes(expect.generated_content())) {
+            return StringPrintf("content differs from the generated %llu bytes: %zu bytes, ",
+                                static_cast<unsigned long long>(expect.generated_content().size()),
+                                content->size()) +
+                   FirstDifference(*content, GeneratedBytes(expect.generated_content()));
         }
         if (expect.has_size() && content->size() != expect.size()) {
             return StringPrintf("size is %zu", content->size());
@@ -350,7 +503,150 @@ class StepPlayer {
         return {};
     }
 
+    std::string Repeat(const tarvo_scenario::Repeat& repeat) {
+        for (uint32_t round = 1; round <= repeat.times(); ++round) {
+            std::string why = PlayAll(repeat.step(), StringPrintf("round %u, ", round));
+            if (!why.empty()) return why;
+        }
+        return {};
+    }
+
+    std::string Mark(const std::string& name) {
+        const pid_t pid = AwaitDaemonPid();
+        if (pid == 0) return "the daemon's pid is not known";
+        Usage usage = UsageOf(pid);
+        usage.log_lines = rig_->log_events().size();
+        rig_->transcript().Note(
+            StringPrintf("mark %s: pid %d, %zu descriptors, %zu threads, %ld KiB", name.c_str(),
+                         pid, usage.descriptors, usage.threads, usage.rss_kib));
+        marks_[name] = usage;
+        return {};
+    }
+
+    std::string ExpectUsage(const tarvo_scenario::ExpectUsage& expect) {
+        const auto mark = marks_.find(expect.mark());
+        if (mark == marks_.end()) return "no mark \"" + expect.mark() + "\"";
+        const Usage& before = mark->second;
+        const auto deadline = std::chrono::steady_clock::now() +
+                              TimeoutOf(expect.has_timeout_ms(), expect.timeout_ms());
+        while (true) {
+            if (rig_->daemon_pid() != before.pid) {
+                return StringPrintf("the daemon is pid %d, not %d as at the mark",
+                                    rig_->daemon_pid(), before.pid);
+            }
+            const Usage now = UsageOf(before.pid);
+            std::string why;
+            const auto differs = [](size_t a, size_t b, uint32_t tolerance) {
+                return (a > b ? a - b : b - a) > tolerance;
+            };
+            if (differs(now.descriptors, before.descriptors, expect.descriptors_tolerance()) ||
+                differs(now.threads, before.threads, expect.threads_tolerance())) {
+                why =
+                    StringPrintf("%zu descriptors and %zu threads, %zu and %zu at the mark",
+                                 now.descriptors, now.threads, before.descriptors, before.threads);
+            }
+#ifndef TARVO_SANITIZED
+            if (why.empty() && expect.has_rss_growth_below_kib() &&
+                now.rss_kib - before.rss_kib >= expect.rss_growth_below_kib()) {
+                why = StringPrintf("resident memory grew from %ld KiB to %ld KiB", before.rss_kib,
+                                   now.rss_kib);
+            }
+#endif
+            if (why.empty() || std::chrono::steady_clock::now() >= deadline) return why;
+            std::this_thread::sleep_for(milliseconds(50));
+        }
+    }
+
+    std::string SendGenerated(const tarvo_scenario::GeneratedSend& send) {
+        using google::protobuf::FieldDescriptor;
+        const std::string data = GeneratedBytes(send.data());
+        tarvo_message::TarvoMessage message = send.message();
+        google::protobuf::Message* payload = InnermostPayload(&message);
+        const FieldDescriptor* data_field = payload->GetDescriptor()->FindFieldByName("data");
+        if (data_field == nullptr || data_field->type() != FieldDescriptor::TYPE_BYTES) {
+            return payload->GetDescriptor()->name() + " has no data field";
+        }
+        const google::protobuf::Reflection* reflection = payload->GetReflection();
+        if (!send.has_block_size()) {
+            reflection->SetString(payload, data_field, data);
+            rig_->Send(message);
+            return {};
+        }
+        if (send.block_size() == 0) return "block_size 0";
+        const FieldDescriptor* offset_field = payload->GetDescriptor()->FindFieldByName("offset");
+        if (offset_field == nullptr || offset_field->type() != FieldDescriptor::TYPE_UINT32) {
+            return payload->GetDescriptor()->name() + " has no offset field";
+        }
+        const uint32_t first_offset = reflection->GetUInt32(*payload, offset_field);
+        const milliseconds timeout = TimeoutOf(send.has_timeout_ms(), send.timeout_ms());
+        const uint32_t first_token = message.token();
+        for (size_t start = 0, block = 0; start < data.size();
+             start += send.block_size(), ++block) {
+            const uint32_t token = first_token + block;
+            message.set_token(token);
+            reflection->SetUInt32(payload, offset_field, first_offset + start);
+            reflection->SetString(payload, data_field, data.substr(start, send.block_size()));
+            rig_->Send(message);
+            const auto answers = [token](const tarvo_message::TarvoMessage& response) {
+                return response.type() == tarvo_message::RESPONSE && response.token() == token;
+            };
+            if (!rig_->modem().WaitFor(answers, timeout)) {
+                return StringPrintf("no response to the block at %zu (token %u) within %lld ms",
+                                    start, token, static_cast<long long>(timeout.count()));
+            }
+            const auto succeeded = [&answers](const tarvo_message::TarvoMessage& response) {
+                return answers(response) && response.result() == 0;
+            };
+            if (!rig_->modem().Await(succeeded, milliseconds(0))) {
+                rig_->transcript().Note(
+                    StringPrintf("the block at %zu was not a success: transfer ended", start));
+                return {};
+            }
+        }
+        return {};
+    }
+
+    std::string ExpectThermalWrites(const tarvo_scenario::ExpectThermalWrites& expect) {
+        const std::vector<std::string> expected(expect.write().begin(), expect.write().end());
+        const auto deadline = std::chrono::steady_clock::now() +
+                              TimeoutOf(expect.has_timeout_ms(), expect.timeout_ms());
+        std::vector<std::string> writes;
+        while (true) {
+            const std::vector<std::string> all = rig_->emulator().temp().writes();
+            writes.assign(all.begin() + std::min(thermal_writes_seen_, all.size()), all.end());
+            if (writes.size() >= expected.size() || std::chrono::steady_clock::now() >= deadline) {
+                thermal_writes_seen_ = all.size();
+                break;
+            }
+            std::this_thread::sleep_for(milliseconds(10));
+        }
+        if (writes == expected) return {};
+        std::string seen;
+        for (const std::string& write : writes) seen += " " + Quoted(write);
+        return StringPrintf("%zu writes:", writes.size()) + seen;
+    }
+
+    std::string SignalDaemon(uint32_t signal) {
+        const pid_t pid = AwaitDaemonPid();
+        if (pid == 0) return "the daemon's pid is not known";
+        if (kill(pid, static_cast<int>(signal)) != 0) {
+            return StringPrintf("kill %d: %s", pid, strerror(errno));
+        }
+        return {};
+    }
+
+    // The daemon's pid, known from its first log line; 0 when none came within the step time.
+    pid_t AwaitDaemonPid() {
+        const auto deadline = std::chrono::steady_clock::now() + kDefaultStepTimeout;
+        while (rig_->daemon_pid() == 0 && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(milliseconds(10));
+        }
+        return rig_->daemon_pid();
+    }
+
     Rig* rig_;
+    std::map<std::string, Usage> marks_;
+    size_t thermal_writes_seen_ = 0;
 };
 
 }  // namespace
@@ -361,19 +657,9 @@ Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript) {
         return Error() << "the rig did not start: " << started.error();
     }
     StepPlayer player(&rig);
-    for (int i = 0; i < scenario.step_size(); ++i) {
-        const Step& step = scenario.step(i);
-        if (!step.note().empty()) rig.transcript().Note("# " + step.note());
-        if (step.action_case() == Step::ACTION_NOT_SET) continue;
-        Step shown = step;
-        shown.clear_note();
-        const std::string text = ShortText(shown);
-        rig.transcript().Note(StringPrintf("step %d: %s", i, text.c_str()));
-        const std::string why = player.Play(step);
-        if (why.empty()) continue;
+    if (const std::string why = player.PlayAll(scenario.step(), ""); !why.empty()) {
         Result<void> health = rig.CheckHealth();
-        return Error() << "step " << i << " (" << text << ") failed: " << why
-                       << (health.ok() ? "" : "; " + health.error().message());
+        return Error() << why << (health.ok() ? "" : "; " + health.error().message());
     }
     if (Result<void> health = rig.CheckHealth(); !health.ok()) return health.error();
     return {};
