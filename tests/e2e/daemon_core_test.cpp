@@ -1,7 +1,5 @@
-// The daemon core where a scenario cannot show it: how often the threads look at the boot node,
-// and clients run with no server at all.
+// The daemon core where a scenario cannot show it: how often the threads look at the boot node.
 
-#include <string>
 #include <thread>
 
 #include "tarvo_e2e_fixture.h"
@@ -10,7 +8,6 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr const char* kPidFile = "/data/vendor/radio/tarvo_pid";
 // A request with no payload: no service will ever handle it, so its log line marks the point
 // where the reader has handled everything sent before it.
 constexpr const char* kMarkerLine = "RequestHandler: Unsupported message id 0";
@@ -33,20 +30,6 @@ TEST_F(DaemonCoreTest, SteadyOnlineStateWakesNobody) {
     // The reader's status check after the marker may still be on its way; a busy loop would
     // show hundreds.
     EXPECT_LE(boot.poll_count() + boot.ioctl_count(), polls + 2);
-}
-
-TEST_F(DaemonCoreTest, ClientWithoutServerFails) {
-    ASSERT_NO_FATAL_FAILURE(Start({.start_daemon = false}));
-    EXPECT_EQ(rig().RunClient({"-m"}).status, 255);
-    EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "Unable to access pid file"));
-    EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "Failed to get pid"));
-}
-
-TEST_F(DaemonCoreTest, ClientRefusesPidZero) {
-    ASSERT_NO_FATAL_FAILURE(Start({.files = {{kPidFile, "0"}}, .start_daemon = false}));
-    EXPECT_EQ(rig().RunClient({"-m"}).status, 255);
-    EXPECT_TRUE(Logs(ANDROID_LOG_ERROR, "Failed to get pid"));
-    EXPECT_EQ(rig().CountLog(ANDROID_LOG_ERROR, "Unable to access pid file"), 0u);
 }
 
 }  // namespace
