@@ -146,8 +146,10 @@ def main():
     parser.add_argument("--only", help="play only the faults whose name matches this pattern")
     parser.add_argument("--record", help="also write the results to this file")
     args = parser.parse_args()
-    # A termination is an interruption: every planted fault is taken out before the exit.
-    signal.signal(signal.SIGTERM, signal.default_int_handler)
+    # Ctrl-C and a termination are both an interruption: every planted fault is taken out before
+    # the exit. SIGINT is set too, as a shell leaves it ignored for a command run in background.
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, signal.default_int_handler)
 
     mutants = load(args.list)
     if args.only:
