@@ -36,7 +36,13 @@ build: configure
 	cmake --build $(BUILD_DIR) -j$(JOBS)
 
 test: build
-	cd $(BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
+	cd $(BUILD_DIR) && ctest --output-on-failure -j$(JOBS) -LE fuzz
+
+# The fuzz targets' short ctest runs, on the fuzzing build (clang) that plain builds leave out.
+.PHONY: test-fuzz
+test-fuzz: build
+	cmake --build $(BUILD_DIR) -j$(JOBS) --target tarvo_fuzz_build
+	cd $(BUILD_DIR) && ctest --output-on-failure -j$(JOBS) -L fuzz
 
 test-sanitize: deps
 	cmake -S . -B $(ASAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
@@ -74,10 +80,11 @@ coverage: deps
 bench: build
 	$(BUILD_DIR)/bench/tarvo-bench --json $(BUILD_DIR)/bench/results.json
 
-# Each fuzz target (built with clang by every build, in $(BUILD_DIR)/fuzz/) for FUZZ_SECONDS
-# seconds, one after the other: a line each with the inputs it ran and whether it stayed clean.
-# The corpus each one grows, its log and any failing input stay in $(BUILD_DIR)/fuzz/runs/TARGET/.
+# Each fuzz target (built with clang, in $(BUILD_DIR)/fuzz/) for FUZZ_SECONDS seconds, one after
+# the other: a line each with the inputs it ran and whether it stayed clean. The corpus each one
+# grows, its log and any failing input stay in $(BUILD_DIR)/fuzz/runs/TARGET/.
 fuzz: build
+	cmake --build $(BUILD_DIR) -j$(JOBS) --target tarvo_fuzz_build
 	@status=0; for target in $(FUZZ_TARGETS); do \
 		tests/fuzz/run_fuzz_target.sh $(BUILD_DIR) $$target $(BUILD_DIR)/fuzz/runs/$$target \
 			-max_total_time=$(FUZZ_SECONDS) || status=1; \
@@ -89,7 +96,9 @@ mutants: deps
 	scripts/mutants.py --build-dir $(BUILD_DIR) --jobs $(JOBS) $(if $(MUTANTS),--only '$(MUTANTS)') \
 		--record $(BUILD_DIR)/mutants/results.txt
 
-demo: build
+# The rig's command, and with it the daemon and the emulated RIL client library; nothing else.
+demo: configure
+	cmake --build $(BUILD_DIR) -j$(JOBS) --target tarvo-emu
 	$(BUILD_DIR)/tarvo-emu run tests/scenarios/demo.textproto
 
 # The IPC throughput test against the emulated modem: prints the table, draws build/tput.svg.

@@ -5,6 +5,7 @@
 
 #include <climits>
 #include <exception>
+#include <fstream>
 #include <string>
 
 #include <android-base/file.h>
@@ -47,10 +48,12 @@ void PrintUsage(const char* program) {
 void tarvo_signal_handler(int signal) {
     switch (signal) {
         case SIGUSR1:
-            TarvoMessageHandler::GetInstance()->SendServiceRequest(0);
+            TarvoMessageHandler::GetInstance()->SendServiceRequest(
+                TarvoMessageHandler::kModemStatReport);
             break;
         case SIGUSR2:
-            TarvoMessageHandler::GetInstance()->SendServiceRequest(2);
+            TarvoMessageHandler::GetInstance()->SendServiceRequest(
+                TarvoMessageHandler::kExtendedLog);
             break;
         case SIGWINCH:
             TarvoMessageHandler::GetInstance()->TputTestStartRequest();
@@ -88,10 +91,12 @@ bool SignalServer(int signal, const char* message) {
     return true;
 }
 
-// Created with the process umask; a failure is silent.
+// Created with the process umask; a failure is silent. A write that fails (a full /data) leaves
+// the file empty, so a client reports the unreadable number rather than a missing file.
 void WritePidFile() {
     remove(kPidFile);
-    android::base::WriteStringToFile(std::to_string(getpid()), kPidFile, /*follow_symlinks=*/true);
+    std::ofstream file(kPidFile);
+    file << getpid();
 }
 
 }  // namespace
@@ -99,8 +104,10 @@ void WritePidFile() {
 
 int main(int argc, char** argv) {
     using namespace tarvo;
-    // Applies ANDROID_LOG_TAGS to liblog's priority filter; without it a host drops debug lines.
-    android::base::InitLogging(argv);
+#ifndef __ANDROID__
+    // A host has no logd to filter by tag: liblog prints every priority to stderr.
+    android::base::SetMinimumLogSeverity(android::base::VERBOSE);
+#endif
     if (argc == 1) {
         PrintUsage(argv[0]);
         return -1;

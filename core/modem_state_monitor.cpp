@@ -19,9 +19,15 @@ constexpr const char* kNoModemBoardProperty = "persist.vendor.radio.no_modem_boa
 constexpr short kStateEvents = POLLIN | POLLHUP | POLLRDNORM;
 constexpr int kOfflineIntervalMs = 3000;
 constexpr int kNoTimeout = -1;
+constexpr int kAtOnce = 0;
 constexpr unsigned int kPauseSeconds = 3;
+// The driver's states that the monitor pauses after: the modem is on its way up.
+constexpr int kFirstPauseState = 1;
+constexpr int kLastPauseState = 2;
 
 bool IsValidState(int state) { return state >= 0 && state <= TarvoMessageHandler::kModemOnline; }
+
+bool PausesAfter(int state) { return state >= kFirstPauseState && state <= kLastPauseState; }
 
 bool NoModemBoard() {
     char value[PROPERTY_VALUE_MAX] = {};
@@ -36,13 +42,11 @@ std::unique_ptr<ModemStateMonitor> ModemStateMonitor::MakeInstance(TarvoMessageH
     return std::unique_ptr<ModemStateMonitor>(new ModemStateMonitor(handler));
 }
 
-ModemStateMonitor::~ModemStateMonitor() {
-    thread_.reset();
-    const int fd = fd_.exchange(-1);
-    if (fd >= 0) close(fd);
-}
+ModemStateMonitor::~ModemStateMonitor() { thread_.reset(); }
 
 int ModemStateMonitor::Start() {
+    // Open before the IO handler starts: its reader asks for the state as soon as it runs.
+    fd_.reset(TEMP_FAILURE_RETRY(open(kModemBootNode, O_RDWR | O_CLOEXEC)));
     thread_ = std::make_unique<Thread>(this);
     return thread_->Start() < 0 ? -1 : 0;
 }
@@ -50,23 +54,21 @@ int ModemStateMonitor::Start() {
 int ModemStateMonitor::PollInterval() const {
     if (NoModemBoard()) return kNoTimeout;
     const int state = state_;
-    if (state < 0) return 0;
+    if (state < 0) return kAtOnce;
     if (state == TarvoMessageHandler::kModemOnline) return kNoTimeout;
     return kOfflineIntervalMs;
 }
 
 void ModemStateMonitor::Run() {
-    const int fd = open(kModemBootNode, O_RDWR);
-    if (fd < 0) {
+    if (!fd_.ok()) {
         ALOGE("Failed to open MODEM_BOOT ioctl node");
         return;
     }
-    fd_ = fd;
     ALOGI("Start modem state monitoring");
 
     while (true) {
         const int interval = PollInterval();
-        pollfd pfd = {.fd = fd, .events = kStateEvents, .revents = 0};
+        pollfd pfd = {.fd = fd_.get(), .events = kStateEvents, .revents = 0};
         const int result = poll(&pfd, 1, interval);
         if (result != 0 && state_ >= 0 && (result < 0 || (pfd.revents & kStateEvents) == 0)) {
             ALOGE("MODEM STATUS : unknown poll event (%d)", pfd.revents);
@@ -75,19 +77,19 @@ void ModemStateMonitor::Run() {
         }
         if (result == 0) ALOGI("Poll timeout. interval=%d", interval);
         PollModemState();
-        if (state_ == 1 || state_ == 2) sleep(kPauseSeconds);
+        if (PausesAfter(state_)) sleep(kPauseSeconds);
     }
 }
 
 void ModemStateMonitor::PollModemState() {
     const int previous = state_;
-    if (fd_ < 0) {
+    if (!fd_.ok()) {
         ALOGE("MODEM_BOOT ioctl fd is invalid");
-        state_ = -1;
-        if (previous != -1) ALOGE("Invalid modem state %d", -1);
+        state_ = kUnknownState;
+        if (previous != kUnknownState) ALOGE("Invalid modem state %d", kUnknownState);
         return;
     }
-    const int state = ioctl(fd_, kStatusIoctl);
+    const int state = ioctl(fd_.get(), kStatusIoctl);
     if (state == previous) return;
     state_ = state;
     if (IsValidState(state)) {
@@ -99,12 +101,11 @@ void ModemStateMonitor::PollModemState() {
 }
 
 int ModemStateMonitor::GetModemState() {
-    const int fd = fd_;
-    if (fd < 0) {
+    if (!fd_.ok()) {
         ALOGE("MODEM_BOOT ioctl fd is invalid");
-        return -1;
+        return kUnknownState;
     }
-    return ioctl(fd, kStatusIoctl);
+    return ioctl(fd_.get(), kStatusIoctl);
 }
 
 }  // namespace tarvo

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <memory>
 
+#include <android-base/unique_fd.h>
+
 #include "thread.h"
 
 namespace tarvo {
@@ -13,10 +15,13 @@ class TarvoMessageHandler;
 class ModemStateMonitor : public Runnable {
   public:
     static constexpr unsigned long kStatusIoctl = 0x6F27;
+    // Not read yet, or the node is unusable.
+    static constexpr int kUnknownState = -1;
 
     static std::unique_ptr<ModemStateMonitor> MakeInstance(TarvoMessageHandler* handler);
     ~ModemStateMonitor() override;
 
+    // Opens the boot node, then starts the thread that follows it.
     int Start();
     void Run() override;
     void PollModemState();
@@ -29,8 +34,9 @@ class ModemStateMonitor : public Runnable {
 
     std::unique_ptr<Thread> thread_;
     TarvoMessageHandler* handler_;
-    std::atomic<int> state_{-1};
-    std::atomic<int> fd_{-1};
+    std::atomic<int> state_{kUnknownState};
+    // Opened by Start and not changed while the thread runs, so any thread may query it.
+    android::base::unique_fd fd_;
 };
 
 }  // namespace tarvo

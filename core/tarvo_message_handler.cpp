@@ -64,9 +64,9 @@ void TarvoMessageHandler::OnModemStateChanged(int state) {
     const int previous = modem_state_.exchange(state);
     if (state != kModemOnline || previous == kModemOnline) return;
 
-    SendServiceRequest(1);
-    SendServiceRequest(3);
-    SendServiceRequest(4);
+    SendServiceRequest(kModemStatConfig);
+    SendServiceRequest(kUserspaceLogEnable);
+    SendServiceRequest(kLoadGnssCoexConfig);
     if (RecoveryCallback* callback = recovery_callback_.load()) {
         ALOGI("Modem is back. Call recovery callback");
         callback->NotifyCallBack();
@@ -192,6 +192,22 @@ RequestRecord TarvoMessageHandler::GetRequestRecord(unsigned int token) {
 
 void TarvoMessageHandler::RemoveRequestRecord(unsigned int token) {
     if (request_list_) request_list_->RemoveRecord(token);
+}
+
+int TarvoMessageHandler::AskModem(VekMessage* request, const char* sending, int* result) {
+    ALOGI("%s", sending);
+    const int status = SendRequest(request, kRequestTimeoutSeconds);
+    if (status != tarvo_message::RESULT_SUCCESS) {
+        // The record stays listed; a late answer is stored there and never read.
+        ALOGE("Failed to send request, status:%d", status);
+        return status;
+    }
+    const uint32_t token = request->GetToken();
+    const RequestRecord record = GetRequestRecord(token);
+    const VekMessage* response = record.GetResponse();
+    *result = response != nullptr ? response->GetResult() : tarvo_message::RESULT_FAILURE;
+    RemoveRequestRecord(token);
+    return tarvo_message::RESULT_SUCCESS;
 }
 
 void TarvoMessageHandler::TputTestStartRequest() {

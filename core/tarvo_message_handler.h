@@ -38,6 +38,21 @@ class TarvoMessageHandler {
   public:
     static constexpr int kModemOnline = 4;
 
+    // The daemon's own service commands (SendServiceRequest); any other number is refused.
+    enum ServiceCommand : unsigned int {
+        kModemStatReport = 0,
+        kModemStatConfig = 1,
+        kExtendedLog = 2,
+        kUserspaceLogEnable = 3,
+        kLoadGnssCoexConfig = 4,
+    };
+
+    // How long each of the daemon's own requests waits for the modem's answer.
+    static constexpr unsigned int kRequestTimeoutSeconds = 3;
+    // Status of a daemon request not sent because the modem is not online; the number of
+    // RESULT_BAD_FORMAT.
+    static constexpr int kStatusModemOffline = tarvo_message::RESULT_BAD_FORMAT;
+
     static TarvoMessageHandler* GetInstance();
 
     TarvoMessageHandler();
@@ -60,6 +75,11 @@ class TarvoMessageHandler {
     virtual bool IsModemOnline();
     RequestRecord GetRequestRecord(unsigned int token);
     void RemoveRequestRecord(unsigned int token);
+    // One round trip of a request that the caller built: logs `sending` (info), sends the request,
+    // waits for the modem's answer, reads its result into `result` (5 when the answer has none)
+    // and removes the record. Returns SendRequest's status, logged when not 0; `result` is set
+    // only on 0.
+    int AskModem(VekMessage* request, const char* sending, int* result);
     void TputTestStartRequest();
     // The callback is not owned; null unregisters.
     void RegisterRecoveryCallback(RecoveryCallback* callback);

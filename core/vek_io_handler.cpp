@@ -64,8 +64,7 @@ void VekIoHandler::Run() {
         if (!FD_ISSET(fd, &read_set)) continue;
 
         memset(buffer_.get(), 0, kBufferSize);
-        // An end of file sets no errno; start clean so the log line does not show a stale one.
-        errno = 0;
+        // An end of file sets no errno: the line shows whatever the thread saw last.
         const int n = channel_->ReadFromChannel(buffer_.get(), kBufferSize);
         if (n >= 1) {
             handler_->ProcessReceivedMessage(buffer_.get(), n);

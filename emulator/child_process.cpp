@@ -10,6 +10,8 @@
 
 #include <android-base/unique_fd.h>
 
+#include "signal_cleanup.h"
+
 using android::base::ErrnoError;
 using android::base::Result;
 using android::base::unique_fd;
@@ -73,6 +75,7 @@ Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(const std::vector<std:
     }
     // Also set here, so that a kill right after Start reaches the group.
     setpgid(pid, pid);
+    AddProcessGroup(pid);
     out_write.reset();
     err_write.reset();
     unique_fd pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
@@ -115,6 +118,7 @@ std::optional<int> ChildProcess::Wait(std::chrono::milliseconds timeout) {
     killpg(pid_, SIGKILL);
     int status = 0;
     if (waitpid(pid_, &status, 0) != pid_) return std::nullopt;
+    RemoveProcessGroup(pid_);
     status_ = DecodeStatus(status);
     return status_;
 }

@@ -20,7 +20,7 @@ class EventList {
     void Add(T event) {
         {
             std::lock_guard<std::mutex> lock(mutex_);
-            events_.push_back({std::move(event), false});
+            events_.push_back({std::move(event), false, std::chrono::steady_clock::now()});
         }
         added_.notify_all();
     }
@@ -114,6 +114,19 @@ class EventList {
         return all;
     }
 
+    struct Recorded {
+        T event;
+        bool taken;
+        std::chrono::steady_clock::time_point arrived;
+    };
+    // Every event in arrival order, with whether a waiter took it and when it came.
+    std::vector<Recorded> Snapshot() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::vector<Recorded> all;
+        for (const Entry& entry : events_) all.push_back({entry.event, entry.taken, entry.arrived});
+        return all;
+    }
+
   private:
     size_t CountLocked(const Predicate& matches, size_t first) const {
         size_t count = 0;
@@ -124,6 +137,7 @@ class EventList {
     struct Entry {
         T event;
         bool taken;
+        std::chrono::steady_clock::time_point arrived;
     };
 
     mutable std::mutex mutex_;

@@ -66,6 +66,7 @@ class ModemSide {
     // The first message the daemon writes from now on, if one comes within `timeout`.
     std::optional<tarvo_message::TarvoMessage> NextNew(std::chrono::milliseconds timeout);
     std::vector<tarvo_message::TarvoMessage> received() const { return received_.All(); }
+    const EventList<tarvo_message::TarvoMessage>& received_events() const { return received_; }
 
     void SetAutoReply(int payload_case, AutoReply rule);
     // Called with every message the daemon writes, before it is answered. Set before the daemon

@@ -73,6 +73,13 @@ Result<void> Rig::Start() {
         if (Result<void> removed = sandbox_->Remove(path); !removed.ok()) return removed.error();
     }
     for (const SeedFile& file : options_.files) {
+        const bool seedable = android::base::StartsWith(file.path, "/data/") ||
+                              android::base::StartsWith(file.path, "/mnt/") ||
+                              android::base::StartsWith(file.path, "/vendor/");
+        if (!seedable || file.path.find("/../") != std::string::npos) {
+            return Error() << "cannot seed " << file.path
+                           << ": seed files go under /data, /mnt or /vendor";
+        }
         if (!WriteFile(file.path, file.content, file.mode)) {
             return Error() << "cannot write " << file.path;
         }

@@ -60,6 +60,7 @@ class RilSide {
     // The first request sent from now on, if one comes within `timeout`.
     std::optional<RilRequest> NextNew(std::chrono::milliseconds timeout);
     std::vector<RilRequest> received() const { return received_.All(); }
+    const EventList<RilRequest>& received_events() const { return received_; }
 
   private:
     struct Connection;

@@ -10,6 +10,7 @@
 #include <android-base/strings.h>
 
 #include "ril_wire.h"
+#include "signal_cleanup.h"
 
 namespace fs = std::filesystem;
 
@@ -51,6 +52,7 @@ Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib,
         std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/tarvo-rig.XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr) return ErrnoError() << "mkdtemp " << pattern;
     std::unique_ptr<Sandbox> sandbox(new Sandbox(pattern));
+    AddTemporaryTree(pattern);
     std::error_code ec;
     for (const auto& [tree, limit_kib] :
          {std::pair{"data", data_size_limit_kib}, std::pair{"mnt", mnt_size_limit_kib}}) {
@@ -78,6 +80,7 @@ Sandbox::~Sandbox() {
     for (const std::string& dir : mounted_) umount2(dir.c_str(), MNT_DETACH);
     std::error_code ec;
     fs::remove_all(dir_, ec);
+    RemoveTemporaryTree(dir_);
 }
 
 std::string Sandbox::HostPath(const std::string& path) const {
@@ -175,8 +178,7 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
     if (const char* counters = getenv("GCOV_PREFIX"); counters != nullptr) {
         args.insert(args.end(), {"--bind", counters, counters});
     }
-    args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin", "--setenv",
-                             "ANDROID_LOG_TAGS", "*:v",
+    args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin",
                              // Where a device's linker finds the vendor's libraries.
                              "--setenv", "LD_LIBRARY_PATH", "/vendor/lib64"});
     // In a sanitized build, the options that make the first report end the process reach the

@@ -195,6 +195,8 @@ std::string Quoted(const std::string& bytes) {
 }
 
 // Plays one step; an empty result means it held.
+}  // namespace
+
 class StepPlayer {
   public:
     explicit StepPlayer(Rig* rig) : rig_(rig) {}
@@ -203,23 +205,27 @@ class StepPlayer {
     std::string PlayAll(const google::protobuf::RepeatedPtrField<Step>& steps,
                         const std::string& label) {
         for (int i = 0; i < steps.size(); ++i) {
-            const Step& step = steps[i];
-            if (!step.note().empty()) rig_->transcript().Note("# " + step.note());
-            if (step.action_case() == Step::ACTION_NOT_SET) continue;
-            Step shown = step;
-            shown.clear_note();
-            const std::string text = step.has_repeat()
-                                         ? StringPrintf("repeat %u times", step.repeat().times())
-                                         : ShortText(shown);
-            const std::string name = label + StringPrintf("step %d", i);
-            rig_->transcript().Note(name + ": " + text);
-            const std::string why = Play(step);
-            if (why.empty()) continue;
-            // A failure inside a repeat names its own step.
-            if (step.has_repeat()) return name + ", " + why;
-            return name + " (" + text + ") failed: " + why;
+            const std::string why = PlayNamed(steps[i], label + StringPrintf("step %d", i));
+            if (!why.empty()) return why;
         }
         return {};
+    }
+
+    // Plays a step shown in the transcript as `name`; why it failed, naming it, or empty.
+    std::string PlayNamed(const Step& step, const std::string& name) {
+        if (!step.note().empty()) rig_->transcript().Note("# " + step.note());
+        if (step.action_case() == Step::ACTION_NOT_SET) return {};
+        Step shown = step;
+        shown.clear_note();
+        const std::string text = step.has_repeat()
+                                     ? StringPrintf("repeat %u times", step.repeat().times())
+                                     : ShortText(shown);
+        rig_->transcript().Note(name + ": " + text);
+        const std::string why = Play(step);
+        if (why.empty()) return {};
+        // A failure inside a repeat names its own step.
+        if (step.has_repeat()) return name + ", " + why;
+        return name + " (" + text + ") failed: " + why;
     }
 
     std::string Play(const Step& step) {
@@ -649,20 +655,44 @@ class StepPlayer {
     size_t thermal_writes_seen_ = 0;
 };
 
-}  // namespace
+ScenarioSession::ScenarioSession(const Scenario& setup, std::ostream* transcript)
+    : rig_(OptionsOf(setup, transcript)), player_(std::make_unique<StepPlayer>(&rig_)) {}
 
-Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript) {
-    Rig rig(OptionsOf(scenario, transcript));
-    if (Result<void> started = rig.Start(); !started.ok()) {
+ScenarioSession::~ScenarioSession() = default;
+
+Result<void> ScenarioSession::Start() {
+    if (Result<void> started = rig_.Start(); !started.ok()) {
         return Error() << "the rig did not start: " << started.error();
     }
-    StepPlayer player(&rig);
-    if (const std::string why = player.PlayAll(scenario.step(), ""); !why.empty()) {
-        Result<void> health = rig.CheckHealth();
-        return Error() << why << (health.ok() ? "" : "; " + health.error().message());
-    }
-    if (Result<void> health = rig.CheckHealth(); !health.ok()) return health.error();
     return {};
+}
+
+Result<void> ScenarioSession::Play(const Step& step, int index) {
+    if (recorder_ != nullptr) recorder_->BeforeStep(step, rig_);
+    const std::string why = player_->PlayNamed(step, StringPrintf("step %d", index));
+    if (why.empty()) return {};
+    if (recorder_ != nullptr) recorder_->StepFailed();
+    Result<void> health = rig_.CheckHealth();
+    return Error() << why << (health.ok() ? "" : "; " + health.error().message());
+}
+
+Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript,
+                          const std::string& record) {
+    ScenarioSession session(scenario, transcript);
+    if (Result<void> started = session.Start(); !started.ok()) return started.error();
+    ScenarioRecorder recorder(scenario);
+    if (!record.empty()) session.Record(&recorder);
+    Result<void> played;
+    for (int i = 0; i < scenario.step_size() && played.ok(); ++i) {
+        played = session.Play(scenario.step(i), i);
+    }
+    if (played.ok()) played = session.rig().CheckHealth();
+    if (!record.empty()) {
+        if (Result<void> written = recorder.Write(record, session.rig()); !written.ok()) {
+            return written.error();
+        }
+    }
+    return played;
 }
 
 }  // namespace tarvo_emu

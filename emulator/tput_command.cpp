@@ -1,6 +1,7 @@
 #include "tput_command.h"
 
 #include <stdio.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cmath>
@@ -13,6 +14,7 @@
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
+#include <nlohmann/json.hpp>
 
 #include "rig.h"
 
@@ -109,14 +111,21 @@ bool RunDaemonTest(Rig& rig, std::string* error) {
     const auto failed = [](const LogLine& line) {
         return line.text == "Failed to run UL tput test";
     };
+    // A terminal gets one line drawn again and again; a file or pipe a line per phase.
+    const bool terminal = isatty(STDERR_FILENO) != 0;
+    const char* shown_phase = nullptr;
     while (true) {
         const Phase phase = PhaseOf(rig.modem().received());
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         const TestNode::Downlink down = rig.emulator().test().downlink();
         const TestNode::Uplink up = rig.emulator().test().uplink();
-        fprintf(stderr, "\r%-12s %6.1f s   downlink %9.1f MB   uplink %9.1f MB ", phase.name(),
-                seconds, down.bytes / 1e6, up.bytes / 1e6);
+        if (terminal || phase.name() != shown_phase) {
+            fprintf(stderr, "%s%-12s %6.1f s   downlink %9.1f MB   uplink %9.1f MB%s",
+                    terminal ? "\r" : "", phase.name(), seconds, down.bytes / 1e6, up.bytes / 1e6,
+                    terminal ? " " : "\n");
+            shown_phase = phase.name();
+        }
         const bool done = rig.log_events().Count(failed) > 0 ||
                           (phase.uplink_end &&
                            rig.log_events().Count(answered) >= static_cast<size_t>(phase.requests));
@@ -127,7 +136,7 @@ bool RunDaemonTest(Rig& rig, std::string* error) {
         }
         std::this_thread::sleep_for(kProgressInterval);
     }
-    fprintf(stderr, "\n");
+    if (terminal) fprintf(stderr, "\n");
     return true;
 }
 
@@ -158,27 +167,11 @@ std::map<uint64_t, NodeRate> MeasureBareWriter(Rig& rig) {
     return RatesBySize(node.uplink());
 }
 
-std::string JsonNumber(double value) {
-    if (!std::isfinite(value)) return "null";
-    return StringPrintf("%.6g", value);
-}
-
-std::string JsonRates(const std::map<uint64_t, NodeRate>& rates) {
-    std::vector<std::string> entries;
-    for (const auto& [size, rate] : rates) {
-        entries.push_back(StringPrintf("\"%llu\": %s", static_cast<unsigned long long>(size),
-                                       JsonNumber(rate.bytes_per_s()).c_str()));
-    }
-    return "{" + android::base::Join(entries, ", ") + "}";
-}
-
-std::string JsonString(const std::string& text) {
-    std::string quoted = "\"";
-    for (char c : text) {
-        if (c == '"' || c == '\\') quoted += '\\';
-        quoted += c;
-    }
-    return quoted + "\"";
+// Rates by block size, keyed by the size's decimal text.
+nlohmann::ordered_json JsonRates(const std::map<uint64_t, NodeRate>& rates) {
+    nlohmann::ordered_json json = nlohmann::ordered_json::object();
+    for (const auto& [size, rate] : rates) json[std::to_string(size)] = rate.bytes_per_s();
+    return json;
 }
 
 uint64_t TotalBytes(const std::map<uint64_t, NodeRate>& rates) {
@@ -313,42 +306,27 @@ std::string ReportTable(const TputReport& report) {
 }
 
 std::string ReportJson(const TputReport& report) {
-    std::vector<std::string> samples;
-    for (double gbps : report.samples_gbps) samples.push_back(JsonNumber(gbps));
-    return StringPrintf(
-        "{\n"
-        "  \"block_size\": %llu,\n"
-        "  \"rate_bytes_per_s\": %llu,\n"
-        "  \"downlink\": {\n"
-        "    \"daemon_samples_gbps\": [%s],\n"
-        "    \"daemon_result\": %s,\n"
-        "    \"daemon_average_gbps\": %s,\n"
-        "    \"daemon_max_gbps\": %s,\n"
-        "    \"monitor_bytes\": %llu,\n"
-        "    \"monitor_bytes_per_s\": %s,\n"
-        "    \"bare_reader_bytes\": %llu,\n"
-        "    \"bare_reader_bytes_per_s\": %s\n"
-        "  },\n"
-        "  \"uplink\": {\n"
-        "    \"pump_writes\": %llu,\n"
-        "    \"pump_bytes\": %llu,\n"
-        "    \"pump_failed\": %llu,\n"
-        "    \"pump_bytes_per_s_by_size\": %s,\n"
-        "    \"bare_writer_bytes_per_s_by_size\": %s\n"
-        "  }\n"
-        "}\n",
-        static_cast<unsigned long long>(report.block_size),
-        static_cast<unsigned long long>(report.bytes_per_s),
-        android::base::Join(samples, ", ").c_str(), JsonString(report.result_line).c_str(),
-        JsonNumber(report.average_gbps).c_str(), JsonNumber(report.max_gbps).c_str(),
-        static_cast<unsigned long long>(report.monitor.bytes),
-        JsonNumber(report.monitor.bytes_per_s()).c_str(),
-        static_cast<unsigned long long>(report.bare_reader.bytes),
-        JsonNumber(report.bare_reader.bytes_per_s()).c_str(),
-        static_cast<unsigned long long>(TotalWrites(report.pump)),
-        static_cast<unsigned long long>(TotalBytes(report.pump)),
-        static_cast<unsigned long long>(report.pump_failed), JsonRates(report.pump).c_str(),
-        JsonRates(report.bare_writer).c_str());
+    // Keys in the order written; a rate that could not be measured (not a number) becomes null.
+    nlohmann::ordered_json json;
+    json["block_size"] = report.block_size;
+    json["rate_bytes_per_s"] = report.bytes_per_s;
+    nlohmann::ordered_json& down = json["downlink"];
+    down["daemon_samples_gbps"] = report.samples_gbps;
+    down["daemon_result"] = report.result_line;
+    down["daemon_average_gbps"] = report.average_gbps;
+    down["daemon_max_gbps"] = report.max_gbps;
+    down["monitor_bytes"] = report.monitor.bytes;
+    down["monitor_bytes_per_s"] = report.monitor.bytes_per_s();
+    down["bare_reader_bytes"] = report.bare_reader.bytes;
+    down["bare_reader_bytes_per_s"] = report.bare_reader.bytes_per_s();
+    nlohmann::ordered_json& up = json["uplink"];
+    up["pump_writes"] = TotalWrites(report.pump);
+    up["pump_bytes"] = TotalBytes(report.pump);
+    up["pump_failed"] = report.pump_failed;
+    up["pump_bytes_per_s_by_size"] = JsonRates(report.pump);
+    up["bare_writer_bytes_per_s_by_size"] = JsonRates(report.bare_writer);
+    // The result line is the daemon's text: bytes that are not UTF-8 are replaced, not fatal.
+    return json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
 std::string PlotScript(const TputReport& report, const std::string& data_dir,

@@ -3,13 +3,13 @@
 # it returns at once when everything is already there.
 set -eu
 
-packages="build-essential cmake pkg-config clang-format \
+packages="build-essential cmake pkg-config ccache clang-format \
   protobuf-compiler libprotobuf-dev \
   android-liblog-dev android-libbase-dev libfmt-dev \
   libgtest-dev libgmock-dev libbenchmark-dev \
   libfuse3-dev fuse3 bubblewrap gnuplot-nox clang libclang-rt-14-dev \
   blueprint-tools golang-go golang-github-google-blueprint-dev \
-  checkpolicy selinux-utils setools m4 python3 \
+  checkpolicy selinux-utils setools python3-selinux m4 python3 \
   nlohmann-json3-dev libedit-dev gcovr"
 
 missing=""

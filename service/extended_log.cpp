@@ -45,7 +45,7 @@ std::string TimeStampLine() {
 }  // namespace
 
 unsigned int TarvoServiceHandler::SendExtendedLogRequest() {
-    if (!CheckModemOnline()) return tarvo_message::RESULT_BAD_FORMAT;
+    if (!CheckModemOnline()) return TarvoMessageHandler::kStatusModemOffline;
     TarvoExtendedLogMessage request(tarvo_message::REQUEST);
     request.FillRequest();
     return RequestOfModem(&request, kRequestTexts);

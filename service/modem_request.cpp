@@ -16,20 +16,9 @@ bool TarvoServiceHandler::CheckModemOnline() {
 
 unsigned int TarvoServiceHandler::RequestOfModem(TarvoPayloadMessage* request,
                                                  const ModemRequestTexts& texts) {
-    ALOGI("%s", texts.sending);
-    VekMessage* message = request->GetVekMessage();
-    const int status = handler_->SendRequest(message, kModemRequestTimeoutSeconds);
-    if (status != tarvo_message::RESULT_SUCCESS) {
-        // The record stays listed; a late answer is stored there and never read.
-        ALOGE("Failed to send request, status:%d", status);
-        return status;
-    }
-
-    const uint32_t token = message->GetToken();
-    const RequestRecord record = handler_->GetRequestRecord(token);
-    const VekMessage* response = record.GetResponse();
-    const int result = response != nullptr ? response->GetResult() : tarvo_message::RESULT_FAILURE;
-    handler_->RemoveRequestRecord(token);
+    int result = tarvo_message::RESULT_FAILURE;
+    const int status = handler_->AskModem(request->GetVekMessage(), texts.sending, &result);
+    if (status != tarvo_message::RESULT_SUCCESS) return status;
     if (result != tarvo_message::RESULT_SUCCESS) {
         ALOGE("%s", texts.failed);
         return kStatusModemRefused;

@@ -81,14 +81,14 @@ void TarvoServiceHandler::LoadDebugStatModuleConfig(const std::string& entry) {
 
 unsigned int TarvoServiceHandler::SendModemStatEnableRequest(std::string module, int v,
                                                              unsigned int t) {
-    if (!CheckModemOnline()) return tarvo_message::RESULT_BAD_FORMAT;
+    if (!CheckModemOnline()) return TarvoMessageHandler::kStatusModemOffline;
     TarvoModemStatMessage request(tarvo_message::REQUEST);
     request.FillEnableRequest(std::move(module), v, t);
     return RequestOfModem(&request, kEnableTexts);
 }
 
 unsigned int TarvoServiceHandler::SendModemStatReportRequest() {
-    if (!CheckModemOnline()) return tarvo_message::RESULT_BAD_FORMAT;
+    if (!CheckModemOnline()) return TarvoMessageHandler::kStatusModemOffline;
     TarvoModemStatMessage request(tarvo_message::REQUEST);
     request.FillReportRequest();
     const unsigned int status = RequestOfModem(&request, kReportTexts);

@@ -13,13 +13,6 @@ namespace tarvo {
 
 namespace {
 
-// The daemon's own service commands.
-constexpr unsigned int kModemStatReport = 0;
-constexpr unsigned int kModemStatConfig = 1;
-constexpr unsigned int kExtendedLog = 2;
-constexpr unsigned int kUserspaceLogEnable = 3;
-constexpr unsigned int kLoadGnssCoexConfig = 4;
-
 // Only the low 16 bits of an id take part in routing.
 uint16_t Id16(int id) { return static_cast<uint16_t>(id); }
 
@@ -102,15 +95,15 @@ unsigned int TarvoServiceHandler::OnReceiveIndication(VekMessage* indication) {
 
 unsigned int TarvoServiceHandler::SendServiceRequest(unsigned int command) {
     switch (command) {
-        case kModemStatReport:
+        case TarvoMessageHandler::kModemStatReport:
             return SendModemStatReportRequest();
-        case kModemStatConfig:
+        case TarvoMessageHandler::kModemStatConfig:
             return LoadDebugStatConfig();
-        case kExtendedLog:
+        case TarvoMessageHandler::kExtendedLog:
             return SendExtendedLogRequest();
-        case kUserspaceLogEnable:
+        case TarvoMessageHandler::kUserspaceLogEnable:
             return SendUserspaceLogEnableRequest();
-        case kLoadGnssCoexConfig:
+        case TarvoMessageHandler::kLoadGnssCoexConfig:
             // A table field without a number throws; the lines before it are sent, the modem's
             // next start tries again.
             try {

@@ -39,8 +39,6 @@ class TarvoServiceHandler {
 
     // Status of a daemon request that the modem answered with a failure result; never sent.
     static constexpr unsigned int kStatusModemRefused = 9;
-    // How long each of the daemon's own requests waits for the modem's answer.
-    static constexpr unsigned int kModemRequestTimeoutSeconds = 3;
 
     // Modem statistics (payload 5). The configuration loader sends one enable request per
     // configured module: 0 once a configuration file was read, 8 when there is none. The requests

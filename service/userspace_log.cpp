@@ -40,7 +40,7 @@ int PriorityOf(uint32_t level) {
 }  // namespace
 
 unsigned int TarvoServiceHandler::SendUserspaceLogEnableRequest() {
-    if (!CheckModemOnline()) return tarvo_message::RESULT_BAD_FORMAT;
+    if (!CheckModemOnline()) return TarvoMessageHandler::kStatusModemOffline;
     unique_fd fd(TEMP_FAILURE_RETRY(open(kConfigFile, O_RDONLY | O_CLOEXEC)));
     if (fd == -1) {
         ALOGD("Modem userspace logging config does not exist");

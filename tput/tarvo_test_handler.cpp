@@ -18,6 +18,18 @@ namespace {
 
 constexpr useconds_t kSampleIntervalUs = 100000;
 constexpr unsigned int kUplinkSettleSeconds = 2;
+constexpr int kResultMask = 0xFFFF;
+
+// The two arguments that say which transfer a test request is about.
+constexpr bool kDownlink = true;
+constexpr bool kUplink = false;
+constexpr bool kStart = false;
+constexpr bool kStop = true;
+// The modem's own parameters of the downlink start; every other request carries zeros.
+constexpr int kDownlinkParamA = 60000;
+constexpr int kDownlinkParamB = 3000;
+constexpr int kDownlinkParamC = 200;
+constexpr int kNoParam = 0;
 
 // Bits per 100-ms sample to gigabits per second, in this order of operations.
 double GigabitsPerSecond(double bytes) { return bytes * 8 / 1000 / 1000 / 1000 * 10; }
@@ -66,13 +78,14 @@ int TarvoTestHandler::TputDLTestRun(const std::string& channel) {
     }
     ModemTputMonitor* running = monitors_.emplace_back(std::move(monitor)).get();
 
-    if (SendTarvoTestRequest(true, false, 60000, 3000, 200) != 0) {
+    if (SendTarvoTestRequest(kDownlink, kStart, kDownlinkParamA, kDownlinkParamB,
+                             kDownlinkParamC) != 0) {
         ALOGE("Modem Failed to initiate DL(CP2AP) Tput transimision");
         return tarvo_message::RESULT_IO_ERROR;
     }
     WaitForTputResponse(kSampleSeconds);
     running->SetChannelClose();
-    if (SendTarvoTestRequest(true, true, 0, 0, 0) != 0) {
+    if (SendTarvoTestRequest(kDownlink, kStop, kNoParam, kNoParam, kNoParam) != 0) {
         ALOGE("Modem Failed to end UL(AP2CP) Tput transimision");
         return tarvo_message::RESULT_IO_ERROR;
     }
@@ -85,7 +98,7 @@ int TarvoTestHandler::TputDLTestRun(const std::string& channel) {
 }
 
 int TarvoTestHandler::TputULTestRun(const std::string& channel) {
-    if (SendTarvoTestRequest(false, false, 0, 0, 0) != 0) {
+    if (SendTarvoTestRequest(kUplink, kStart, kNoParam, kNoParam, kNoParam) != 0) {
         ALOGE("Modem Failed to initiate UL(AP2CP) Tput transimision");
         return tarvo_message::RESULT_IO_ERROR;
     }
@@ -98,7 +111,7 @@ int TarvoTestHandler::TputULTestRun(const std::string& channel) {
     }
     pump->SetBuffer({});
     sleep(kUplinkSettleSeconds);
-    if (SendTarvoTestRequest(false, true, 0, 0, 0) != 0) {
+    if (SendTarvoTestRequest(kUplink, kStop, kNoParam, kNoParam, kNoParam) != 0) {
         ALOGE("Modem Failed to end UL(AP2CP) Tput transimision");
         return tarvo_message::RESULT_IO_ERROR;
     }
@@ -109,27 +122,20 @@ int TarvoTestHandler::SendTarvoTestRequest(bool downlink, bool stop, int param_a
                                            int param_c) {
     if (!handler_->IsModemOnline()) {
         ALOGE("Modem is not online");
-        return tarvo_message::RESULT_BAD_FORMAT;
+        return TarvoMessageHandler::kStatusModemOffline;
     }
     TarvoTestMessage request(tarvo_message::REQUEST);
     request.FillTputTestRequest(downlink, stop, param_a, param_b, param_c);
-    ALOGI("Sending modem test request");
-    const int status = handler_->SendRequest(request.GetVekMessage(), kResponseTimeoutSeconds);
-    if (status != 0) {
-        ALOGE("Failed to send request, status:%d", status);
-        return status;
-    }
-    const uint32_t token = request.GetVekMessage()->GetToken();
-    const RequestRecord record = handler_->GetRequestRecord(token);
-    const TarvoTestMessage response(record.GetResponse());
-    const VekMessage* answer = response.GetVekMessage();
-    const int result = answer != nullptr ? answer->GetResult() : tarvo_message::RESULT_FAILURE;
-    if ((result & 0xFFFF) == 0) {
+    int result = tarvo_message::RESULT_FAILURE;
+    const int status =
+        handler_->AskModem(request.GetVekMessage(), "Sending modem test request", &result);
+    if (status != tarvo_message::RESULT_SUCCESS) return status;
+    // Only the low 16 bits count; a refusal is logged and the test goes on.
+    if ((result & kResultMask) == tarvo_message::RESULT_SUCCESS) {
         ALOGI("Got modem test response successful");
     } else {
         ALOGE("Got modem test response failed");
     }
-    handler_->RemoveRequestRecord(token);
     return tarvo_message::RESULT_SUCCESS;
 }
 

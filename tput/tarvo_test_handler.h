@@ -41,7 +41,6 @@ class TarvoTestHandler {
   public:
     static constexpr const char* kTestChannel = "/dev/oem_test";
     static constexpr int kSampleSeconds = 10;
-    static constexpr unsigned int kResponseTimeoutSeconds = 3;
 
     explicit TarvoTestHandler(TarvoMessageHandler* handler);
     TarvoTestHandler(const TarvoTestHandler&) = delete;

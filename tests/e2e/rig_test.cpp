@@ -187,14 +187,33 @@ TEST(ScenarioPlayerTest, NamesTheSourceAndPlaceOfAParseError) {
     EXPECT_TRUE(tarvo_emu::ParseScenario("initial_state: 4", "y").ok());
 }
 
-TEST(TarvoEmuTest, BadNumbersAreUsageErrors) {
-    for (const char* state : {"x", "4x", ""}) {
-        const tarvo_emu::ProcessResult result = tarvo_emu::RunProcess(
-            {TARVO_BINARY_DIR "/tarvo-emu", "exec", "--state", state, "--", "/bin/true"},
-            {.separate_stderr = true}, std::chrono::seconds(60));
-        EXPECT_EQ(result.status, 2) << state;
-        EXPECT_NE(result.errors.find("usage: tarvo-emu"), std::string::npos) << result.errors;
+TEST(TarvoEmuTest, UsageErrorsSayWhatWasWrong) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"exec", "--state", "x", "--", "/bin/true"}, "--state takes a number, not \"x\""},
+        {{"exec", "--state", "4x", "--", "/bin/true"}, "--state takes a number, not \"4x\""},
+        {{"tput", "--block-size", "0"}, "--block-size takes a number of bytes from 1 to 65568"},
+        {{"run"}, "no scenario file given"},
+        {{"console", "--quiet"}, "unknown option --quiet"},
+    };
+    for (const auto& [args, why] : cases) {
+        std::vector<std::string> command = {TARVO_BINARY_DIR "/tarvo-emu"};
+        command.insert(command.end(), args.begin(), args.end());
+        const tarvo_emu::ProcessResult result =
+            tarvo_emu::RunProcess(command, {.separate_stderr = true}, std::chrono::seconds(60));
+        EXPECT_EQ(result.status, 2) << why;
+        EXPECT_NE(result.errors.find(why), std::string::npos) << result.errors;
     }
+    const tarvo_emu::ProcessResult outside = tarvo_emu::RunProcess(
+        {TARVO_BINARY_DIR "/tarvo-emu", "exec", "--file", "/etc/x=1", "--", "/bin/true"},
+        {.separate_stderr = true}, std::chrono::seconds(60));
+    EXPECT_EQ(outside.status, 1);
+    EXPECT_NE(outside.errors.find("cannot seed /etc/x: seed files go under /data, /mnt or /vendor"),
+              std::string::npos)
+        << outside.errors;
+    const tarvo_emu::ProcessResult help = tarvo_emu::RunProcess(
+        {TARVO_BINARY_DIR "/tarvo-emu", "run", "--help"}, {}, std::chrono::seconds(60));
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.output.find("usage: tarvo-emu run FILE"), std::string::npos) << help.output;
 }
 
 TEST(TarvoEmuTest, ExecOptionsBoundALongRun) {

@@ -20,7 +20,6 @@ namespace tarvo {
 namespace {
 
 constexpr const char* kTablePath = "/data/vendor/radio/gnss_blanking.csv";
-constexpr unsigned int kLoadGnssCoexConfig = 4;
 
 // Accepts every request and answers it with success on the calling thread.
 class InstantRilClient : public RilClientHelper {
@@ -62,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         table.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
         if (!table) return -1;
     }
-    service->SendServiceRequest(kLoadGnssCoexConfig);
+    service->SendServiceRequest(TarvoMessageHandler::kLoadGnssCoexConfig);
     return 0;
 }
 

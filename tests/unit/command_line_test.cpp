@@ -18,9 +18,9 @@ const std::string kUsage = "\nUsage for " TARVO_BINARY
                            "\n-s, --server:      Start message handler server\n"
                            "\n-h, --help:        Usage help\n";
 
-tarvo_emu::ProcessResult Tarvo(std::vector<std::string> args) {
+tarvo_emu::ProcessResult Tarvo(std::vector<std::string> args, std::vector<std::string> env = {}) {
     args.insert(args.begin(), TARVO_BINARY);
-    return tarvo_emu::RunProcess(args, {.env = {"ANDROID_LOG_TAGS=*:v"}, .separate_stderr = true},
+    return tarvo_emu::RunProcess(args, {.env = std::move(env), .separate_stderr = true},
                                  std::chrono::seconds(60));
 }
 
@@ -44,11 +44,17 @@ TEST(CommandLineTest, NoArgumentPrintsTheUsageAndFails) {
 }
 
 TEST(CommandLineTest, HelpPrintsTheUsageOnceAndEndsAsAClient) {
-    tarvo_emu::ProcessResult result = Tarvo({"-h"});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.output, kUsage);
-    EXPECT_EQ(LogLines(result.errors, ANDROID_LOG_ERROR),
-              std::vector<std::string>{"Force to exit"});
+    // Logcat's filter settings in the environment change nothing.
+    const std::vector<std::vector<std::string>> environments = {
+        {}, {"ANDROID_LOG_TAGS=*:E"}, {"ANDROID_LOG_TAGS=tarvo:V *:S"}};
+    for (const std::vector<std::string>& env : environments) {
+        SCOPED_TRACE(android::base::Join(env, " "));
+        tarvo_emu::ProcessResult result = Tarvo({"-h"}, env);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.output, kUsage);
+        EXPECT_EQ(LogLines(result.errors, ANDROID_LOG_ERROR),
+                  std::vector<std::string>{"Force to exit"});
+    }
 }
 
 TEST(CommandLineTest, UnknownOptionsPrintTheUsageAndParsingGoesOn) {

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+
+namespace tarvo_emu {
+
+// What a process that SIGINT, SIGTERM or SIGHUP ends leaves tidy: the process groups it started
+// are killed, the mounts under its temporary trees are detached and the trees removed, then it
+// exits with 128 + the signal's number. Without InstallSignalCleanup the signals keep their
+// default action and the registrations cost nothing but a lock.
+void InstallSignalCleanup();
+
+// Registered while they exist; each returns at once.
+void AddTemporaryTree(const std::string& dir);
+void RemoveTemporaryTree(const std::string& dir);
+void AddProcessGroup(pid_t group);
+void RemoveProcessGroup(pid_t group);
+// Run first when a signal ends the process, e.g. to give the terminal its settings back.
+void SetSignalCleanupHook(std::function<void()> hook);
+
+}  // namespace tarvo_emu
