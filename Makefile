@@ -1,10 +1,13 @@
 # Entry points for a host machine. `make demo` plays the daemon against the emulated modem;
 # `make test` builds everything and runs every test; `make test-sanitize` and `make test-tsan`
 # run the whole suite again on sanitized builds of everything, the daemon in the sandbox included;
-# `make bench` runs the benchmarks; `make fuzz` runs every fuzz target for FUZZ_SECONDS.
+# `make bench` runs the benchmarks; `make fuzz` runs every fuzz target for FUZZ_SECONDS;
+# `make coverage` measures what the suite runs of the daemon's code;
+# `make mutants` plants each fault of scripts/mutants.tsv in turn and says which the tests catch.
 BUILD_DIR ?= build
 ASAN_BUILD_DIR ?= build-asan
 TSAN_BUILD_DIR ?= build-tsan
+COVERAGE_BUILD_DIR ?= build-coverage
 JOBS ?= 2
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := $(patsubst tests/fuzz/%_fuzzer.cpp,%,$(wildcard tests/fuzz/*_fuzzer.cpp))
@@ -18,7 +21,8 @@ export UBSAN_OPTIONS ?= halt_on_error=1:print_stacktrace=1
 # until it sleeps), so ThreadSanitizer's signal-unsafe-call check does not apply.
 export TSAN_OPTIONS ?= halt_on_error=1:second_deadlock_stack=1:report_signal_unsafe=0:suppressions=$(CURDIR)/tests/sanitizer/tsan.supp
 
-.PHONY: all deps configure build test test-sanitize test-tsan bench demo tput fuzz format clean
+.PHONY: all deps configure build test test-sanitize test-tsan coverage bench demo tput fuzz mutants format \
+	clean
 
 all: build
 
@@ -51,6 +55,27 @@ test-tsan: deps
 	cmake --build $(TSAN_BUILD_DIR) -j$(JOBS)
 	cd $(TSAN_BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
 
+# The whole suite on a --coverage build. The daemon and its clients in the sandbox write their
+# counters through GCOV_PREFIX, which the sandbox binds writable; stripping the prefix's own
+# components puts them beside the objects, where the host's processes write theirs. The report is
+# $(COVERAGE_BUILD_DIR)/coverage/index.html; its one-line summary is printed and kept in
+# summary.txt there. The suite's result is the target's result.
+COVERAGE_DIR = $(abspath $(COVERAGE_BUILD_DIR))
+coverage: deps
+	cmake -S . -B $(COVERAGE_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DTARVO_COVERAGE=ON
+	cmake --build $(COVERAGE_BUILD_DIR) -j$(JOBS)
+	find $(COVERAGE_BUILD_DIR) -name '*.gcda' -delete
+	rm -rf $(COVERAGE_BUILD_DIR)/coverage && mkdir -p $(COVERAGE_BUILD_DIR)/coverage
+	cd $(COVERAGE_BUILD_DIR) && GCOV_PREFIX=$(COVERAGE_DIR) \
+		GCOV_PREFIX_STRIP=$(words $(subst /, ,$(COVERAGE_DIR))) \
+		ctest --output-on-failure -j$(JOBS); status=$$?; cd $(CURDIR) && \
+	gcovr -r . --object-directory $(COVERAGE_BUILD_DIR) -j$(JOBS) \
+		--filter 'core/' --filter 'service/' --filter 'ril/' --filter 'tput/' --filter 'platform/' \
+		--exclude-unreachable-branches --exclude-throw-branches \
+		--html-details $(COVERAGE_BUILD_DIR)/coverage/index.html --print-summary \
+		| grep -E '^(lines|branches):' | paste -sd' ' | tee $(COVERAGE_BUILD_DIR)/coverage/summary.txt; \
+	exit $$status
+
 # Every benchmark against its floor, as one table; the figures also go to build/bench/results.json.
 bench: build
 	$(BUILD_DIR)/bench/tarvo-bench --json $(BUILD_DIR)/bench/results.json
@@ -65,6 +90,12 @@ fuzz: build
 			-max_total_time=$(FUZZ_SECONDS) || status=1; \
 	done; exit $$status
 
+# One fault at a time in a copy of the tree under $(BUILD_DIR)/mutants; the tree itself is never
+# changed. MUTANTS=pattern plays only the faults whose name matches.
+mutants: deps
+	scripts/mutants.py --build-dir $(BUILD_DIR) --jobs $(JOBS) $(if $(MUTANTS),--only '$(MUTANTS)') \
+		--record $(BUILD_DIR)/mutants/results.txt
+
 # The rig's command, and with it the daemon and the emulated RIL client library; nothing else.
 demo: configure
 	cmake --build $(BUILD_DIR) -j$(JOBS) --target tarvo-emu
@@ -78,4 +109,4 @@ format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(TSAN_BUILD_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(TSAN_BUILD_DIR) $(COVERAGE_BUILD_DIR)

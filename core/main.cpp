@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <exception>
 #include <fstream>
@@ -46,6 +47,8 @@ void PrintUsage(const char* program) {
 }  // namespace
 
 void tarvo_signal_handler(int signal) {
+    // The work below may fail and set errno, which belongs to the thread that was interrupted.
+    const int saved_errno = errno;
     switch (signal) {
         case SIGUSR1:
             TarvoMessageHandler::GetInstance()->SendServiceRequest(
@@ -61,6 +64,7 @@ void tarvo_signal_handler(int signal) {
         default:
             break;
     }
+    errno = saved_errno;
 }
 
 int tarvo_get_pid() {

@@ -1,6 +1,7 @@
 #include "rig.h"
 
 #include <sched.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -33,7 +34,7 @@ Rig::Rig(RigOptions options)
       daemon_lines_([this](LogLine line) { OnLogLine(std::move(line), true); }) {}
 
 Rig::~Rig() {
-    daemon_.reset();
+    EndDaemon();
     if (ril_) ril_->Stop();
     // The replies stop before the filesystem goes, and the filesystem, whose threads hand the
     // daemon's messages to the modem side, goes before the modem side.
@@ -131,6 +132,15 @@ Result<void> Rig::StartDaemon() {
 
 void Rig::StopDaemon() {
     NoteDaemonEnd();
+    EndDaemon();
+}
+
+void Rig::EndDaemon() {
+    // A coverage build's daemon writes its counters on SIGTERM; any other is killed at once.
+    if (daemon_ && daemon_pid_ != 0 && getenv("GCOV_PREFIX") != nullptr &&
+        kill(daemon_pid_, SIGTERM) == 0) {
+        daemon_->Wait(std::chrono::seconds(10));
+    }
     daemon_.reset();
     daemon_pid_ = 0;
 }

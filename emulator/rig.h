@@ -186,6 +186,8 @@ class Rig {
     bool KeepReportLine(const std::string& line);
     // Notes how the daemon ended if it ends on its own within `timeout`; true if it did.
     bool NoteDaemonEnd(std::chrono::milliseconds timeout = std::chrono::milliseconds(0));
+    // Ends the daemon, if one runs.
+    void EndDaemon();
 
     RigOptions options_;
     Transcript transcript_;

@@ -175,12 +175,16 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
     }
     // After the trees, so that a directory inside one of them can be writable.
     for (const std::string& dir : writable_) args.insert(args.end(), {"--bind", dir, dir});
+    if (const char* counters = getenv("GCOV_PREFIX"); counters != nullptr) {
+        args.insert(args.end(), {"--bind", counters, counters});
+    }
     args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin",
                              // Where a device's linker finds the vendor's libraries.
                              "--setenv", "LD_LIBRARY_PATH", "/vendor/lib64"});
     // In a sanitized build, the options that make the first report end the process reach the
-    // daemon and its clients too.
-    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
+    // daemon and its clients too; in a coverage build, where their counters go.
+    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS",
+                             "GCOV_PREFIX", "GCOV_PREFIX_STRIP"}) {
         if (const char* value = getenv(name); value != nullptr) {
             args.insert(args.end(), {"--setenv", name, value});
         }

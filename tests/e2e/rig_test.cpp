@@ -1,5 +1,5 @@
-// The rig itself: the emulated nodes as a process sees them, the modem's replies, the scenario
-// player's verdicts and the teardown.
+// The rig itself where scenarios lean on it without showing it: the IPC and boot nodes as a
+// process sees them, the scenario player's verdicts, the command's options and the teardown.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <future>
 #include <string>
 
@@ -67,50 +66,6 @@ TEST_F(EmulatorTest, IpcNodeCarriesOneMessagePerReadAndWrite) {
     EXPECT_TRUE(rig().AwaitMessage(Text("token: 3"), milliseconds(1000)));
 }
 
-TEST_F(EmulatorTest, IpcReadWaitsForTheModem) {
-    unique_fd fd = OpenNode("oem_ipc1");
-    auto reader = std::async(std::launch::async, [&fd] {
-        char buffer[64];
-        return read(fd.get(), buffer, sizeof(buffer));
-    });
-    EXPECT_EQ(reader.wait_for(milliseconds(100)), std::future_status::timeout);
-    rig().Send(Text("type: INDICATION token: 4"));
-    ASSERT_EQ(reader.wait_for(kTimeout), std::future_status::ready);
-    EXPECT_EQ(reader.get(), static_cast<ssize_t>(Text("type: INDICATION token: 4").ByteSizeLong()));
-
-    unique_fd nonblocking = OpenNode("oem_ipc1", O_RDWR | O_NONBLOCK);
-    char byte;
-    EXPECT_EQ(read(nonblocking.get(), &byte, 1), -1);
-    EXPECT_EQ(errno, EAGAIN);
-}
-
-TEST_F(EmulatorTest, IpcFaultsHappenInOrder) {
-    unique_fd fd = OpenNode("oem_ipc1");
-    char buffer[64];
-    rig().Send(Text("token: 5"));
-    rig().InjectFault(tarvo_emu::IpcFault::kEndOfFile);
-    rig().InjectFault(tarvo_emu::IpcFault::kReadError);
-    EXPECT_GT(read(fd.get(), buffer, sizeof(buffer)), 0);
-    EXPECT_EQ(read(fd.get(), buffer, sizeof(buffer)), 0);
-    EXPECT_EQ(read(fd.get(), buffer, sizeof(buffer)), -1);
-    EXPECT_EQ(errno, EIO);
-
-    rig().InjectFault(tarvo_emu::IpcFault::kWriteError);
-    const std::string bytes = Text("token: 6").SerializeAsString();
-    EXPECT_EQ(write(fd.get(), bytes.data(), bytes.size()), -1);
-    EXPECT_EQ(write(fd.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-
-    // A hang-up lasts until the node is opened again; queued messages wait for that.
-    rig().InjectFault(tarvo_emu::IpcFault::kHangUp);
-    rig().Send(Text("token: 7"));
-    EXPECT_TRUE(PollNow(fd.get()) & POLLHUP);
-    EXPECT_EQ(read(fd.get(), buffer, sizeof(buffer)), 0);
-    EXPECT_EQ(write(fd.get(), bytes.data(), bytes.size()), -1);
-    fd = OpenNode("oem_ipc1");
-    EXPECT_EQ(PollNow(fd.get()) & POLLHUP, 0);
-    EXPECT_GT(read(fd.get(), buffer, sizeof(buffer)), 0);
-}
-
 TEST_F(EmulatorTest, BootNodeReportsStateAndWakesPollOncePerChange) {
     unique_fd fd = OpenNode("umts_boot0");
     EXPECT_EQ(ioctl(fd.get(), 0x6F27), 0);
@@ -129,77 +84,6 @@ TEST_F(EmulatorTest, BootNodeReportsStateAndWakesPollOncePerChange) {
     rig().SetModemState(4);
     EXPECT_EQ(PollNow(fd.get()), 0);
     EXPECT_EQ(ioctl(fd.get(), 0x1234), -1);
-}
-
-TEST_F(EmulatorTest, TempNodeKeepsEveryWrite) {
-    std::ofstream out(rig().emulator().PathOf("cp_temp"));
-    out << "1 1 45000\n" << std::flush;
-    out << "2 0 -5\n" << std::flush;
-    out.close();
-    EXPECT_EQ(rig().emulator().temp().writes(),
-              (std::vector<std::string>{"1 1 45000\n", "2 0 -5\n"}));
-    std::string content;
-    ASSERT_TRUE(android::base::ReadFileToString(rig().emulator().PathOf("cp_temp"), &content));
-    EXPECT_EQ(content, "1 1 45000\n2 0 -5\n");
-}
-
-TEST_F(EmulatorTest, TestNodeIsASourceAndASink) {
-    tarvo_emu::TestNode& node = rig().emulator().test();
-    unique_fd fd = OpenNode("oem_test", O_RDWR | O_NONBLOCK);
-    std::string buffer(65568, '\0');
-    node.SetDownlink(1000, 2);
-    EXPECT_EQ(read(fd.get(), buffer.data(), buffer.size()), 1000);
-    EXPECT_EQ(read(fd.get(), buffer.data(), buffer.size()), 1000);
-    EXPECT_EQ(read(fd.get(), buffer.data(), buffer.size()), -1);
-
-    node.FailWrite(2);
-    EXPECT_EQ(write(fd.get(), buffer.data(), 3000), 3000);
-    EXPECT_EQ(write(fd.get(), buffer.data(), 3000), -1);
-    EXPECT_EQ(write(fd.get(), buffer.data(), 10), 10);
-    const tarvo_emu::TestNode::Uplink uplink = node.uplink();
-    EXPECT_EQ(uplink.writes, 2u);
-    EXPECT_EQ(uplink.failed, 1u);
-    EXPECT_EQ(uplink.bytes, 3010u);
-    EXPECT_EQ(uplink.writes_by_size.at(3000), 1u);
-}
-
-TEST_F(EmulatorTest, SandboxShowsTheDeviceTree) {
-    ASSERT_TRUE(rig().WriteFile("/vendor/etc/modem/x.conf", "x"));
-    const tarvo_emu::ProcessResult result = rig().Run(
-        {"/bin/sh", "-c",
-         "test -d /data/vendor/radio/modem_temp_file && test -d /mnt/vendor/modem_userdata/replay"
-         " && test -d /vendor/firmware/uecapconfig && test -f /vendor/etc/modem/x.conf"
-         " && ! touch /vendor/etc/y 2>/dev/null && test -e /dev/oem_ipc1"
-         " && test -e /sys/devices/platform/cp-tm1/cp_temp"});
-    EXPECT_EQ(result.status, 0) << result.output;
-}
-
-TEST(ModemSideTest, DefaultReplyAnswersTheRequest) {
-    tarvo_message::TarvoMessage request;
-    request.set_type(tarvo_message::REQUEST);
-    request.set_message_id(5);
-    request.set_token(41);
-    request.mutable_modem_stat()->mutable_enable_request()->set_module("m");
-
-    const auto reply = tarvo_emu::ModemSide::MakeReply(request, {});
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->type(), tarvo_message::RESPONSE);
-    EXPECT_EQ(reply->message_id(), 5u);
-    EXPECT_EQ(reply->token(), 41u);
-    ASSERT_TRUE(reply->has_result());
-    EXPECT_EQ(reply->result(), 0);
-    EXPECT_TRUE(reply->has_modem_stat());
-    EXPECT_EQ(reply->modem_stat().ModemStat_case(), 0);
-
-    tarvo_emu::AutoReply rule;
-    rule.result = 5;
-    rule.overrides.mutable_modem_stat()->mutable_enable_response();
-    const auto failed = tarvo_emu::ModemSide::MakeReply(request, rule);
-    EXPECT_EQ(failed->result(), 5);
-    EXPECT_TRUE(failed->modem_stat().has_enable_response());
-
-    rule.no_reply = true;
-    EXPECT_FALSE(tarvo_emu::ModemSide::MakeReply(request, rule));
 }
 
 tarvo_scenario::Scenario ParseScenario(const std::string& text) {

@@ -1,5 +1,5 @@
-// The throughput test's pump and monitor in this process, on the emulated "/dev/oem_test", and
-// the node's own streaming: the schedule, the failures and the waits without a whole test run.
+// The throughput test's monitor in this process, on the emulated "/dev/oem_test": its waits on a
+// silent node, which no log line marks; and the node's own paced streaming.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -13,7 +13,6 @@
 #include <android-base/unique_fd.h>
 
 #include "log_capture.h"
-#include "modem_tput_handler.h"
 #include "modem_tput_monitor.h"
 #include "tarvo_e2e_fixture.h"
 #include "tarvo_test_handler.h"
@@ -32,7 +31,6 @@ class TputNodeTest : public TarvoE2eTest {
 
     tarvo_emu::TestNode& node() { return rig().emulator().test(); }
     std::string path() { return rig().emulator().PathOf("oem_test"); }
-    std::string OpenLine() { return "Open IO channel, fd: %d channel: " + path(); }
     int Opens() {
         int opens = 0;
         for (const LogLine& line : log_.Lines()) {
@@ -57,50 +55,6 @@ class TputNodeTest : public TarvoE2eTest {
     LogCapture log_;
     TarvoTestHandler test_handler_{nullptr};
 };
-
-TEST_F(TputNodeTest, PumpStartsASizeOverAfterAFailureAndGivesUpAfterEleven) {
-    // Attempt 20006 is the 5th block of size 3000 (after the opening write and 2 x 10000), and
-    // so is 20011 once the size has started over; the nine after it fail at once.
-    for (uint64_t attempt : {20006, 20011}) node().FailWrite(attempt);
-    for (uint64_t attempt = 20012; attempt <= 20020; ++attempt) node().FailWrite(attempt);
-
-    std::unique_ptr<ModemTputHandler> pump = ModemTputHandler::MakeInstance();
-    pump->SetChannelName(path());
-    pump->SetBuffer(std::vector<char>(ModemTputHandler::kBufferSize));
-    ASSERT_EQ(pump->Start(), 0);
-
-    const tarvo_emu::TestNode::Uplink uplink = node().uplink();
-    EXPECT_EQ(uplink.failed, 11u);
-    EXPECT_EQ(uplink.writes_by_size,
-              (std::map<size_t, uint64_t>{{10, 1}, {1000, 10000}, {2000, 10000}, {3000, 8}}));
-    EXPECT_EQ(log_.Count(ANDROID_LOG_ERROR, "Failed to write to IO channel #4"), 2);
-    EXPECT_EQ(log_.Count(ANDROID_LOG_ERROR, "Failed to write to IO channel #0"), 9);
-    // Opened at the start and again after every failure, the eleventh included.
-    EXPECT_EQ(node().open_count(), 12u);
-}
-
-TEST_F(TputNodeTest, MonitorReportsEveryReadAndStopsWhenAsked) {
-    std::unique_ptr<ModemTputMonitor> monitor = ModemTputMonitor::MakeInstance(&test_handler_);
-    ASSERT_TRUE(monitor);
-    EXPECT_FALSE(ModemTputMonitor::MakeInstance(nullptr));
-    monitor->SetChannelName(path());
-    ASSERT_EQ(monitor->Start(), 0);
-    node().SetDownlink(1000, 50);
-    ASSERT_TRUE(Eventually([&] { return monitor->received_bytes() == 50000; }));
-
-    monitor->SetChannelClose();
-    // The monitor sees the request between reads: one more block ends its wait.
-    node().SetDownlink(1000, 1);
-    ASSERT_TRUE(Eventually([&] { return monitor->finished(); }));
-    EXPECT_EQ(monitor->received_bytes(), 51000u);
-    EXPECT_TRUE(log_.Contains(ANDROID_LOG_INFO, "Stop tput monitoring"));
-
-    // Every read reached the test handler's counter, which one sample takes whole.
-    test_handler_.WaitForTputResponse(0);
-    EXPECT_TRUE(log_.Contains(ANDROID_LOG_INFO,
-                              "Modem_IPC_Test DL:Tput : 0.004080 (GBps) | byte_counter: 51000 "))
-        << log_.Dump();
-}
 
 TEST_F(TputNodeTest, SilentNodeIsReopenedAtOnceAfterTheFirstTimeout) {
     std::unique_ptr<ModemTputMonitor> monitor = ModemTputMonitor::MakeInstance(&test_handler_);

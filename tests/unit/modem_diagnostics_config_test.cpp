@@ -33,11 +33,6 @@ TEST(ModemStatConfigTest, EntriesAreRunsBetweenBarsAndLineEnds) {
 }
 
 TEST(ModemStatConfigTest, ModuleAndItems) {
-    EXPECT_EQ(Enable("L1:v=3,t=10"), "L1 3 10");
-    EXPECT_EQ(Enable("RRC"), "RRC -1 0");
-    EXPECT_EQ(Enable("RRC:"), "RRC -1 0");
-    EXPECT_EQ(Enable("L1:v=-1,t=0"), "L1 -1 0");
-    EXPECT_EQ(Enable("L1:v=0"), "L1 0 0");
     // The last v and t win; t keeps its bits when negative.
     EXPECT_EQ(Enable("L1:t=1,v=2,t=7,v=5"), "L1 5 7");
     EXPECT_EQ(Enable("L1:t=-1"), "L1 -1 4294967295");
@@ -51,9 +46,6 @@ TEST(ModemStatConfigTest, ModuleAndItems) {
 }
 
 TEST(ModemStatConfigTest, ItemsThatDoNotScanAreIgnored) {
-    EXPECT_EQ(Enable("L1:x=5"), "L1 -1 0");
-    EXPECT_EQ(Enable("L1:t9"), "L1 -1 0");
-    EXPECT_EQ(Enable("L1:v=abc"), "L1 -1 0");
     EXPECT_EQ(Enable("L1:V=4,T=4"), "L1 -1 0");
     // The blank after the comma is taken as the letter.
     EXPECT_EQ(Enable("L1:t=2, v=3"), "L1 -1 2");
@@ -62,9 +54,7 @@ TEST(ModemStatConfigTest, ItemsThatDoNotScanAreIgnored) {
 }
 
 TEST(UserspaceLogConfigTest, OneNamePerLineTakenAsItStands) {
-    EXPECT_THAT(split_userspace_log_names("A\nB\nC"), ElementsAre("A", "B", "C"));
     EXPECT_THAT(split_userspace_log_names("A\nB\n"), ElementsAre("A", "B"));
-    EXPECT_THAT(split_userspace_log_names("A\r\nB\r\n"), ElementsAre("A\r", "B\r"));
     EXPECT_THAT(split_userspace_log_names("A\n\n B \n"), ElementsAre("A", "", " B "));
     EXPECT_THAT(split_userspace_log_names("\n"), ElementsAre(""));
     EXPECT_THAT(split_userspace_log_names(""), IsEmpty());

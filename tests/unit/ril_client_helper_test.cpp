@@ -9,7 +9,6 @@
 #include <string>
 
 #include "log_capture.h"
-#include "ril_request_helper.h"
 
 namespace tarvo {
 
@@ -59,18 +58,6 @@ TEST(RilClientHelperTest, WithoutTheLibraryEveryCallFailsAndIsLogged) {
                     RadioInfo("SetIndicationFilter"),
                     RadioError("SetIndicationFilter filter=" + pointer + " size=3"),
                     RadioInfo("~RilClientHelperDLImpl release instance"), RadioInfo("Release")));
-}
-
-TEST(RilClientHelperTest, WithoutTheLibraryEveryConnectionAttemptOpensAgain) {
-    LogCapture log(kRilTag, LOG_ID_RADIO);
-    EXPECT_EQ(RilRequestHelper::GetInstance(), nullptr);
-    EXPECT_EQ(RilRequestHelper::GetInstance(), nullptr);
-    EXPECT_EQ(RilClientHelper::GetInstance(), RilClientHelper::GetInstance());
-    // The library is looked for once; each connection attempt opens again.
-    EXPECT_THAT(log.Lines(),
-                ElementsAre(RadioInfo("RilClientHelperDLImpl create instance"), RadioInfo("Init"),
-                            RadioError("Init error: dlopen failure"), RadioInfo("Open"),
-                            RadioInfo("Open")));
 }
 
 }  // namespace tarvo

@@ -13,7 +13,6 @@ namespace tarvo {
 using std::chrono::seconds;
 using testing::Each;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -94,26 +93,10 @@ class RilRequestHelperTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(RilRequestHelperTest, AnAnswerEndsTheRequest) {
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(Send(60), 0);
-    // At once, not at the end of the attempt's 5 s.
-    EXPECT_LT(std::chrono::steady_clock::now() - start, seconds(4));
-    EXPECT_THAT(client_.requests_, ElementsAre(std::make_pair(227u, std::string("\x3c\x00", 2))));
-    EXPECT_THAT(pauses_, IsEmpty());
-}
-
 TEST_F(RilRequestHelperTest, ErrorsOtherThanRadioNotAvailableAreNotRetried) {
     client_.answers_ = {2, 0};
     EXPECT_EQ(Send(60), 2);
     EXPECT_EQ(Attempts(), 1u);
-}
-
-TEST_F(RilRequestHelperTest, RadioNotAvailableIsRetriedFiveSecondsLater) {
-    client_.answers_ = {1, 0};
-    EXPECT_EQ(Send(60), 0);
-    EXPECT_EQ(Attempts(), 2u);
-    EXPECT_THAT(pauses_, ElementsAre(seconds(5)));
 }
 
 TEST_F(RilRequestHelperTest, TheBudgetLimitsTheAttempts) {
@@ -149,16 +132,6 @@ TEST_F(RilRequestHelperTest, ABudgetOfZeroHasNoEnd) {
 TEST_F(RilRequestHelperTest, ANegativeBudgetIsRefusedUnsent) {
     EXPECT_EQ(Send(-1), 44);
     EXPECT_EQ(Attempts(), 0u);
-}
-
-TEST_F(RilRequestHelperTest, AnUnansweredRequestGivesUpAfterFiveSeconds) {
-    client_.answers_ = {kNever};
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(Send(60), 66);
-    const auto elapsed = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(elapsed, seconds(5));
-    EXPECT_LT(elapsed, seconds(30));
-    EXPECT_EQ(Attempts(), 1u);
 }
 
 TEST_F(RilRequestHelperTest, ExistsOnlyWithAnOpenHandle) {
