@@ -1,5 +1,6 @@
 # Entry points for a host machine. `make demo` plays the daemon against the emulated modem;
-# `make test` builds everything and runs every test; `make test-sanitize` and `make test-tsan`
+# `make test` builds everything and runs every test but the fuzz runs, which `make test-fuzz`
+# builds and runs; `make test-sanitize` and `make test-tsan`
 # run the whole suite again on sanitized builds of everything, the daemon in the sandbox included;
 # `make bench` runs the benchmarks; `make fuzz` runs every fuzz target for FUZZ_SECONDS;
 # `make coverage` measures what the suite runs of the daemon's code;
