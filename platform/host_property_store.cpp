@@ -150,9 +150,10 @@ struct HostPropertyStore::Area {
         const size_t value_length = std::min<size_t>(serial >> kLengthShift, kMaxValueLength);
         uint32_t words[kValueWords];
         for (size_t i = 0; i < (value_length + 3) / 4; ++i) {
-            words[i] = info->value[i].load(std::memory_order_relaxed);
+            // Acquire: the serial's second load below cannot move before these, and a word
+            // that a set wrote carries the set's dirty serial with it.
+            words[i] = info->value[i].load(std::memory_order_acquire);
         }
-        std::atomic_thread_fence(std::memory_order_acquire);
         if (info->serial.load(std::memory_order_relaxed) != serial) return false;
         *length = std::min(size, value_length);
         memcpy(out, words, *length);
@@ -163,7 +164,7 @@ struct HostPropertyStore::Area {
         uint32_t words[kValueWords] = {};
         memcpy(words, value.data(), value.size());
         for (size_t i = 0; i < kValueWords; ++i) {
-            info->value[i].store(words[i], std::memory_order_relaxed);
+            info->value[i].store(words[i], std::memory_order_release);
         }
     }
 
@@ -171,7 +172,7 @@ struct HostPropertyStore::Area {
     static void Update(prop_info* info, const std::string& value) {
         const uint32_t serial = info->serial.load(std::memory_order_relaxed);
         info->serial.store(serial | kDirty, std::memory_order_relaxed);
-        std::atomic_thread_fence(std::memory_order_release);
+        // Each word is stored with release, so a reader that sees it sees the dirty serial too.
         StoreValue(info, value);
         const uint32_t changed = (serial + 2) & kChangeMask;
         info->serial.store(static_cast<uint32_t>(value.size()) << kLengthShift | changed,
