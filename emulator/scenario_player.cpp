@@ -149,6 +149,16 @@ std::string Indented(const std::string& report, const std::string& indent) {
     return indented;
 }
 
+// The message without its header: what an exact payload is compared on.
+tarvo_message::TarvoMessage PayloadOnly(const tarvo_message::TarvoMessage& message) {
+    tarvo_message::TarvoMessage payload = message;
+    payload.clear_type();
+    payload.clear_message_id();
+    payload.clear_token();
+    payload.clear_result();
+    return payload;
+}
+
 // Field by field, how `actual` differs from what `expected` sets; the payloads compared whole
 // when `exact_payload`.
 std::string DifferenceReport(const tarvo_message::TarvoMessage& expected,
@@ -170,18 +180,10 @@ std::string DifferenceReport(const tarvo_message::TarvoMessage& expected,
     header.set_scope(MessageDifferencer::PARTIAL);
     header.ReportDifferencesToString(&report);
     header.Compare(expected_header, actual_header);
-    tarvo_message::TarvoMessage expected_payload = expected;
-    tarvo_message::TarvoMessage actual_payload = actual;
-    for (tarvo_message::TarvoMessage* message : {&expected_payload, &actual_payload}) {
-        message->clear_type();
-        message->clear_message_id();
-        message->clear_token();
-        message->clear_result();
-    }
     std::string payload_report;
     MessageDifferencer payload;
     payload.ReportDifferencesToString(&payload_report);
-    payload.Compare(expected_payload, actual_payload);
+    payload.Compare(PayloadOnly(expected), PayloadOnly(actual));
     return report + payload_report;
 }
 
@@ -229,15 +231,7 @@ Result<std::regex> Compiled(const std::string& regex) {
 
 // The payloads of both messages equal, field presence included; headers are not compared.
 bool PayloadsEqual(const tarvo_message::TarvoMessage& a, const tarvo_message::TarvoMessage& b) {
-    tarvo_message::TarvoMessage payload_a = a;
-    tarvo_message::TarvoMessage payload_b = b;
-    for (tarvo_message::TarvoMessage* message : {&payload_a, &payload_b}) {
-        message->clear_type();
-        message->clear_message_id();
-        message->clear_token();
-        message->clear_result();
-    }
-    return google::protobuf::util::MessageDifferencer::Equals(payload_a, payload_b);
+    return google::protobuf::util::MessageDifferencer::Equals(PayloadOnly(a), PayloadOnly(b));
 }
 
 RigOptions OptionsOf(const tarvo_scenario::Scenario& scenario, std::ostream* transcript,
