@@ -12,7 +12,6 @@
 #include <thread>
 
 #include <google/protobuf/text_format.h>
-#include <nlohmann/json.hpp>
 
 #include <android-base/file.h>
 #include <android-base/parsedouble.h>
@@ -23,6 +22,7 @@
 #include "bench_rig.h"
 #include "proto/tarvo_message.pb.h"
 #include "rig.h"
+#include "tput_command.h"
 
 using android::base::Error;
 using android::base::Result;
@@ -303,8 +303,12 @@ Figures MicroFigures(const BenchSettings& settings) {
     const double required = value_of("micro.dispatch.property_read", true) +
                             value_of("micro.dispatch.property_read.share.property_lookup", false) +
                             value_of("micro.dispatch.property_read.share.log_lines", false);
-    figures.push_back(RatioInfo("micro.dispatch.property_read.vs_steps", "ns", dispatch, required,
-                                "floor: bare protobuf, the property lookup and the two log lines"));
+    const double bare = value_of("micro.dispatch.property_read", true);
+    figures.push_back(RatioInfo(
+        "micro.dispatch.property_read.vs_steps", "ns", dispatch, required,
+        StringPrintf("floor: bare protobuf, the property lookup and the two log lines; those "
+                     "steps alone are %.2f times bare protobuf",
+                     required / bare)));
 
     return figures;
 }
@@ -468,119 +472,116 @@ Figures LinearityFigures(const BenchSettings& settings) {
     return figures;
 }
 
-// The rate of reads of the test node by a plain loop in the sandbox, the node streaming blocks of
-// `block_size` as fast as they are read; each read after a select with `select`.
-Result<double> PlainReadRate(uint64_t block_size, bool select) {
-    Result<std::unique_ptr<BenchRig>> bench = BenchRig::Create();
-    if (!bench.ok()) return bench.error();
-    constexpr uint64_t kReads = 20000;
-    tarvo_emu::TestNode& node = (*bench)->rig().emulator().test();
+// The rate of `reads` reads of the test node by a plain loop in `rig`'s sandbox that selects
+// before each read, the node streaming blocks of `block_size` as fast as they are read.
+Result<double> SelectReadRate(tarvo_emu::Rig& rig, uint64_t block_size, uint64_t reads) {
+    tarvo_emu::TestNode& node = rig.emulator().test();
     node.ResetStats();
     node.StartDownlink(block_size, 0);
-    std::vector<std::string> command = {BenchBinary("tarvo-bench-peer"), "read", "/dev/oem_test",
-                                        std::to_string(kReads)};
-    if (select) command.push_back("--select");
-    const tarvo_emu::ProcessResult run = (*bench)->rig().Run(command);
+    const tarvo_emu::ProcessResult run =
+        rig.Run({BenchBinary("tarvo-bench-peer"), "read", "/dev/oem_test", std::to_string(reads),
+                 "--select"});
     node.StopDownlink();
     const tarvo_emu::TestNode::Downlink down = node.downlink();
     if (run.status != 0 || down.span.seconds() <= 0) {
-        return Error() << "plain reader: " << run.output;
+        return Error() << "select reader: " << run.output;
     }
     return down.bytes / down.span.seconds();
 }
 
-// A number of the throughput report, NaN where it has none (null: not measured).
-double NumberAt(const nlohmann::json& report, const nlohmann::json::json_pointer& at) {
-    return report.contains(at) && report[at].is_number() ? report[at].get<double>() : kNone;
+using NodeRates = std::map<uint64_t, tarvo_emu::NodeRate>;
+
+// `value` against `floor`, two uplink rate maps keyed by block size: the figure `name` is the
+// block size where the ratio is lowest (held against `bound` unless it is not a number), and
+// `name`.whole_schedule adds every size's time up on each side, so that one size caught by a
+// busy moment weighs only its share.
+void UplinkFigures(const std::string& name, const char* sides, const NodeRates& value,
+                   const NodeRates& floor, double bound, std::vector<Figure>* figures) {
+    std::map<uint64_t, Figure> by_size;
+    for (const auto& [bytes, rate] : value) {
+        const auto floor_rate = floor.find(bytes);
+        if (bytes == kOpeningWrite || floor_rate == floor.end()) continue;
+        const double mb_s = rate.bytes_per_s() / 1e6;
+        const double floor_mb_s = floor_rate->second.bytes_per_s() / 1e6;
+        if (!std::isfinite(mb_s) || !std::isfinite(floor_mb_s)) continue;
+        by_size[bytes] = std::isnan(bound) ? RatioInfo(name, "MB/s", mb_s, floor_mb_s, "")
+                                           : RatioAtLeast(name, "MB/s", mb_s, floor_mb_s, bound);
+    }
+    Figure lowest = Pending(name, "MB/s", std::isnan(bound) ? "" : StringPrintf(">= %g", bound),
+                            "no uplink rates");
+    std::string ratios;
+    uint64_t lowest_at = 0;
+    double value_s = 0;
+    double floor_s = 0;
+    double total = 0;
+    for (const auto& [bytes, at] : by_size) {
+        StringAppendF(&ratios, "%s%llu: %.2f", ratios.empty() ? "" : ", ",
+                      static_cast<unsigned long long>(bytes), at.ratio);
+        if (std::isnan(lowest.ratio) || at.ratio < lowest.ratio) {
+            lowest = at;
+            lowest_at = bytes;
+        }
+        const double moved = static_cast<double>(bytes) * kWritesPerSize / 1e6;
+        value_s += moved / at.value;
+        floor_s += moved / at.floor;
+        total += moved;
+    }
+    if (lowest_at != 0) {
+        lowest.note =
+            StringPrintf("lowest at %llu-byte blocks; %s by block size: %s",
+                         static_cast<unsigned long long>(lowest_at), sides, ratios.c_str());
+    }
+    figures->push_back(lowest);
+    if (!by_size.empty()) {
+        figures->push_back(RatioInfo(name + ".whole_schedule", "MB/s", total / value_s,
+                                     total / floor_s,
+                                     "every block size's time added up on each side"));
+    }
 }
 
 Figures DownlinkFigures(const BenchSettings& settings) {
-    const std::string emu = TARVO_BINARY_DIR "/tarvo-emu";
     const std::string goal = ">= 0.9";
     if (!settings.downlink) {
         return std::vector<Figure>{
             Pending("downlink.monitor_read_rate", "MB/s", goal, "not run in the smoke run"),
             Pending("uplink.pump.vs_bare_writer", "MB/s", goal, "not run in the smoke run")};
     }
-    char dir[] = "/tmp/tarvo-bench.XXXXXX";
-    if (mkdtemp(dir) == nullptr) return Error() << "mkdtemp";
-    const std::string json_path = std::string(dir) + "/tput.json";
-    const tarvo_emu::ProcessResult run =
-        tarvo_emu::RunProcess({emu, "tput", "--json", json_path}, {}, std::chrono::minutes(15));
-    std::string json;
-    const bool read = android::base::ReadFileToString(json_path, &json);
-    std::filesystem::remove_all(dir);
-    if (run.status != 0 || !read) return Error() << "tarvo-emu tput: " << run.output;
-    const nlohmann::json report = nlohmann::json::parse(json, nullptr, false);
-    if (report.is_discarded()) return Error() << "tarvo-emu tput wrote no JSON";
+    // What `tarvo-emu tput` measures, and then the select reader in the same rig: the emulator
+    // that served the daemon serves its floor.
+    const tarvo_emu::TputCommandOptions options;
+    tarvo_emu::Rig rig(tarvo_emu::TputRigOptions(options));
+    if (Result<void> started = rig.Start(); !started.ok()) return started.error();
+    tarvo_emu::TputReport report;
+    std::string error;
+    if (!tarvo_emu::MeasureTput(rig, options, false, &report, &error)) {
+        return Error() << "throughput test: " << error;
+    }
 
-    using Pointer = nlohmann::json::json_pointer;
-    const double monitor = NumberAt(report, Pointer("/downlink/monitor_bytes_per_s"));
-    const double bare = NumberAt(report, Pointer("/downlink/bare_reader_bytes_per_s"));
+    const double monitor = report.monitor.bytes_per_s();
     std::vector<Figure> figures;
-    Figure figure =
-        RatioAtLeast("downlink.monitor_read_rate", "MB/s", monitor / 1e6, bare / 1e6, 0.9);
-    figure.note =
-        "the daemon's monitor against a bare read loop (dd), from one `tarvo-emu tput` run";
+    Figure figure = RatioAtLeast("downlink.monitor_read_rate", "MB/s", monitor / 1e6,
+                                 report.bare_reader.bytes_per_s() / 1e6, 0.9);
+    figure.note = "the daemon's monitor against a bare read loop (dd), from one throughput test";
     figures.push_back(figure);
 
-    const double block = NumberAt(report, Pointer("/block_size"));
-    Result<double> selecting = PlainReadRate(std::isnan(block) ? 65536 : block, true);
+    // As many reads as the monitor made, so that both sides span the same stretch of time.
+    const uint64_t reads = std::clamp<uint64_t>(report.monitor.transfers, 1000, 1000000);
+    Result<double> selecting = SelectReadRate(rig, options.block_size, reads);
     if (!selecting.ok()) return selecting.error();
     Figure vs_select = RatioAtLeast("downlink.monitor_read_rate.vs_select_reader", "MB/s",
                                     monitor / 1e6, *selecting / 1e6, 0.9);
-    vs_select.note = "floor: a read loop that selects before each read, run after the test";
+    vs_select.note = StringPrintf(
+        "floor: a read loop that selects before each read, right after the test in the same rig, "
+        "for as many reads (%llu)",
+        static_cast<unsigned long long>(reads));
     figures.push_back(vs_select);
 
-    // The pump against dd at each block size; the figure is the size where it does worst.
-    const nlohmann::json pump =
-        report.value(Pointer("/uplink/pump_bytes_per_s_by_size"), nlohmann::json::object());
-    const nlohmann::json writer =
-        report.value(Pointer("/uplink/bare_writer_bytes_per_s_by_size"), nlohmann::json::object());
-    std::map<uint64_t, Figure> by_size;
-    for (const auto& [size, rate] : pump.items()) {
-        uint64_t bytes;
-        if (!android::base::ParseUint(size, &bytes) || bytes == kOpeningWrite ||
-            !rate.is_number() || !writer.contains(size) || !writer[size].is_number()) {
-            continue;
-        }
-        by_size[bytes] =
-            RatioAtLeast("uplink.pump.vs_bare_writer", "MB/s", rate.get<double>() / 1e6,
-                         writer[size].get<double>() / 1e6, 0.9);
-    }
-    Figure uplink = Pending("uplink.pump.vs_bare_writer", "MB/s", goal, "no uplink rates");
-    std::string ratios;
-    uint64_t lowest_at = 0;
-    for (const auto& [bytes, at] : by_size) {
-        StringAppendF(&ratios, "%s%llu: %.2f", ratios.empty() ? "" : ", ",
-                      static_cast<unsigned long long>(bytes), at.ratio);
-        if (std::isnan(uplink.ratio) || at.ratio < uplink.ratio) {
-            uplink = at;
-            lowest_at = bytes;
-        }
-    }
-    if (lowest_at != 0) {
-        uplink.note = StringPrintf("lowest at %llu-byte blocks; pump / dd by block size: %s",
-                                   static_cast<unsigned long long>(lowest_at), ratios.c_str());
-    }
-    figures.push_back(uplink);
-
-    // The whole schedule on each side: the time of every size added up, so that one size caught
-    // by a busy moment weighs only its share.
-    double pump_s = 0;
-    double writer_s = 0;
-    double total = 0;
-    for (const auto& [bytes, at] : by_size) {
-        const double moved = static_cast<double>(bytes) * kWritesPerSize / 1e6;
-        pump_s += moved / at.value;
-        writer_s += moved / at.floor;
-        total += moved;
-    }
-    if (!by_size.empty()) {
-        figures.push_back(RatioInfo("uplink.pump.vs_bare_writer.whole_schedule", "MB/s",
-                                    total / pump_s, total / writer_s,
-                                    "every block size's time added up on each side"));
-    }
+    // The pump against dd at each block size, and dd's second run against its first: how far
+    // one sample strays on this machine, which bounds what the pump's ratio can show.
+    UplinkFigures("uplink.pump.vs_bare_writer", "pump / dd", report.pump, report.bare_writer, 0.9,
+                  &figures);
+    UplinkFigures("uplink.bare_writer.vs_itself", "second dd run / first", report.bare_writer_again,
+                  report.bare_writer, NAN, &figures);
     return figures;
 }
 

@@ -7,6 +7,9 @@
 
 namespace tarvo_emu {
 
+class Rig;
+struct RigOptions;
+
 struct TputCommandOptions {
     std::string plot;  // SVG file; none when empty
     std::string json;  // JSON file, "-" for stdout; none when empty
@@ -35,9 +38,12 @@ struct TputReport {
     // Downlink at the node while the daemon's monitor read, and for a bare read loop.
     NodeRate monitor;
     NodeRate bare_reader;
-    // Uplink at the node by block size, for the daemon's pump and for a bare writer.
+    // Uplink at the node by block size, for the daemon's pump and for a bare writer. The bare
+    // writer runs twice in a row: how far its second run lies from its first is how far one
+    // sample of 10000 writes strays on this machine.
     std::map<uint64_t, NodeRate> pump;
     std::map<uint64_t, NodeRate> bare_writer;
+    std::map<uint64_t, NodeRate> bare_writer_again;
     uint64_t pump_failed = 0;
 };
 
@@ -45,6 +51,14 @@ struct TputReport {
 bool ParseSampleLine(const std::string& text, double* gbps);
 // The daemon's result line: its average and maximum, or false when `text` is not one.
 bool ParseResultLine(const std::string& text, double* average, double* max);
+
+// The rig's settings for a throughput run with `options`.
+RigOptions TputRigOptions(const TputCommandOptions& options);
+// In `rig`, started with TputRigOptions(): the daemon's throughput test (progress on stderr when
+// `progress`), then a bare reader of the node and a bare writer twice. False, with `error`, when
+// the test could not run to its end.
+bool MeasureTput(Rig& rig, const TputCommandOptions& options, bool progress, TputReport* report,
+                 std::string* error);
 
 std::string ReportTable(const TputReport& report);
 std::string ReportJson(const TputReport& report);
