@@ -14,8 +14,9 @@
 //       with the block's log lines, the stats of the staging directory and the temporary file,
 //       the append, chmod and, once the file is whole, the final copy. Its answers are the
 //       daemon's, byte for byte.
-//   tarvo-bench-peer read NODE COUNT [--select]
-//       Reads NODE COUNT times, 65,568 bytes at a time, each read after a select with --select.
+//   tarvo-bench-peer read NODE COUNT [--select] [--clear]
+//       Reads NODE COUNT times, 65,568 bytes at a time, each read after a select with --select
+//       and into a buffer cleared first with --clear.
 //   tarvo-bench-peer write PATH TOTAL_BYTES BLOCK_BYTES
 //       Writes TOTAL_BYTES into PATH in blocks of BLOCK_BYTES, closes it, removes it and prints
 //       the seconds that took: the storage's own cost of a file.
@@ -29,6 +30,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -49,7 +51,7 @@ int Usage() {
     fprintf(stderr,
             "usage: tarvo-bench-peer echo RESPONSE_FILE [--select] [--status]\n"
             "       tarvo-bench-peer steps\n"
-            "       tarvo-bench-peer read NODE COUNT [--select]\n"
+            "       tarvo-bench-peer read NODE COUNT [--select] [--clear]\n"
             "       tarvo-bench-peer write PATH TOTAL_BYTES BLOCK_BYTES\n");
     return 2;
 }
@@ -211,7 +213,7 @@ int Steps() {
     }
 }
 
-int Read(const std::string& node, uint64_t count, bool wait_with_select) {
+int Read(const std::string& node, uint64_t count, bool wait_with_select, bool clear) {
     android::base::unique_fd fd(open(node.c_str(), O_RDONLY | O_CLOEXEC));
     if (fd < 0) {
         perror(node.c_str());
@@ -225,6 +227,7 @@ int Read(const std::string& node, uint64_t count, bool wait_with_select) {
             FD_SET(fd, &read_set);
             if (select(fd + 1, &read_set, nullptr, nullptr, nullptr) < 1) return 1;
         }
+        if (clear) memset(buffer.data(), 0, buffer.size());
         if (TEMP_FAILURE_RETRY(read(fd, buffer.data(), buffer.size())) <= 0) return 1;
     }
     return 0;
@@ -274,9 +277,14 @@ int main(int argc, char** argv) {
     if (args.size() == 1 && args[0] == "steps") return Steps();
     uint64_t total;
     uint64_t block;
-    if ((args.size() == 3 || (args.size() == 4 && args[3] == "--select")) && args[0] == "read" &&
-        android::base::ParseUint(args[2], &total)) {
-        return Read(args[1], total, args.size() == 4);
+    if (args.size() >= 3 && args[0] == "read" && android::base::ParseUint(args[2], &total)) {
+        const std::set<std::string> flags(args.begin() + 3, args.end());
+        const bool select = flags.count("--select") != 0;
+        const bool clear = flags.count("--clear") != 0;
+        const size_t known = (select ? 1 : 0) + (clear ? 1 : 0);
+        if (flags.size() == args.size() - 3 && flags.size() == known) {
+            return Read(args[1], total, select, clear);
+        }
     }
     if (args.size() == 4 && args[0] == "write" && android::base::ParseUint(args[2], &total) &&
         android::base::ParseUint(args[3], &block)) {
