@@ -431,8 +431,9 @@ bool MeasureTput(Rig& rig, const TputCommandOptions& options, bool progress, Tpu
     report->pump = RatesBySize(up);
     report->pump_failed = up.failed;
 
-    if (progress)
+    if (progress) {
         fprintf(stderr, "measuring a bare reader of the node, and a bare writer twice...\n");
+    }
     const uint64_t reads = std::clamp<uint64_t>(down.reads / 5, 50, 20000);
     report->bare_reader = MeasureBareReader(rig, options, reads);
     report->bare_writer = MeasureBareWriter(rig);
