@@ -36,17 +36,6 @@ namespace {
 // Where the server writes its pid for the clients.
 constexpr char kPidFile[] = "/data/vendor/radio/tarvo_pid";
 
-// `content` once, or repeated (zeros when empty) up to exactly `size` bytes.
-std::string SeedContent(const tarvo_scenario::SeedFile& file) {
-    if (!file.has_size()) return file.content();
-    if (file.content().empty()) return std::string(file.size(), '\0');
-    std::string content;
-    content.reserve(file.size());
-    while (content.size() < file.size()) content += file.content();
-    content.resize(file.size());
-    return content;
-}
-
 std::string GeneratedBytes(const tarvo_scenario::Generated& generated) {
     std::string bytes;
     bytes.reserve(generated.size());
@@ -59,14 +48,28 @@ std::string GeneratedBytes(const tarvo_scenario::Generated& generated) {
     } else if (generated.pattern().empty()) {
         bytes.assign(generated.size(), '\0');
     } else {
+        const std::string& pattern = generated.pattern();
         const uint64_t run = std::max<uint64_t>(generated.has_run() ? generated.run() : 1, 1);
-        for (size_t i = 0; bytes.size() < generated.size();
-             i = (i + 1) % generated.pattern().size()) {
-            bytes.append(std::min(run, generated.size() - bytes.size()), generated.pattern()[i]);
+        if (run == 1) {
+            // Whole patterns at a time: seed files of hundreds of MiB are made this way.
+            while (bytes.size() < generated.size()) bytes += pattern;
+        } else {
+            for (size_t i = 0; bytes.size() < generated.size(); i = (i + 1) % pattern.size()) {
+                bytes.append(std::min(run, generated.size() - bytes.size()), pattern[i]);
+            }
         }
     }
     bytes.resize(generated.size());
     return bytes;
+}
+
+// `content` once, or repeated (zeros when empty) up to exactly `size` bytes.
+std::string SeedContent(const tarvo_scenario::SeedFile& file) {
+    if (!file.has_size()) return file.content();
+    tarvo_scenario::Generated generated;
+    generated.set_pattern(file.content());
+    generated.set_size(file.size());
+    return GeneratedBytes(generated);
 }
 
 // Where two contents first differ, for a failure that does not print megabytes.
