@@ -20,6 +20,7 @@
 #include <android-base/strings.h>
 
 #include "bench_rig.h"
+#include "process_usage.h"
 #include "proto/tarvo_message.pb.h"
 #include "rig.h"
 #include "tput_command.h"
@@ -210,30 +211,6 @@ Result<double> WithDaemonCpu(BenchRig& bench, uint64_t* cpu_ns,
     Result<double> seconds = measure();
     *cpu_ns += CpuNs(bench.daemon_pid()) - before;
     return seconds;
-}
-
-Result<uint64_t> RssKib(pid_t pid) {
-    std::string status;
-    if (!android::base::ReadFileToString(StringPrintf("/proc/%d/status", pid), &status)) {
-        return Error() << "no process " << pid;
-    }
-    for (const std::string& line : android::base::Split(status, "\n")) {
-        if (!android::base::StartsWith(line, "VmRSS:")) continue;
-        uint64_t kib;
-        std::string number = android::base::Trim(line.substr(6));
-        number = number.substr(0, number.find(' '));
-        if (android::base::ParseUint(number, &kib)) return kib;
-    }
-    return Error() << "no VmRSS for " << pid;
-}
-
-Result<uint64_t> FdCount(pid_t pid) {
-    std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(StringPrintf("/proc/%d/fd", pid).c_str()),
-                                            closedir);
-    if (!dir) return Error() << "no process " << pid;
-    uint64_t count = 0;
-    while (dirent* entry = readdir(dir.get())) count += entry->d_name[0] != '.';
-    return count;
 }
 
 Result<pid_t> DaemonPid(BenchRig& bench) {
@@ -673,10 +650,9 @@ Figures SoakFigures(const BenchSettings& settings) {
             sent += batch.size();
             ++batches;
         }
-        Result<uint64_t> rss = RssKib(*pid);
-        Result<uint64_t> fds = FdCount(*pid);
-        if (!rss.ok() || !fds.ok()) return Error() << "the daemon is gone after " << sent;
-        samples.push_back({sent, *rss, *fds});
+        const std::optional<tarvo_emu::ProcessUsage> usage = tarvo_emu::ReadProcessUsage(*pid);
+        if (!usage) return Error() << "the daemon is gone after " << sent;
+        samples.push_back({sent, static_cast<uint64_t>(usage->rss_kib), usage->descriptors});
     }
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

@@ -1,6 +1,5 @@
 #include "scenario_player.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
 
@@ -16,6 +15,8 @@
 #include <android-base/parseint.h>
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
+
+#include "process_usage.h"
 
 using android::base::Error;
 using android::base::Result;
@@ -110,24 +111,9 @@ struct Usage {
     size_t log_lines = 0;
 };
 
-size_t DirectoryEntries(const std::string& dir) {
-    size_t count = 0;
-    DIR* d = opendir(dir.c_str());
-    if (d == nullptr) return 0;
-    while (dirent* entry = readdir(d)) count += entry->d_name[0] != '.';
-    closedir(d);
-    return count;
-}
-
 Usage UsageOf(pid_t pid) {
-    const std::string proc = StringPrintf("/proc/%d", pid);
-    Usage usage{pid, DirectoryEntries(proc + "/fd"), DirectoryEntries(proc + "/task")};
-    std::string status;
-    android::base::ReadFileToString(proc + "/status", &status);
-    for (const std::string& line : android::base::Split(status, "\n")) {
-        if (android::base::StartsWith(line, "VmRSS:")) usage.rss_kib = atol(line.c_str() + 6);
-    }
-    return usage;
+    const ProcessUsage process = ReadProcessUsage(pid).value_or(ProcessUsage{});
+    return {pid, process.descriptors, process.threads, process.rss_kib};
 }
 
 // How many of the nearest candidates a failure shows.
