@@ -1,8 +1,11 @@
 #include "modem_emulator.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <string.h>
 #include <sys/mount.h>
+
+#include <android-base/unique_fd.h>
 
 using android::base::Error;
 using android::base::Result;
@@ -68,6 +71,13 @@ Result<void> ModemEmulator::Mount(const std::string& dir) {
 void ModemEmulator::Unmount() {
     if (session_ == nullptr) return;
     for (EmulatedNode* node : nodes_) node->Shutdown();
+    // When a process is killed in the middle of a request, the kernel sends an interrupt for it,
+    // which may come after the request was answered; libfuse then keeps the interrupt until the
+    // next request arrives and answers it with that. No request follows the last process's end,
+    // so the rig makes one (an open and close of the boot node): otherwise the interrupt would
+    // be left allocated when the session goes.
+    android::base::unique_fd last(open(PathOf("umts_boot0").c_str(), O_RDONLY | O_CLOEXEC));
+    last.reset();
     fuse_session_exit(session_);
     // A lazy detach ends the connection once the last file on it is closed, which wakes the
     // loop's workers; the session's descriptor is closed only after they are gone.
