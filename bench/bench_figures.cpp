@@ -20,10 +20,10 @@
 #include <android-base/strings.h>
 
 #include "bench_rig.h"
-#include "process_usage.h"
+#include "cli/tput_command.h"
+#include "process/process_usage.h"
 #include "proto/tarvo_message.pb.h"
-#include "rig.h"
-#include "tput_command.h"
+#include "rig/rig.h"
 
 using android::base::Error;
 using android::base::Result;

@@ -18,9 +18,9 @@
 #include <android-base/strings.h>
 
 #include "bench_figures.h"
-#include "child_process.h"
 #include "figure.h"
-#include "rig.h"
+#include "process/child_process.h"
+#include "rig/rig.h"
 
 namespace {
 

@@ -13,8 +13,8 @@
 
 #include <android-base/result.h>
 
-#include "child_process.h"
-#include "rig.h"
+#include "process/child_process.h"
+#include "rig/rig.h"
 
 namespace tarvo_bench {
 

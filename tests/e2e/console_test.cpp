@@ -1,7 +1,7 @@
 // `tarvo-emu console` on a terminal: typing with completion, the transcript streaming, the end.
 // Scripted through a pipe, with a recording played back, it is the test "console.pipe".
 
-#include "console.h"
+#include "cli/console.h"
 
 #include <poll.h>
 #include <pty.h>
@@ -17,7 +17,7 @@
 #include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
 
-#include "scenario.pb.h"
+#include "scenario/scenario.pb.h"
 
 namespace {
 

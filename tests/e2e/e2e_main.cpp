@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "rig.h"
+#include "rig/rig.h"
 
 // The emulator's mounts live in this process's own mount namespace, so they vanish with it even
 // when a test crashes or times out.

@@ -17,7 +17,7 @@
 #include <android-base/result.h>
 #include <android-base/unique_fd.h>
 
-#include "scenario_player.h"
+#include "scenario/scenario_player.h"
 #include "tarvo_e2e_fixture.h"
 
 using android::base::unique_fd;

@@ -13,8 +13,8 @@
 
 #include <android-base/unique_fd.h>
 
-#include "ril_side.h"
-#include "ril_wire.h"
+#include "peers/ril_side.h"
+#include "ril_library/ril_wire.h"
 
 using std::chrono::milliseconds;
 using tarvo_emu::RilReplyRule;

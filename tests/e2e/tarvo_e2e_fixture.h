@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "proto/tarvo_message.pb.h"
-#include "rig.h"
+#include "rig/rig.h"
 
 // Base of the end-to-end tests: the real daemon in a fresh sandbox against the emulated modem,
 // torn down after each test whether it passed or not. A test starts the rig itself, so that it

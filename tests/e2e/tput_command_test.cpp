@@ -1,7 +1,7 @@
 // `tarvo-emu tput`'s reading of the daemon's lines and its plot. The whole command is run by the
 // test "tput.command".
 
-#include "tput_command.h"
+#include "cli/tput_command.h"
 
 #include <cmath>
 #include <filesystem>

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "scenario_loader.h"
+#include "scenario/scenario_loader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     tarvo_emu::ParseScenario(std::string(reinterpret_cast<const char*>(data), size), "input");

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "log_line.h"
+#include "process/log_line.h"
 
 // The rig's log line; captured lines carry the tag and no pid or tid.
 using LogLine = tarvo_emu::LogLine;

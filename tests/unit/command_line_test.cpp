@@ -3,8 +3,8 @@
 #include <android-base/strings.h>
 #include <android/log.h>
 
-#include "child_process.h"
-#include "log_line.h"
+#include "process/child_process.h"
+#include "process/log_line.h"
 
 namespace tarvo {
 

@@ -1,0 +1,99 @@
+#include "nodes/ipc_node.h"
+
+#include <errno.h>
+#include <poll.h>
+
+#include <algorithm>
+
+namespace tarvo_emu {
+
+void IpcNode::Open() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    hung_up_ = false;
+    last_open_at_ = std::chrono::steady_clock::now();
+}
+
+void IpcNode::Write(fuse_req_t req, const char* data, size_t size, off_t /*offset*/) {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (hung_up_ || fail_next_write_) {
+            fail_next_write_ = false;
+            fuse_reply_err(req, EIO);
+            return;
+        }
+    }
+    // Recorded before the writer goes on, so the transcript shows it before what follows.
+    on_uplink_(std::string_view(data, size));
+    fuse_reply_write(req, size);
+}
+
+void IpcNode::Push(std::string message) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    items_.push_back({Item::kMessage, std::move(message)});
+    WakeLocked();
+}
+
+void IpcNode::InjectFault(IpcFault fault) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    switch (fault) {
+        case IpcFault::kEndOfFile:
+            items_.push_back({Item::kEndOfFile, {}});
+            break;
+        case IpcFault::kReadError:
+            items_.push_back({Item::kReadError, {}});
+            break;
+        case IpcFault::kWriteError:
+            fail_next_write_ = true;
+            return;
+        case IpcFault::kHangUp:
+            hung_up_ = true;
+            break;
+    }
+    WakeLocked();
+}
+
+size_t IpcNode::queued() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return std::count_if(items_.begin(), items_.end(),
+                         [](const Item& item) { return item.kind == Item::kMessage; });
+}
+
+std::chrono::steady_clock::time_point IpcNode::last_read_fault_at() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return last_read_fault_at_;
+}
+
+std::chrono::steady_clock::time_point IpcNode::last_open_at() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return last_open_at_;
+}
+
+bool IpcNode::HasItemLocked() const { return hung_up_ || !items_.empty(); }
+
+void IpcNode::ServeLocked(fuse_req_t req, size_t size) {
+    if (hung_up_) {
+        fuse_reply_buf(req, nullptr, 0);
+        return;
+    }
+    Item item = std::move(items_.front());
+    items_.pop_front();
+    if (item.kind != Item::kMessage) last_read_fault_at_ = std::chrono::steady_clock::now();
+    switch (item.kind) {
+        case Item::kEndOfFile:
+            fuse_reply_buf(req, nullptr, 0);
+            return;
+        case Item::kReadError:
+            fuse_reply_err(req, EIO);
+            return;
+        case Item::kMessage:
+            fuse_reply_buf(req, item.bytes.data(), std::min(size, item.bytes.size()));
+            return;
+    }
+}
+
+unsigned int IpcNode::PollEventsLocked() const {
+    if (hung_up_) return POLLHUP | POLLIN | POLLRDNORM;
+    return StreamNode::PollEventsLocked();
+}
+
+}  // namespace tarvo_emu

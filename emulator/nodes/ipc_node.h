@@ -1,0 +1,61 @@
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "nodes/emulated_node.h"
+
+namespace tarvo_emu {
+
+enum class IpcFault {
+    kEndOfFile,   // the next read returns 0
+    kReadError,   // the next read fails with EIO
+    kWriteError,  // the next write fails with EIO
+    kHangUp,      // poll reports POLLHUP, reads return 0 and writes fail until the node is reopened
+};
+
+// "/dev/oem_ipc1": message-oriented both ways. Each read returns one message that the modem
+// sent, in order; each write of the daemon is one message. Messages stay queued while nobody
+// reads. Read faults take their place in the queue, so they happen in the order injected.
+class IpcNode : public StreamNode {
+  public:
+    // Called on the filesystem's thread; `bytes` lives until it returns.
+    using UplinkHandler = std::function<void(std::string_view bytes)>;
+
+    explicit IpcNode(UplinkHandler on_uplink) : on_uplink_(std::move(on_uplink)) {}
+
+    void Open() override;
+    void Write(fuse_req_t req, const char* data, size_t size, off_t offset) override;
+
+    // Queues one message from the modem.
+    void Push(std::string message);
+    void InjectFault(IpcFault fault);
+    size_t queued();
+    // When a read last ended in an injected end of file or error, and when the node was last
+    // opened: the daemon pauses between the two.
+    std::chrono::steady_clock::time_point last_read_fault_at();
+    std::chrono::steady_clock::time_point last_open_at();
+
+  protected:
+    bool HasItemLocked() const override;
+    void ServeLocked(fuse_req_t req, size_t size) override;
+    unsigned int PollEventsLocked() const override;
+
+  private:
+    struct Item {
+        enum Kind { kMessage, kEndOfFile, kReadError } kind;
+        std::string bytes;
+    };
+
+    UplinkHandler on_uplink_;
+    std::deque<Item> items_;
+    bool hung_up_ = false;
+    bool fail_next_write_ = false;
+    std::chrono::steady_clock::time_point last_read_fault_at_;
+    std::chrono::steady_clock::time_point last_open_at_;
+};
+
+}  // namespace tarvo_emu

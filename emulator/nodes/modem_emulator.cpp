@@ -1,0 +1,231 @@
+#include "nodes/modem_emulator.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/mount.h>
+
+#include <android-base/unique_fd.h>
+
+using android::base::Error;
+using android::base::Result;
+
+namespace tarvo_emu {
+
+namespace {
+
+constexpr fuse_ino_t kRootInode = FUSE_ROOT_ID;
+constexpr double kAttrTimeout = 0;  // sizes change under the kernel's feet
+
+ModemEmulator* EmulatorOf(fuse_req_t req) {
+    return static_cast<ModemEmulator*>(fuse_req_userdata(req));
+}
+
+}  // namespace
+
+const fuse_lowlevel_ops ModemEmulator::kOperations = [] {
+    fuse_lowlevel_ops ops = {};
+    ops.lookup = &ModemEmulator::Lookup;
+    ops.getattr = &ModemEmulator::Getattr;
+    ops.setattr = &ModemEmulator::Setattr;
+    ops.readdir = &ModemEmulator::Readdir;
+    ops.open = &ModemEmulator::Open;
+    ops.read = &ModemEmulator::Read;
+    ops.write = &ModemEmulator::Write;
+    ops.poll = &ModemEmulator::Poll;
+    ops.ioctl = &ModemEmulator::Ioctl;
+    return ops;
+}();
+
+ModemEmulator::ModemEmulator(int initial_state, IpcNode::UplinkHandler on_uplink)
+    : ipc_(std::make_unique<IpcNode>(std::move(on_uplink))),
+      boot_(std::make_unique<BootNode>(initial_state)),
+      test_(std::make_unique<TestNode>()),
+      temp_(std::make_unique<TempNode>()) {
+    for (const NodePlace& place : kNodeTable) nodes_.push_back(NodeOfKind(place.kind));
+}
+
+ModemEmulator::~ModemEmulator() { Unmount(); }
+
+Result<void> ModemEmulator::Mount(const std::string& dir) {
+    dir_ = dir;
+    const char* argv[] = {"tarvo-emu", "-o", "fsname=tarvo-emu,subtype=tarvo-emu"};
+    fuse_args args = FUSE_ARGS_INIT(3, const_cast<char**>(argv));
+    session_ = fuse_session_new(&args, &kOperations, sizeof(kOperations), this);
+    fuse_opt_free_args(&args);
+    if (session_ == nullptr) return Error() << "fuse_session_new failed";
+    if (fuse_session_mount(session_, dir.c_str()) != 0) {
+        fuse_session_destroy(session_);
+        session_ = nullptr;
+        return Error() << "cannot mount the emulator on " << dir << " (is /dev/fuse there?)";
+    }
+    loop_ = std::thread([this] {
+        fuse_loop_config* config = fuse_loop_cfg_create();
+        fuse_loop_cfg_set_max_threads(config, 8);
+        fuse_session_loop_mt(session_, config);
+        fuse_loop_cfg_destroy(config);
+    });
+    return {};
+}
+
+void ModemEmulator::Unmount() {
+    if (session_ == nullptr) return;
+    for (EmulatedNode* node : nodes_) node->Shutdown();
+    // When a process is killed in the middle of a request, the kernel sends an interrupt for it,
+    // which may come after the request was answered; libfuse then keeps the interrupt until the
+    // next request arrives and answers it with that. No request follows the last process's end,
+    // so the rig makes one (an open and close of the boot node): otherwise the interrupt would
+    // be left allocated when the session goes.
+    android::base::unique_fd last(open(PathOf("umts_boot0").c_str(), O_RDONLY | O_CLOEXEC));
+    last.reset();
+    fuse_session_exit(session_);
+    // A lazy detach ends the connection once the last file on it is closed, which wakes the
+    // loop's workers; the session's descriptor is closed only after they are gone.
+    umount2(dir_.c_str(), MNT_DETACH);
+    if (loop_.joinable()) loop_.join();
+    fuse_session_unmount(session_);
+    fuse_session_destroy(session_);
+    session_ = nullptr;
+}
+
+EmulatedNode* ModemEmulator::NodeOfKind(NodeKind kind) const {
+    switch (kind) {
+        case NodeKind::kIpc:
+            return ipc_.get();
+        case NodeKind::kBoot:
+            return boot_.get();
+        case NodeKind::kTest:
+            return test_.get();
+        case NodeKind::kTemp:
+            return temp_.get();
+    }
+    return nullptr;
+}
+
+EmulatedNode* ModemEmulator::NodeOf(fuse_ino_t ino) const {
+    if (ino < 2 || ino - 2 >= nodes_.size()) return nullptr;
+    return nodes_[ino - 2];
+}
+
+EmulatedNode* ModemEmulator::NodeOrReply(fuse_req_t req, fuse_ino_t ino) {
+    EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
+    if (node == nullptr) fuse_reply_err(req, ENOENT);
+    return node;
+}
+
+fuse_ino_t ModemEmulator::InodeOf(const char* name) const {
+    for (size_t i = 0; i < nodes_.size(); ++i) {
+        if (strcmp(kNodeTable[i].name, name) == 0) return i + 2;
+    }
+    return 0;
+}
+
+void ModemEmulator::FillAttr(fuse_ino_t ino, struct stat* attr) const {
+    *attr = {};
+    attr->st_ino = ino;
+    attr->st_nlink = 1;
+    if (ino == kRootInode) {
+        attr->st_mode = S_IFDIR | 0755;
+        attr->st_nlink = 2;
+        return;
+    }
+    EmulatedNode* node = NodeOf(ino);
+    attr->st_mode = node->mode();
+    attr->st_size = node->size();
+}
+
+void ModemEmulator::Lookup(fuse_req_t req, fuse_ino_t parent, const char* name) {
+    ModemEmulator* self = EmulatorOf(req);
+    const fuse_ino_t ino = parent == kRootInode ? self->InodeOf(name) : 0;
+    if (ino == 0) {
+        fuse_reply_err(req, ENOENT);
+        return;
+    }
+    fuse_entry_param entry = {};
+    entry.ino = ino;
+    entry.attr_timeout = kAttrTimeout;
+    entry.entry_timeout = kAttrTimeout;
+    self->FillAttr(ino, &entry.attr);
+    fuse_reply_entry(req, &entry);
+}
+
+void ModemEmulator::Getattr(fuse_req_t req, fuse_ino_t ino, fuse_file_info* /*fi*/) {
+    ModemEmulator* self = EmulatorOf(req);
+    if (ino != kRootInode && self->NodeOf(ino) == nullptr) {
+        fuse_reply_err(req, ENOENT);
+        return;
+    }
+    struct stat attr;
+    self->FillAttr(ino, &attr);
+    fuse_reply_attr(req, &attr, kAttrTimeout);
+}
+
+// Truncation on open (std::ofstream asks for it) means nothing to a device node.
+void ModemEmulator::Setattr(fuse_req_t req, fuse_ino_t ino, struct stat* /*attr*/, int /*to_set*/,
+                            fuse_file_info* fi) {
+    Getattr(req, ino, fi);
+}
+
+void ModemEmulator::Readdir(fuse_req_t req, fuse_ino_t ino, size_t size, off_t offset,
+                            fuse_file_info* /*fi*/) {
+    ModemEmulator* self = EmulatorOf(req);
+    if (ino != kRootInode) {
+        fuse_reply_err(req, ENOTDIR);
+        return;
+    }
+    std::string buffer(size, '\0');
+    size_t used = 0;
+    for (size_t i = offset; i < self->nodes_.size(); ++i) {
+        struct stat attr;
+        self->FillAttr(i + 2, &attr);
+        const size_t entry = fuse_add_direntry(req, buffer.data() + used, size - used,
+                                               kNodeTable[i].name, &attr, i + 1);
+        if (entry > size - used) break;
+        used += entry;
+    }
+    fuse_reply_buf(req, buffer.data(), used);
+}
+
+void ModemEmulator::Open(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi) {
+    ModemEmulator* self = EmulatorOf(req);
+    EmulatedNode* node = self->NodeOf(ino);
+    if (node == nullptr) {
+        fuse_reply_err(req, ino == kRootInode ? EISDIR : ENOENT);
+        return;
+    }
+    // Every read and write reaches the node as the caller made it, one message each.
+    fi->direct_io = 1;
+    fi->nonseekable = node->seekable() ? 0 : 1;
+    fi->fh = self->next_fh_++;
+    node->CountOpen();
+    node->Open();
+    fuse_reply_open(req, fi);
+}
+
+void ModemEmulator::Read(fuse_req_t req, fuse_ino_t ino, size_t size, off_t offset,
+                         fuse_file_info* fi) {
+    if (EmulatedNode* node = NodeOrReply(req, ino)) node->Read(req, size, offset, fi->flags);
+}
+
+void ModemEmulator::Write(fuse_req_t req, fuse_ino_t ino, const char* data, size_t size,
+                          off_t offset, fuse_file_info* /*fi*/) {
+    if (EmulatedNode* node = NodeOrReply(req, ino)) node->Write(req, data, size, offset);
+}
+
+void ModemEmulator::Poll(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi,
+                         fuse_pollhandle* handle) {
+    EmulatedNode* node = NodeOrReply(req, ino);
+    if (node == nullptr) {
+        if (handle != nullptr) fuse_pollhandle_destroy(handle);
+        return;
+    }
+    node->Poll(req, fi->fh, handle);
+}
+
+void ModemEmulator::Ioctl(fuse_req_t req, fuse_ino_t ino, unsigned int cmd, void* /*arg*/,
+                          fuse_file_info* /*fi*/, unsigned /*flags*/, const void* /*in_buf*/,
+                          size_t /*in_size*/, size_t /*out_size*/) {
+    if (EmulatedNode* node = NodeOrReply(req, ino)) node->Ioctl(req, cmd);
+}
+
+}  // namespace tarvo_emu

@@ -1,0 +1,177 @@
+#include "peers/transcript.h"
+
+#include <google/protobuf/stubs/strutil.h>
+#include <google/protobuf/text_format.h>
+
+#include <memory>
+
+#include <android-base/stringprintf.h>
+#include <android-base/strings.h>
+
+#include "scenario/scenario.pb.h"
+
+namespace tarvo_emu {
+
+namespace {
+
+// How many bytes the UTF-8 sequence at `at` has, or 0 when it is not one.
+size_t Utf8Length(const std::string& text, size_t at) {
+    const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char lead = byte(at);
+    size_t length = 0;
+    if (lead >= 0xc2 && lead <= 0xdf) length = 2;
+    if (lead >= 0xe0 && lead <= 0xef) length = 3;
+    if (lead >= 0xf0 && lead <= 0xf4) length = 4;
+    if (length == 0 || at + length > text.size()) return 0;
+    for (size_t i = at + 1; i < at + length; ++i) {
+        if ((byte(i) & 0xc0) != 0x80) return 0;
+    }
+    return length;
+}
+
+}  // namespace
+
+std::string PrintableText(const std::string& text) {
+    std::string printable;
+    for (size_t i = 0; i < text.size();) {
+        const unsigned char c = text[i];
+        if (c == '\n' || c == '\r') {
+            printable += c == '\n' ? "\\n" : "\\r";
+        } else if ((c < 0x20 && c != '\t') || c == 0x7f) {
+            printable += android::base::StringPrintf("\\x%02x", c);
+        } else if (c >= 0x80) {
+            const size_t length = Utf8Length(text, i);
+            if (length == 0) {
+                printable += android::base::StringPrintf("\\x%02x", c);
+            } else {
+                printable.append(text, i, length);
+                i += length;
+                continue;
+            }
+        } else {
+            printable += static_cast<char>(c);
+        }
+        ++i;
+    }
+    return printable;
+}
+
+namespace {
+
+using google::protobuf::TextFormat;
+
+// Longer bytes and strings are shown by their start and size.
+constexpr size_t kLongestShown = 300;
+constexpr size_t kStartShown = 64;
+
+class ShorteningPrinter : public TextFormat::FastFieldValuePrinter {
+  public:
+    void PrintBytes(const std::string& value,
+                    TextFormat::BaseTextGenerator* generator) const override {
+        if (!PrintShortened(value, generator)) {
+            TextFormat::FastFieldValuePrinter::PrintBytes(value, generator);
+        }
+    }
+    void PrintString(const std::string& value,
+                     TextFormat::BaseTextGenerator* generator) const override {
+        if (!PrintShortened(value, generator)) {
+            TextFormat::FastFieldValuePrinter::PrintString(value, generator);
+        }
+    }
+
+  private:
+    // False for a value short enough to be shown whole.
+    static bool PrintShortened(const std::string& value, TextFormat::BaseTextGenerator* generator) {
+        if (value.size() <= kLongestShown) return false;
+        generator->PrintString("\"" + google::protobuf::CEscape(value.substr(0, kStartShown)) +
+                               android::base::StringPrintf("\"... (%zu bytes)", value.size()));
+        return true;
+    }
+};
+
+// Permission bits, as they are written: `mode: 0664`.
+class OctalPrinter : public TextFormat::FastFieldValuePrinter {
+  public:
+    void PrintUInt32(uint32_t value, TextFormat::BaseTextGenerator* generator) const override {
+        generator->PrintString(android::base::StringPrintf("0%o", value));
+    }
+};
+
+std::unique_ptr<TextFormat::Printer> OneLinePrinter(bool shorten) {
+    auto printer = std::make_unique<TextFormat::Printer>();
+    printer->SetSingleLineMode(true);
+    if (shorten) printer->SetDefaultFieldValuePrinter(new ShorteningPrinter);
+    for (const google::protobuf::Descriptor* type :
+         {tarvo_scenario::SeedFile::descriptor(), tarvo_scenario::ExpectFile::descriptor()}) {
+        printer->RegisterFieldValuePrinter(type->FindFieldByName("mode"), new OctalPrinter);
+    }
+    return printer;
+}
+
+std::string PrintedWith(const TextFormat::Printer& printer,
+                        const google::protobuf::Message& message) {
+    std::string text;
+    printer.PrintToString(message, &text);
+    return android::base::Trim(text);
+}
+
+}  // namespace
+
+std::string ShortText(const google::protobuf::Message& message) {
+    static const std::unique_ptr<TextFormat::Printer> printer = OneLinePrinter(true);
+    return PrintedWith(*printer, message);
+}
+
+std::string FullText(const google::protobuf::Message& message) {
+    static const std::unique_ptr<TextFormat::Printer> printer = OneLinePrinter(false);
+    return PrintedWith(*printer, message);
+}
+
+void Transcript::Message(Direction direction, const tarvo_message::TarvoMessage& message) {
+    // Text format of a 64 KiB block costs more than the daemon's whole handling of it.
+    if (!enabled()) return;
+    Print(direction == Direction::kToDaemon ? "modem > tarvo" : "tarvo > modem",
+          out_ != nullptr ? "{ " + ShortText(message) + " }" : "",
+          full_ != nullptr ? "{ " + FullText(message) + " }" : "");
+}
+
+void Transcript::Ril(Direction direction, const std::string& text) {
+    Print(direction == Direction::kToDaemon ? "ril > tarvo" : "tarvo > ril", text);
+}
+
+void Transcript::Raw(Direction direction, const std::string& bytes) {
+    if (!enabled()) return;
+    constexpr size_t kShown = 48;
+    std::string text = android::base::StringPrintf("raw %zu bytes \"", bytes.size()) +
+                       google::protobuf::CEscape(bytes.substr(0, kShown)) + "\"";
+    if (bytes.size() > kShown) text += "...";
+    Print(direction == Direction::kToDaemon ? "modem > tarvo" : "tarvo > modem", text);
+}
+
+void Transcript::Log(const LogLine& line) {
+    if (!enabled()) return;
+    Print("log", std::string(1, PriorityLetter(line.priority)) + " " + line.tag + ": " +
+                     PrintableText(line.text));
+}
+
+void Transcript::Output(const std::string& line) { Print("out", line); }
+
+void Transcript::Note(const std::string& text) { Print("", text); }
+
+void Transcript::Print(const std::string& label, const std::string& text) {
+    Print(label, text, text);
+}
+
+void Transcript::Print(const std::string& label, const std::string& text,
+                       const std::string& full_text) {
+    if (!enabled()) return;
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    const std::string prefix =
+        android::base::StringPrintf("%8.3f  %-13s  ", seconds, label.c_str());
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (out_ != nullptr) *out_ << prefix << text << std::endl;
+    if (full_ != nullptr) *full_ << prefix << full_text << std::endl;
+}
+
+}  // namespace tarvo_emu

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <chrono>
+#include <mutex>
+#include <ostream>
+#include <string>
+
+#include "process/log_line.h"
+#include "proto/tarvo_message.pb.h"
+
+namespace tarvo_emu {
+
+// What happened, in order: every message both ways in protobuf text format, the RIL requests and
+// answers, the log lines of the processes in the sandbox, and the steps of a scenario, each with
+// the seconds since start.
+// With no stream it records nothing.
+class Transcript {
+  public:
+    enum class Direction { kToDaemon, kFromDaemon };
+
+    // `out` gets long payloads shortened; `full`, when given, gets everything as it was.
+    explicit Transcript(std::ostream* out, std::ostream* full = nullptr) : out_(out), full_(full) {}
+
+    // Whether anything is recorded; callers skip formatting what nobody reads.
+    bool enabled() const { return out_ != nullptr || full_ != nullptr; }
+
+    void Message(Direction direction, const tarvo_message::TarvoMessage& message);
+    // A request through the RIL client library, or the RIL's answer.
+    void Ril(Direction direction, const std::string& text);
+    // Unparsed bytes: their size and, escaped, the first of them.
+    void Raw(Direction direction, const std::string& bytes);
+    void Log(const LogLine& line);
+    // A line of a process that is not a log line, such as the usage text.
+    void Output(const std::string& line);
+    void Note(const std::string& text);
+
+  private:
+    void Print(const std::string& label, const std::string& text);
+    void Print(const std::string& label, const std::string& text, const std::string& full_text);
+
+    std::ostream* out_;
+    std::ostream* full_;
+    std::mutex mutex_;
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+// A log text on one line: line feeds, carriage returns, other control characters and bytes that
+// are not UTF-8 escaped as in C.
+std::string PrintableText(const std::string& text);
+
+// One-line text format of a message: bytes and strings of more than a few hundred bytes shown by
+// their start and size, permission bits in octal.
+std::string ShortText(const google::protobuf::Message& message);
+// The same with every byte: text that parses back.
+std::string FullText(const google::protobuf::Message& message);
+
+}  // namespace tarvo_emu

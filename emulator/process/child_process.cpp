@@ -1,0 +1,209 @@
+#include "process/child_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <android-base/unique_fd.h>
+
+#include "process/signal_cleanup.h"
+
+using android::base::ErrnoError;
+using android::base::Result;
+using android::base::unique_fd;
+
+namespace tarvo_emu {
+
+namespace {
+
+constexpr int kLargePipe = 1 << 20;
+
+std::vector<char*> CStrings(const std::vector<std::string>& strings) {
+    std::vector<char*> result;
+    for (const std::string& s : strings) result.push_back(const_cast<char*>(s.c_str()));
+    result.push_back(nullptr);
+    return result;
+}
+
+int DecodeStatus(int status) {
+    if (WIFEXITED(status)) return WEXITSTATUS(status);
+    if (WIFSIGNALED(status)) return 128 + WTERMSIG(status);
+    return -1;
+}
+
+}  // namespace
+
+struct ChildProcess::Stream {
+    unique_fd fd;
+    std::string* sink;
+    std::string pending = {};
+};
+
+Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(const std::vector<std::string>& argv,
+                                                          ChildOptions options) {
+    unique_fd out_read, out_write, err_read, err_write;
+    if (!android::base::Pipe(&out_read, &out_write)) return ErrnoError() << "pipe";
+    if (options.read_interval.count() != 0 && fcntl(out_read, F_SETPIPE_SZ, kLargePipe) < 0) {
+        return ErrnoError() << "F_SETPIPE_SZ";
+    }
+    if (options.separate_stderr && !android::base::Pipe(&err_read, &err_write)) {
+        return ErrnoError() << "pipe";
+    }
+    if (options.separate_stderr && options.read_interval.count() != 0 &&
+        fcntl(err_read, F_SETPIPE_SZ, kLargePipe) < 0) {
+        return ErrnoError() << "F_SETPIPE_SZ";
+    }
+    const int err_fd = options.separate_stderr ? err_write.get() : out_write.get();
+    // Prepared before fork: the rig is multi-threaded, so the child may only make
+    // async-signal-safe calls until it execs.
+    std::vector<char*> c_argv = CStrings(argv);
+    std::vector<char*> c_env = CStrings(options.env);
+    const pid_t parent = getpid();
+
+    const pid_t pid = fork();
+    if (pid < 0) return ErrnoError() << "fork";
+    if (pid == 0) {
+        setpgid(0, 0);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) _exit(127);
+        const int null_fd = open("/dev/null", O_RDONLY);
+        dup2(null_fd, STDIN_FILENO);
+        dup2(out_write.get(), STDOUT_FILENO);
+        dup2(err_fd, STDERR_FILENO);
+        execve(c_argv[0], c_argv.data(), c_env.data());
+        _exit(127);
+    }
+    // Also set here, so that a kill right after Start reaches the group.
+    setpgid(pid, pid);
+    AddProcessGroup(pid);
+    out_write.reset();
+    err_write.reset();
+    unique_fd pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+    std::unique_ptr<ChildProcess> child(
+        new ChildProcess(pid, std::move(pidfd), std::move(options)));
+    child->reader_ = std::thread(
+        [child = child.get(), out = std::move(out_read), err = std::move(err_read)]() mutable {
+            child->ReadOutput(std::move(out), std::move(err));
+        });
+    return child;
+}
+
+ChildProcess::ChildProcess(pid_t pid, unique_fd pidfd, ChildOptions options)
+    : pid_(pid),
+      pidfd_(std::move(pidfd)),
+      on_line_(std::move(options.on_line)),
+      on_error_line_(std::move(options.on_error_line)),
+      on_drained_(std::move(options.on_drained)),
+      keep_output_(options.keep_output),
+      read_interval_(options.read_interval) {}
+
+ChildProcess::~ChildProcess() {
+    if (!status_) {
+        Kill();
+        Wait(std::chrono::seconds(10));
+    }
+    // The group is gone, so the pipes' write ends are closed and the reader sees their end.
+    if (reader_.joinable()) reader_.join();
+}
+
+void ChildProcess::Kill() {
+    if (status_) return;
+    killpg(pid_, SIGKILL);
+}
+
+std::optional<int> ChildProcess::Wait(std::chrono::milliseconds timeout) {
+    if (status_) return status_;
+    pollfd pfd = {.fd = pidfd_.get(), .events = POLLIN, .revents = 0};
+    if (pidfd_.ok() && poll(&pfd, 1, static_cast<int>(timeout.count())) == 0) return std::nullopt;
+    // Whatever the process left behind in its group goes with it; the group id stays ours until
+    // the process is reaped.
+    killpg(pid_, SIGKILL);
+    int status = 0;
+    if (waitpid(pid_, &status, 0) != pid_) return std::nullopt;
+    RemoveProcessGroup(pid_);
+    status_ = DecodeStatus(status);
+    return status_;
+}
+
+std::string ChildProcess::output() {
+    if (status_ && reader_.joinable()) reader_.join();
+    std::lock_guard<std::mutex> lock(output_mutex_);
+    return output_;
+}
+
+std::string ChildProcess::errors() {
+    if (status_ && reader_.joinable()) reader_.join();
+    std::lock_guard<std::mutex> lock(output_mutex_);
+    return errors_;
+}
+
+void ChildProcess::ReadOutput(unique_fd out, unique_fd err) {
+    Stream streams[] = {{std::move(out), &output_}, {std::move(err), &errors_}};
+    // Read at intervals, one read takes all that a busy process printed meanwhile.
+    std::vector<char> buffer(read_interval_.count() != 0 ? kLargePipe : 4096);
+    while (true) {
+        pollfd fds[2];
+        nfds_t count = 0;
+        for (Stream& stream : streams) {
+            if (stream.fd.ok())
+                fds[count++] = {.fd = stream.fd.get(), .events = POLLIN, .revents = 0};
+        }
+        if (count == 0) return;
+        if (TEMP_FAILURE_RETRY(poll(fds, count, -1)) < 0) return;
+        if (read_interval_.count() != 0) std::this_thread::sleep_for(read_interval_);
+        for (nfds_t i = 0; i < count; ++i) {
+            if (fds[i].revents == 0) continue;
+            Stream& stream = fds[i].fd == streams[0].fd.get() ? streams[0] : streams[1];
+            const ssize_t n =
+                TEMP_FAILURE_RETRY(read(stream.fd.get(), buffer.data(), buffer.size()));
+            if (n > 0) stream.pending.append(buffer.data(), n);
+            TakeLines(&stream, n <= 0);
+            // A read that did not fill the buffer emptied the pipe.
+            if (on_drained_ && n < static_cast<ssize_t>(buffer.size())) on_drained_();
+            if (n <= 0) stream.fd.reset();
+        }
+    }
+}
+
+void ChildProcess::TakeLines(Stream* stream, bool at_end) {
+    size_t end;
+    while ((end = stream->pending.find('\n')) != std::string::npos || at_end) {
+        if (end == std::string::npos && stream->pending.empty()) return;
+        const bool whole = end != std::string::npos;
+        const std::string line = stream->pending.substr(0, end);
+        stream->pending.erase(0, whole ? end + 1 : std::string::npos);
+        if (keep_output_) {
+            std::lock_guard<std::mutex> lock(output_mutex_);
+            *stream->sink += whole ? line + "\n" : line;
+        }
+        const auto& handler =
+            stream->sink == &errors_ && on_error_line_ ? on_error_line_ : on_line_;
+        if (handler) handler(line);
+    }
+}
+
+ProcessResult RunProcess(const std::vector<std::string>& argv, ChildOptions options,
+                         std::chrono::milliseconds timeout) {
+    ProcessResult result;
+    Result<std::unique_ptr<ChildProcess>> process = ChildProcess::Start(argv, std::move(options));
+    if (!process.ok()) {
+        result.output = process.error().message();
+        return result;
+    }
+    std::optional<int> status = (*process)->Wait(timeout);
+    if (!status) {
+        result.timed_out = true;
+        (*process)->Kill();
+        status = (*process)->Wait(std::chrono::seconds(10));
+    }
+    result.status = status.value_or(-1);
+    result.output = (*process)->output();
+    result.errors = (*process)->errors();
+    return result;
+}
+
+}  // namespace tarvo_emu

@@ -1,0 +1,124 @@
+#include "process/signal_cleanup.h"
+
+#include <signal.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include <android-base/file.h>
+#include <android-base/strings.h>
+#include <android-base/unique_fd.h>
+
+namespace tarvo_emu {
+
+namespace {
+
+struct Registry {
+    std::mutex mutex;
+    std::set<std::string> trees;
+    std::set<pid_t> groups;
+    std::function<void()> hook;
+};
+
+Registry& registry() {
+    static Registry* const instance = new Registry;
+    return *instance;
+}
+
+// Written by the handler, read by the thread that cleans up.
+int signal_pipe = -1;
+
+void OnSignal(int signal_number) {
+    const char byte = static_cast<char>(signal_number);
+    if (write(signal_pipe, &byte, 1) < 0) _exit(128 + signal_number);
+}
+
+// Mount points under `dir` in this process's namespace, deepest first.
+std::vector<std::string> MountsUnder(const std::string& dir) {
+    std::string mountinfo;
+    android::base::ReadFileToString("/proc/self/mountinfo", &mountinfo);
+    std::vector<std::string> mounts;
+    for (const std::string& line : android::base::Split(mountinfo, "\n")) {
+        const std::vector<std::string> fields = android::base::Split(line, " ");
+        if (fields.size() > 4 && android::base::StartsWith(fields[4], dir + "/")) {
+            mounts.push_back(fields[4]);
+        }
+    }
+    std::sort(mounts.rbegin(), mounts.rend());
+    return mounts;
+}
+
+[[noreturn]] void CleanUpAndExit(int signal_number) {
+    Registry& r = registry();
+    // Held to the end, so that nothing registers or unregisters meanwhile.
+    r.mutex.lock();
+    if (r.hook) r.hook();
+    for (pid_t group : r.groups) killpg(group, SIGKILL);
+    for (pid_t group : r.groups) {
+        siginfo_t info;
+        // Waits for the end without reaping: the process's owner may be reaping it too.
+        waitid(P_PID, static_cast<id_t>(group), &info, WEXITED | WNOWAIT);
+    }
+    for (const std::string& tree : r.trees) {
+        for (const std::string& mount : MountsUnder(tree)) umount2(mount.c_str(), MNT_DETACH);
+        std::error_code ignored;
+        std::filesystem::remove_all(tree, ignored);
+    }
+    fprintf(stderr, "\ntarvo-emu: %s: daemon stopped, temporary tree removed\n",
+            strsignal(signal_number));
+    _exit(128 + signal_number);
+}
+
+}  // namespace
+
+void InstallSignalCleanup() {
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) return;
+    signal_pipe = fds[1];
+    std::thread([read_end = fds[0]] {
+        char byte = 0;
+        while (read(read_end, &byte, 1) < 0 && errno == EINTR) {
+        }
+        CleanUpAndExit(byte);
+    }).detach();
+    struct sigaction action = {};
+    action.sa_handler = OnSignal;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    for (int signal_number : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal_number, &action, nullptr);
+}
+
+void AddTemporaryTree(const std::string& dir) {
+    std::lock_guard<std::mutex> lock(registry().mutex);
+    registry().trees.insert(dir);
+}
+
+void RemoveTemporaryTree(const std::string& dir) {
+    std::lock_guard<std::mutex> lock(registry().mutex);
+    registry().trees.erase(dir);
+}
+
+void AddProcessGroup(pid_t group) {
+    std::lock_guard<std::mutex> lock(registry().mutex);
+    registry().groups.insert(group);
+}
+
+void RemoveProcessGroup(pid_t group) {
+    std::lock_guard<std::mutex> lock(registry().mutex);
+    registry().groups.erase(group);
+}
+
+void SetSignalCleanupHook(std::function<void()> hook) {
+    std::lock_guard<std::mutex> lock(registry().mutex);
+    registry().hook = std::move(hook);
+}
+
+}  // namespace tarvo_emu

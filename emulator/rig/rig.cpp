@@ -1,0 +1,340 @@
+#include "rig/rig.h"
+
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include <android-base/file.h>
+#include <android-base/stringprintf.h>
+#include <android-base/strings.h>
+
+#include "ril_library/ril_wire.h"
+
+namespace fs = std::filesystem;
+
+using android::base::Error;
+using android::base::Result;
+
+namespace tarvo_emu {
+
+std::string TarvoBinary() { return TARVO_BINARY_DIR "/tarvo"; }
+
+bool EnterPrivateMountNamespace() {
+    if (unshare(CLONE_NEWNS) != 0) return false;
+    // Mounts made here must not propagate back to the host's namespace.
+    return mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr) == 0;
+}
+
+Rig::Rig(RigOptions options)
+    : options_(std::move(options)),
+      transcript_(options_.transcript, options_.full_transcript),
+      daemon_lines_([this](LogLine line) { OnLogLine(std::move(line), true); }) {}
+
+Rig::~Rig() {
+    EndDaemon();
+    if (ril_) ril_->Stop();
+    // The replies stop before the filesystem goes, and the filesystem, whose threads hand the
+    // daemon's messages to the modem side, goes before the modem side.
+    if (modem_) modem_->Stop();
+    emulator_.reset();
+    modem_.reset();
+    tput_modem_.reset();
+    sandbox_.reset();
+}
+
+Result<void> Rig::Start() {
+    Result<std::unique_ptr<Sandbox>> sandbox =
+        Sandbox::Create(options_.data_size_limit_kib, options_.mnt_size_limit_kib);
+    if (!sandbox.ok()) return Error() << "sandbox: " << sandbox.error();
+    sandbox_ = std::move(*sandbox);
+
+    emulator_ =
+        std::make_unique<ModemEmulator>(options_.initial_state, [this](std::string_view bytes) {
+            if (options_.uplink_tap && options_.uplink_tap(bytes)) return;
+            if (modem_) modem_->OnUplink(bytes);
+        });
+    emulator_->temp().KeepWrites(options_.keep_logs);
+    modem_ = std::make_unique<ModemSide>(&emulator_->ipc(), &transcript_);
+    tput_modem_ = std::make_unique<TputModem>(&emulator_->test(), options_.tput);
+    modem_->SetObserver([this](const tarvo_message::TarvoMessage& message) {
+        tput_modem_->OnDaemonMessage(message);
+    });
+    if (Result<void> mounted = emulator_->Mount(sandbox_->emulator_dir()); !mounted.ok()) {
+        return mounted.error();
+    }
+    for (const NodePlace& node : kNodeTable) {
+        sandbox_->BindNode(node.device_path, emulator_->PathOf(node.name));
+    }
+
+    if (Result<void> ril = SetUpRil(); !ril.ok()) return ril.error();
+    for (const auto& [name, value] : options_.env) sandbox_->SetEnv(name, value);
+    for (const std::string& dir : options_.writable) sandbox_->BindWritable(dir);
+    for (const std::string& path : options_.remove) {
+        if (Result<void> removed = sandbox_->Remove(path); !removed.ok()) return removed.error();
+    }
+    for (const SeedFile& file : options_.files) {
+        const bool seedable = android::base::StartsWith(file.path, "/data/") ||
+                              android::base::StartsWith(file.path, "/mnt/") ||
+                              android::base::StartsWith(file.path, "/vendor/");
+        if (!seedable || file.path.find("/../") != std::string::npos) {
+            return Error() << "cannot seed " << file.path
+                           << ": seed files go under /data, /mnt or /vendor";
+        }
+        if (!WriteFile(file.path, file.content, file.mode)) {
+            return Error() << "cannot write " << file.path;
+        }
+    }
+    for (const auto& [name, value] : options_.properties) {
+        if (!SetProperty(name, value)) return Error() << "cannot set property " << name;
+    }
+    for (const std::string& path : options_.read_only) {
+        if (Result<void> bound = sandbox_->SetReadOnly(path); !bound.ok()) return bound.error();
+    }
+    if (!options_.start_daemon) return {};
+    return StartDaemon();
+}
+
+Result<void> Rig::SetUpRil() {
+    ril_ = std::make_unique<RilSide>(&transcript_);
+    const RilLibraryOptions& options = options_.ril;
+    if (!options.absent) {
+        const std::string variant =
+            options.omit_symbol.empty() ? "full" : "without-" + options.omit_symbol;
+        const std::string library = TARVO_BINARY_DIR "/vekril/" + variant + "/libvekril-client.so";
+        std::error_code ec;
+        fs::copy_file(library, sandbox_->HostPath("/vendor/lib64/libvekril-client.so"), ec);
+        if (ec) return Error(ec.value()) << "no RIL client library " << variant;
+    }
+    if (options.open_fails) return {};
+    return ril_->Listen(sandbox_->socket_dir() + "/" +
+                        fs::path(kRilSocketPath).filename().string());
+}
+
+Result<void> Rig::StartDaemon() {
+    transcript_.Note("start tarvo -s");
+    Result<std::unique_ptr<ChildProcess>> daemon = ChildProcess::Start(
+        sandbox_->Command({TarvoBinary(), "-s"}),
+        {.on_line = [this](const std::string& line) { OnOutputLine(line, nullptr); },
+         .on_error_line = [this](const std::string& line) { OnOutputLine(line, &daemon_lines_); },
+         .on_drained = [this] { daemon_lines_.Flush(); },
+         .separate_stderr = true,
+         .keep_output = options_.keep_logs,
+         // Nobody waits for a line: take them in bulk, and leave the daemon the processor.
+         .read_interval =
+             options_.keep_logs ? std::chrono::milliseconds(0) : std::chrono::milliseconds(10)});
+    if (!daemon.ok()) return Error() << "tarvo -s: " << daemon.error();
+    daemon_ = std::move(*daemon);
+    return {};
+}
+
+void Rig::StopDaemon() {
+    NoteDaemonEnd();
+    EndDaemon();
+}
+
+void Rig::EndDaemon() {
+    // A coverage build's daemon writes its counters on SIGTERM; any other is killed at once.
+    if (daemon_ && daemon_pid_ != 0 && getenv("GCOV_PREFIX") != nullptr &&
+        kill(daemon_pid_, SIGTERM) == 0) {
+        daemon_->Wait(std::chrono::seconds(10));
+    }
+    daemon_.reset();
+    daemon_pid_ = 0;
+}
+
+Result<void> Rig::RestartDaemon() {
+    transcript_.Note("kill -9 tarvo");
+    StopDaemon();
+    return StartDaemon();
+}
+
+bool Rig::NoteDaemonEnd(std::chrono::milliseconds timeout) {
+    if (!daemon_) return false;
+    const std::optional<int> status = daemon_->Wait(timeout);
+    if (!status) return false;
+    // Once the process has ended, this returns after its last line was handed on.
+    daemon_->output();
+    std::lock_guard<std::mutex> lock(health_mutex_);
+    if (daemon_end_.empty()) {
+        daemon_end_ = android::base::StringPrintf("tarvo -s ended with status %d", *status);
+    }
+    return true;
+}
+
+bool Rig::AwaitDaemonEnd(std::chrono::milliseconds timeout) { return NoteDaemonEnd(timeout); }
+
+Result<void> Rig::CheckHealth() {
+    // A sanitized daemon that hits a fault right after the test's last step is still printing
+    // its report when the test ends, and would be killed before it ends by itself. Giving it a
+    // moment to end shows such a fault; a healthy daemon costs this wait in those builds only.
+#ifdef TARVO_SANITIZED
+    constexpr std::chrono::milliseconds kLastWords{300};
+#else
+    constexpr std::chrono::milliseconds kLastWords{0};
+#endif
+    NoteDaemonEnd(kLastWords);
+    bool reporting;
+    {
+        std::lock_guard<std::mutex> lock(health_mutex_);
+        reporting = !report_.empty();
+    }
+    // A daemon that began a report ends once it is printed: the whole of it is worth the wait.
+    if (reporting) NoteDaemonEnd(std::chrono::seconds(10));
+    std::lock_guard<std::mutex> lock(health_mutex_);
+    if (daemon_end_.empty() && report_.empty()) return {};
+    const std::string what = daemon_end_.empty() ? "sanitizer report" : daemon_end_;
+    return Error() << what << (report_.empty() ? "" : ":\n") << android::base::Join(report_, "\n");
+}
+
+namespace {
+
+// The first line of a report of AddressSanitizer, LeakSanitizer, UndefinedBehaviorSanitizer or
+// ThreadSanitizer, as they print it on stderr.
+bool StartsSanitizerReport(const std::string& line) {
+    return (line.find("==ERROR: ") != std::string::npos &&
+            line.find("Sanitizer") != std::string::npos) ||
+           android::base::StartsWith(line, "WARNING: ThreadSanitizer: ") ||
+           line.find(": runtime error: ") != std::string::npos;
+}
+
+}  // namespace
+
+bool Rig::KeepReportLine(const std::string& line) {
+    // Enough for a report with its stacks; whatever comes later is noise.
+    constexpr size_t kMaxReportLines = 400;
+    std::lock_guard<std::mutex> lock(health_mutex_);
+    if (report_.empty() && !StartsSanitizerReport(line)) return false;
+    if (report_.size() < kMaxReportLines) report_.push_back(line);
+    return true;
+}
+
+void Rig::OnOutputLine(const std::string& line, LogLineJoiner* joiner) {
+    // Once the daemon's pid is known, a line that is neither kept nor shown is looked at only
+    // for a sanitizer report.
+    if (!options_.keep_logs && !transcript_.enabled() && daemon_pid_ != 0) {
+        KeepReportLine(line);
+        return;
+    }
+    // liblog writes to stderr; what a process prints on stdout is never part of a log line.
+    if (joiner == nullptr) {
+        KeepReportLine(line);
+        transcript_.Output(line);
+        return;
+    }
+    std::optional<LogLine> parsed = ParseLogLine(line);
+    if (parsed) {
+        joiner->Start(std::move(*parsed));
+        return;
+    }
+    if (KeepReportLine(line)) {
+        joiner->Flush();
+        transcript_.Output(line);
+        return;
+    }
+    if (!joiner->Continue(line)) transcript_.Output(line);
+}
+
+void Rig::OnLogLine(LogLine line, bool from_daemon) {
+    if (from_daemon && daemon_pid_ == 0) daemon_pid_ = line.pid;
+    transcript_.Log(line);
+    if (options_.keep_logs) logs_.Add(std::move(line));
+}
+
+void Rig::SetModemState(int state) {
+    transcript_.Note(android::base::StringPrintf("modem state %d", state));
+    emulator_->boot().SetState(state);
+}
+
+void Rig::InjectFault(IpcFault fault) {
+    static const char* const kNames[] = {"end of file", "read error", "write error", "hang-up"};
+    transcript_.Note(std::string("fault on oem_ipc1: ") + kNames[static_cast<int>(fault)]);
+    emulator_->ipc().InjectFault(fault);
+}
+
+namespace {
+
+EventList<LogLine>::Predicate LineMatcher(int priority, const std::string& text,
+                                          const std::string& tag) {
+    return [=](const LogLine& line) {
+        return (priority == 0 || line.priority == priority) && line.tag == tag && line.text == text;
+    };
+}
+
+}  // namespace
+
+std::optional<LogLine> Rig::AwaitLog(int priority, const std::string& text,
+                                     std::chrono::milliseconds timeout, const std::string& tag) {
+    return logs_.Take(LineMatcher(priority, text, tag), timeout);
+}
+
+bool Rig::WaitForLog(int priority, const std::string& text, std::chrono::milliseconds timeout,
+                     const std::string& tag) {
+    return logs_.Wait(LineMatcher(priority, text, tag), timeout);
+}
+
+size_t Rig::CountLog(int priority, const std::string& text, const std::string& tag) const {
+    return logs_.Count(LineMatcher(priority, text, tag));
+}
+
+ProcessResult Rig::Run(const std::vector<std::string>& command, std::chrono::milliseconds timeout) {
+    LogLineJoiner lines([this](LogLine line) { OnLogLine(std::move(line), false); });
+    return RunProcess(
+        sandbox_->Command(command),
+        {.on_line = [this](const std::string& line) { OnOutputLine(line, nullptr); },
+         .on_error_line = [this, &lines](const std::string& line) { OnOutputLine(line, &lines); },
+         .on_drained = [&lines] { lines.Flush(); },
+         .separate_stderr = true},
+        timeout);
+}
+
+ProcessResult Rig::RunClient(const std::vector<std::string>& args,
+                             std::chrono::milliseconds timeout) {
+    std::vector<std::string> command = {TarvoBinary()};
+    command.insert(command.end(), args.begin(), args.end());
+    std::string text = "run tarvo";
+    for (const std::string& arg : args) text += " " + arg;
+    transcript_.Note(text);
+    ProcessResult result = Run(command, timeout);
+    transcript_.Note(android::base::StringPrintf("tarvo exited with %d", result.status));
+    return result;
+}
+
+std::optional<std::string> Rig::ReadFile(const std::string& path) const {
+    std::string content;
+    const std::string host = sandbox_->HostPath(path);
+    if (host.empty() || !android::base::ReadFileToString(host, &content)) return std::nullopt;
+    return content;
+}
+
+std::optional<mode_t> Rig::FileMode(const std::string& path) const {
+    struct stat st;
+    const std::string host = sandbox_->HostPath(path);
+    if (host.empty() || stat(host.c_str(), &st) != 0) return std::nullopt;
+    return st.st_mode & 07777;
+}
+
+bool Rig::RemoveFile(const std::string& path) {
+    const std::string host = sandbox_->HostPath(path);
+    return !host.empty() && unlink(host.c_str()) == 0;
+}
+
+bool Rig::WriteFile(const std::string& path, const std::string& content, mode_t mode) {
+    const std::string host = sandbox_->HostPath(path);
+    if (host.empty()) return false;
+    std::error_code ec;
+    fs::create_directories(fs::path(host).parent_path(), ec);
+    return android::base::WriteStringToFile(content, host) && chmod(host.c_str(), mode) == 0;
+}
+
+std::optional<std::string> Rig::Property(const std::string& name) const {
+    return sandbox_->properties().Get(name);
+}
+
+bool Rig::SetProperty(const std::string& name, const std::string& value) {
+    return sandbox_->properties().Set(name, value) == 0;
+}
+
+}  // namespace tarvo_emu

@@ -1,0 +1,198 @@
+#include "sandbox/sandbox.h"
+
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mount.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include <android-base/strings.h>
+
+#include "process/signal_cleanup.h"
+#include "ril_library/ril_wire.h"
+
+namespace fs = std::filesystem;
+
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
+
+namespace tarvo_emu {
+
+namespace {
+
+constexpr const char* kBwrap = "/usr/bin/bwrap";
+
+// Sandbox path prefix and the directory of the root that holds it.
+const std::pair<const char*, const char*> kMappedTrees[] = {
+    {"/data", "data"},
+    {"/mnt", "mnt"},
+    {"/vendor", "vendor"},
+    {"/dev/__properties__", "properties"},
+};
+
+bool IsUnder(const std::string& path, const std::string& prefix) {
+    return path == prefix || android::base::StartsWith(path, prefix + "/");
+}
+
+}  // namespace
+
+const std::vector<std::string> Sandbox::kDeviceDirectories = {
+    "/data/vendor/radio/modem_temp_file", "/data/vendor/radio/mds",
+    "/data/vendor/radio/extended_logs",   "/data/vendor/modem_stat",
+    "/mnt/vendor/modem_userdata/replay",  "/vendor/etc/modem",
+    "/vendor/firmware/uecapconfig",       "/vendor/lib64",
+};
+
+Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib,
+                                                 uint32_t mnt_size_limit_kib) {
+    const char* tmp = getenv("TMPDIR");
+    std::string pattern =
+        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/tarvo-rig.XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) return ErrnoError() << "mkdtemp " << pattern;
+    std::unique_ptr<Sandbox> sandbox(new Sandbox(pattern));
+    AddTemporaryTree(pattern);
+    std::error_code ec;
+    for (const auto& [tree, limit_kib] :
+         {std::pair{"data", data_size_limit_kib}, std::pair{"mnt", mnt_size_limit_kib}}) {
+        if (limit_kib == 0) continue;
+        const std::string dir = pattern + "/" + tree;
+        if (!fs::create_directory(dir, ec) && ec) return Error(ec.value()) << "mkdir " << dir;
+        const std::string size = "size=" + std::to_string(limit_kib) + "k,mode=0755";
+        if (mount("tmpfs", dir.c_str(), "tmpfs", 0, size.c_str()) != 0) {
+            return ErrnoError() << "mount tmpfs " << size << " on " << dir;
+        }
+        sandbox->mounted_.push_back(dir);
+    }
+    std::vector<std::string> dirs = {pattern + "/emu", pattern + "/properties",
+                                     pattern + "/socket"};
+    for (const std::string& dir : kDeviceDirectories) dirs.push_back(sandbox->HostPath(dir));
+    for (const std::string& dir : dirs) {
+        if (!fs::create_directories(dir, ec) && ec) return Error(ec.value()) << "mkdir " << dir;
+    }
+    return sandbox;
+}
+
+Sandbox::Sandbox(std::string dir) : dir_(std::move(dir)) {}
+
+Sandbox::~Sandbox() {
+    for (const std::string& dir : mounted_) umount2(dir.c_str(), MNT_DETACH);
+    std::error_code ec;
+    fs::remove_all(dir_, ec);
+    RemoveTemporaryTree(dir_);
+}
+
+std::string Sandbox::HostPath(const std::string& path) const {
+    for (const auto& [prefix, local] : kMappedTrees) {
+        if (IsUnder(path, prefix)) return dir_ + "/" + local + path.substr(strlen(prefix));
+    }
+    return {};
+}
+
+void Sandbox::BindNode(const std::string& device_path, const std::string& host_path) {
+    nodes_.emplace_back(device_path, host_path);
+}
+
+Result<void> Sandbox::SetReadOnly(const std::string& path) {
+    if (!IsUnder(path, "/data") && !IsUnder(path, "/mnt")) {
+        return Error() << "cannot bind " << path << " read-only: not under /data or /mnt";
+    }
+    const std::string host = HostPath(path);
+    if (!fs::exists(host)) return Error(ENOENT) << "cannot bind " << path << " read-only";
+    read_only_.emplace_back(path, host);
+    return {};
+}
+
+Result<void> Sandbox::Remove(const std::string& path) {
+    auto node = std::find_if(nodes_.begin(), nodes_.end(),
+                             [&path](const auto& bind) { return bind.first == path; });
+    if (node != nodes_.end()) {
+        nodes_.erase(node);
+        return {};
+    }
+    const std::string host = HostPath(path);
+    if (host.empty()) return Error() << "cannot remove " << path << ": not in the sandbox's tree";
+    std::error_code ec;
+    fs::remove_all(host, ec);
+    if (ec) return Error(ec.value()) << "cannot remove " << path;
+    return {};
+}
+
+std::vector<std::string> Sandbox::Command(const std::vector<std::string>& command) const {
+    std::vector<std::string> args = {
+        kBwrap,
+        "--die-with-parent",
+        "--ro-bind",
+        "/usr",
+        "/usr",
+        "--symlink",
+        "usr/lib",
+        "/lib",
+        "--symlink",
+        "usr/lib64",
+        "/lib64",
+        "--symlink",
+        "usr/bin",
+        "/bin",
+        "--symlink",
+        "usr/sbin",
+        "/sbin",
+        "--proc",
+        "/proc",
+        "--dev",
+        "/dev",
+        "--tmpfs",
+        "/tmp",
+        "--bind",
+        dir_ + "/data",
+        "/data",
+        "--bind",
+        dir_ + "/mnt",
+        "/mnt",
+        // A device's vendor partition is read-only, even for root.
+        "--ro-bind",
+        dir_ + "/vendor",
+        "/vendor",
+        "--bind",
+        dir_ + "/properties",
+        "/dev/__properties__",
+        "--bind",
+        socket_dir(),
+        kRilSocketDir,
+    };
+    // Devices allowed: a node may also be a real character device of the host, such as
+    // /dev/full for a disk that fills up.
+    for (const auto& [device_path, host_path] : nodes_) {
+        args.insert(args.end(), {"--dev-bind", host_path, device_path});
+    }
+    for (const auto& [path, host_path] : read_only_) {
+        args.insert(args.end(), {"--ro-bind", host_path, path});
+    }
+    // The project's binaries, at their host paths.
+    for (const char* tree : {TARVO_SOURCE_DIR, TARVO_BINARY_DIR}) {
+        args.insert(args.end(), {"--ro-bind", tree, tree});
+    }
+    // After the trees, so that a directory inside one of them can be writable.
+    for (const std::string& dir : writable_) args.insert(args.end(), {"--bind", dir, dir});
+    if (const char* counters = getenv("GCOV_PREFIX"); counters != nullptr) {
+        args.insert(args.end(), {"--bind", counters, counters});
+    }
+    args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin",
+                             // Where a device's linker finds the vendor's libraries.
+                             "--setenv", "LD_LIBRARY_PATH", "/vendor/lib64"});
+    // In a sanitized build, the options that make the first report end the process reach the
+    // daemon and its clients too; in a coverage build, where their counters go.
+    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS",
+                             "GCOV_PREFIX", "GCOV_PREFIX_STRIP"}) {
+        if (const char* value = getenv(name); value != nullptr) {
+            args.insert(args.end(), {"--setenv", name, value});
+        }
+    }
+    for (const auto& [name, value] : env_) args.insert(args.end(), {"--setenv", name, value});
+    args.emplace_back("--");
+    args.insert(args.end(), command.begin(), command.end());
+    return args;
+}
+
+}  // namespace tarvo_emu

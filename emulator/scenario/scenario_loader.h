@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <android-base/result.h>
+
+#include "scenario/scenario.pb.h"
+
+namespace tarvo_emu {
+
+// Where a step stands in its scenario file: its line, from 1, and the places of a repeat's steps.
+struct StepPlace {
+    int line = 0;
+    std::vector<StepPlace> steps;
+};
+
+// Where a scenario came from, so that a failure names the file and line of its step.
+struct ScenarioOrigin {
+    std::string path;
+    std::vector<StepPlace> steps;
+};
+
+// A scenario in protobuf text format (schema emulator/scenario/scenario.proto). The error names
+// `source` (the file, for the reader) and lists every parse error with its line and column. When
+// given, `origin` gets `source` and the place of every step.
+android::base::Result<tarvo_scenario::Scenario> ParseScenario(const std::string& text,
+                                                              const std::string& source,
+                                                              ScenarioOrigin* origin = nullptr);
+
+// The scenario in the file at `path`.
+android::base::Result<tarvo_scenario::Scenario> LoadScenario(const std::string& path,
+                                                             ScenarioOrigin* origin = nullptr);
+
+}  // namespace tarvo_emu
