@@ -8,8 +8,6 @@
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 
-#include "scenario/scenario.pb.h"
-
 namespace tarvo_emu {
 
 namespace {
@@ -97,34 +95,31 @@ class OctalPrinter : public TextFormat::FastFieldValuePrinter {
     }
 };
 
-std::unique_ptr<TextFormat::Printer> OneLinePrinter(bool shorten) {
-    auto printer = std::make_unique<TextFormat::Printer>();
-    printer->SetSingleLineMode(true);
-    if (shorten) printer->SetDefaultFieldValuePrinter(new ShorteningPrinter);
-    for (const google::protobuf::Descriptor* type :
-         {tarvo_scenario::SeedFile::descriptor(), tarvo_scenario::ExpectFile::descriptor()}) {
-        printer->RegisterFieldValuePrinter(type->FindFieldByName("mode"), new OctalPrinter);
-    }
-    return printer;
+}  // namespace
+
+OneLineText::OneLineText(bool shorten) {
+    printer_.SetSingleLineMode(true);
+    if (shorten) printer_.SetDefaultFieldValuePrinter(new ShorteningPrinter);
 }
 
-std::string PrintedWith(const TextFormat::Printer& printer,
-                        const google::protobuf::Message& message) {
+void OneLineText::ShowInOctal(const google::protobuf::FieldDescriptor* field) {
+    printer_.RegisterFieldValuePrinter(field, new OctalPrinter);
+}
+
+std::string OneLineText::operator()(const google::protobuf::Message& message) const {
     std::string text;
-    printer.PrintToString(message, &text);
+    printer_.PrintToString(message, &text);
     return android::base::Trim(text);
 }
 
-}  // namespace
-
 std::string ShortText(const google::protobuf::Message& message) {
-    static const std::unique_ptr<TextFormat::Printer> printer = OneLinePrinter(true);
-    return PrintedWith(*printer, message);
+    static const OneLineText text(true);
+    return text(message);
 }
 
 std::string FullText(const google::protobuf::Message& message) {
-    static const std::unique_ptr<TextFormat::Printer> printer = OneLinePrinter(false);
-    return PrintedWith(*printer, message);
+    static const OneLineText text(false);
+    return text(message);
 }
 
 void Transcript::Message(Direction direction, const tarvo_message::TarvoMessage& message) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <google/protobuf/text_format.h>
+
 #include <chrono>
 #include <mutex>
 #include <ostream>
@@ -48,10 +50,21 @@ class Transcript {
 // are not UTF-8 escaped as in C.
 std::string PrintableText(const std::string& text);
 
-// One-line text format of a message: bytes and strings of more than a few hundred bytes shown by
-// their start and size, permission bits in octal.
+// One-line text format of messages: with `shorten`, bytes and strings of more than a few hundred
+// bytes shown by their start and size; otherwise every byte, as text that parses back.
+class OneLineText {
+  public:
+    explicit OneLineText(bool shorten);
+    // Shows an unsigned field in octal, as permission bits are written.
+    void ShowInOctal(const google::protobuf::FieldDescriptor* field);
+    std::string operator()(const google::protobuf::Message& message) const;
+
+  private:
+    google::protobuf::TextFormat::Printer printer_;
+};
+
+// A message as the transcript shows it, shortened or whole.
 std::string ShortText(const google::protobuf::Message& message);
-// The same with every byte: text that parses back.
 std::string FullText(const google::protobuf::Message& message);
 
 }  // namespace tarvo_emu

@@ -17,6 +17,7 @@
 #include <android-base/strings.h>
 
 #include "process/process_usage.h"
+#include "scenario/step_text.h"
 
 using android::base::Error;
 using android::base::Result;
@@ -304,7 +305,7 @@ class StepPlayer {
         shown.clear_note();
         const std::string text = step.has_repeat()
                                      ? StringPrintf("repeat %u times", step.repeat().times())
-                                     : ShortText(shown);
+                                     : ShortStepText(shown);
         rig_->transcript().Note(name + ": " + text);
         const std::string why = Play(step, name, place);
         if (why.empty()) return {};

@@ -12,6 +12,7 @@
 
 #include "peers/transcript.h"
 #include "scenario/scenario_player.h"
+#include "scenario/step_text.h"
 
 using android::base::ErrnoError;
 using android::base::Result;
@@ -169,7 +170,7 @@ std::string ScenarioRecorder::Text(Rig& rig) const {
 
     std::string recorded;
     const auto add = [&recorded](const Step& step, const char* prefix) {
-        recorded += prefix + ("step { " + FullText(step) + " }\n");
+        recorded += prefix + ("step { " + FullStepText(step) + " }\n");
     };
     std::vector<Mark> marks = {{0, 0, 0, start_}};
     marks.insert(marks.end(), marks_.begin(), marks_.end());
