@@ -77,6 +77,8 @@ int RunDecode(const std::vector<std::string>& args) {
             std::cerr << "tarvo-emu decode: " << written.error().message() << "\n";
             return 1;
         }
+        std::cerr << "Read it with the schema's folder as PROTO_DIR:\n  "
+                  << TsharkCommand("PROTO_DIR", pcapng) << "\n";
     }
     if (!scenario.empty() &&
         !android::base::WriteStringToFile(
