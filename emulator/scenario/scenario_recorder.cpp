@@ -11,8 +11,8 @@
 #include <android-base/strings.h>
 
 #include "peers/transcript.h"
-#include "scenario/scenario_player.h"
 #include "scenario/step_text.h"
+#include "scenario/step_wait.h"
 
 using android::base::ErrnoError;
 using android::base::Result;

@@ -1,0 +1,109 @@
+#include "scenario/step_player.h"
+
+#include <algorithm>
+#include <chrono>
+#include <iterator>
+#include <thread>
+#include <utility>
+
+#include <android-base/stringprintf.h>
+
+#include "scenario/control_steps.h"
+#include "scenario/daemon_steps.h"
+#include "scenario/file_steps.h"
+#include "scenario/log_steps.h"
+#include "scenario/message_steps.h"
+#include "scenario/node_steps.h"
+#include "scenario/ril_steps.h"
+#include "scenario/step_text.h"
+#include "scenario/step_wait.h"
+#include "scenario/usage_steps.h"
+
+using android::base::StringPrintf;
+using tarvo_scenario::Step;
+
+namespace tarvo_emu {
+
+namespace {
+
+// The handler of each kind of step.
+constexpr std::pair<Step::ActionCase, StepHandler> kHandlers[] = {
+    {Step::kModemState, PlayModemState},
+    {Step::kSend, PlaySend},
+    {Step::kExpect, PlayExpect},
+    {Step::kExpectSilenceMs, PlayExpectSilence},
+    {Step::kExpectLog, PlayExpectLog},
+    {Step::kExpectNoLog, PlayExpectNoLog},
+    {Step::kExpectFile, PlayExpectFile},
+    {Step::kExpectProperty, PlayExpectProperty},
+    {Step::kAutoReply, PlayAutoReply},
+    {Step::kClient, PlayClient},
+    {Step::kSleepMs, PlaySleep},
+    {Step::kSendRaw, PlaySendRaw},
+    {Step::kRestartDaemon, PlayRestartDaemon},
+    {Step::kFault, PlayFault},
+    {Step::kExpectRil, PlayExpectRil},
+    {Step::kRilReply, PlayRilReply},
+    {Step::kExpectRilSilenceMs, PlayExpectRilSilence},
+    {Step::kExpectUplink, PlayExpectUplink},
+    {Step::kRepeat, PlayRepeat},
+    {Step::kMark, PlayMark},
+    {Step::kExpectUsage, PlayExpectUsage},
+    {Step::kWriteFile, PlayWriteFile},
+    {Step::kRemoveFile, PlayRemoveFile},
+    {Step::kSendGenerated, PlaySendGenerated},
+    {Step::kExpectThermalWrites, PlayExpectThermalWrites},
+    {Step::kSignalDaemon, PlaySignalDaemon},
+};
+
+// How often a wait for the daemon's pid looks again.
+constexpr std::chrono::milliseconds kPidPollInterval{10};
+
+}  // namespace
+
+std::string StepPlayer::PlayAll(const google::protobuf::RepeatedPtrField<Step>& steps,
+                                const std::string& label, const std::vector<StepPlace>* places) {
+    for (int i = 0; i < steps.size(); ++i) {
+        const StepPlace* place =
+            places != nullptr && i < static_cast<int>(places->size()) ? &(*places)[i] : nullptr;
+        const std::string why = PlayNamed(steps[i], label + StringPrintf("step %d", i), place);
+        if (!why.empty()) return why;
+    }
+    return {};
+}
+
+std::string StepPlayer::PlayNamed(const Step& step, const std::string& name,
+                                  const StepPlace* place) {
+    if (!step.note().empty()) rig_->transcript().Note("# " + step.note());
+    if (step.action_case() == Step::ACTION_NOT_SET) return {};
+    Step shown = step;
+    shown.clear_note();
+    const std::string text = step.has_repeat()
+                                 ? StringPrintf("repeat %u times", step.repeat().times())
+                                 : ShortStepText(shown);
+    rig_->transcript().Note(name + ": " + text);
+    const auto handler =
+        std::find_if(std::begin(kHandlers), std::end(kHandlers),
+                     [&step](const auto& entry) { return entry.first == step.action_case(); });
+    const std::string why = handler != std::end(kHandlers)
+                                ? handler->second(*this, StepCall{step, name, place})
+                                : "unknown step";
+    if (why.empty()) return {};
+    // A failure inside a repeat names its own step.
+    if (step.has_repeat()) return why;
+    std::string where;
+    if (origin_ != nullptr && place != nullptr) {
+        where = StringPrintf("%s:%d: ", origin_->path.c_str(), place->line);
+    }
+    return where + name + " (" + text + ") failed: " + why;
+}
+
+pid_t StepPlayer::AwaitDaemonPid() {
+    const auto deadline = std::chrono::steady_clock::now() + kDefaultStepTimeout;
+    while (rig_->daemon_pid() == 0 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(kPidPollInterval);
+    }
+    return rig_->daemon_pid();
+}
+
+}  // namespace tarvo_emu

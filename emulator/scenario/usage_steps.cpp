@@ -1,0 +1,77 @@
+#include "scenario/usage_steps.h"
+
+#include <chrono>
+#include <thread>
+
+#include <android-base/stringprintf.h>
+
+#include "process/process_usage.h"
+#include "scenario/step_wait.h"
+
+using android::base::StringPrintf;
+using std::chrono::milliseconds;
+
+namespace tarvo_emu {
+
+namespace {
+
+// How often the usage is read again while it differs.
+constexpr milliseconds kUsagePollInterval{50};
+
+UsageMark UsageOf(pid_t pid) {
+    const ProcessUsage process = ReadProcessUsage(pid).value_or(ProcessUsage{});
+    return {pid, process.descriptors, process.threads, process.rss_kib};
+}
+
+}  // namespace
+
+std::string PlayMark(StepPlayer& player, const StepCall& call) {
+    const std::string& name = call.step.mark();
+    const pid_t pid = player.AwaitDaemonPid();
+    if (pid == 0) return "the daemon's pid is not known";
+    UsageMark usage = UsageOf(pid);
+    usage.log_lines = player.rig().log_events().size();
+    player.rig().transcript().Note(
+        StringPrintf("mark %s: pid %d, %zu descriptors, %zu threads, %ld KiB", name.c_str(), pid,
+                     usage.descriptors, usage.threads, usage.rss_kib));
+    player.state().marks[name] = usage;
+    return {};
+}
+
+std::string PlayExpectUsage(StepPlayer& player, const StepCall& call) {
+    const tarvo_scenario::ExpectUsage& expect = call.step.expect_usage();
+    const auto& marks = player.state().marks;
+    const auto mark = marks.find(expect.mark());
+    if (mark == marks.end()) return "no mark \"" + expect.mark() + "\"";
+    const UsageMark& before = mark->second;
+    const auto deadline = std::chrono::steady_clock::now() +
+                          StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
+    Rig& rig = player.rig();
+    while (true) {
+        if (rig.daemon_pid() != before.pid) {
+            return StringPrintf("the daemon is pid %d, not %d as at the mark", rig.daemon_pid(),
+                                before.pid);
+        }
+        const UsageMark now = UsageOf(before.pid);
+        std::string why;
+        const auto differs = [](size_t a, size_t b, uint32_t tolerance) {
+            return (a > b ? a - b : b - a) > tolerance;
+        };
+        if (differs(now.descriptors, before.descriptors, expect.descriptors_tolerance()) ||
+            differs(now.threads, before.threads, expect.threads_tolerance())) {
+            why = StringPrintf("%zu descriptors and %zu threads, %zu and %zu at the mark",
+                               now.descriptors, now.threads, before.descriptors, before.threads);
+        }
+#ifndef TARVO_SANITIZED
+        if (why.empty() && expect.has_rss_growth_below_kib() &&
+            now.rss_kib - before.rss_kib >= expect.rss_growth_below_kib()) {
+            why = StringPrintf("resident memory grew from %ld KiB to %ld KiB", before.rss_kib,
+                               now.rss_kib);
+        }
+#endif
+        if (why.empty() || std::chrono::steady_clock::now() >= deadline) return why;
+        std::this_thread::sleep_for(kUsagePollInterval);
+    }
+}
+
+}  // namespace tarvo_emu
