@@ -1,6 +1,6 @@
 #pragma once
 
-#include <string>
+#include <android-base/result.h>
 
 #include "scenario/step_player.h"
 
@@ -9,8 +9,8 @@ namespace tarvo_emu {
 // Steps on the playing itself: a pause, and steps played over again.
 
 // sleep_ms: waits, looking at nothing.
-std::string PlaySleep(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlaySleep(StepPlayer& player, const StepCall& call);
 // repeat: its steps, in order, so many times over; a failure names the round and the step.
-std::string PlayRepeat(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlayRepeat(StepPlayer& player, const StepCall& call);
 
 }  // namespace tarvo_emu

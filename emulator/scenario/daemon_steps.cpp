@@ -2,9 +2,7 @@
 
 #include <signal.h>
 
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -15,6 +13,8 @@
 
 #include "scenario/step_wait.h"
 
+using android::base::ErrnoError;
+using android::base::Error;
 using android::base::Result;
 using android::base::StringPrintf;
 using std::chrono::milliseconds;
@@ -57,43 +57,45 @@ void AwaitServerPid(Rig& rig) {
 
 }  // namespace
 
-std::string PlayModemState(StepPlayer& player, const StepCall& call) {
+Result<void> PlayModemState(StepPlayer& player, const StepCall& call) {
     player.rig().SetModemState(call.step.modem_state());
     return {};
 }
 
-std::string PlayFault(StepPlayer& player, const StepCall& call) {
-    if (call.step.fault() == tarvo_scenario::NO_FAULT) return "no fault named";
+Result<void> PlayFault(StepPlayer& player, const StepCall& call) {
+    if (call.step.fault() == tarvo_scenario::NO_FAULT) return Error() << "no fault named";
     player.rig().InjectFault(FaultOf(call.step.fault()));
     return {};
 }
 
-std::string PlayRestartDaemon(StepPlayer& player, const StepCall& call) {
+Result<void> PlayRestartDaemon(StepPlayer& player, const StepCall& call) {
     if (!call.step.restart_daemon()) return {};
-    Result<void> restarted = player.rig().RestartDaemon();
-    return restarted.ok() ? std::string() : "restart: " + restarted.error().message();
-}
-
-std::string PlaySignalDaemon(StepPlayer& player, const StepCall& call) {
-    const pid_t pid = player.AwaitDaemonPid();
-    if (pid == 0) return "the daemon's pid is not known";
-    if (kill(pid, static_cast<int>(call.step.signal_daemon())) != 0) {
-        return StringPrintf("kill %d: %s", pid, strerror(errno));
+    if (Result<void> restarted = player.rig().RestartDaemon(); !restarted.ok()) {
+        return Error() << "restart: " << restarted.error();
     }
     return {};
 }
 
-std::string PlayClient(StepPlayer& player, const StepCall& call) {
+Result<void> PlaySignalDaemon(StepPlayer& player, const StepCall& call) {
+    Result<pid_t> pid = player.AwaitDaemonPid();
+    if (!pid.ok()) return pid.error();
+    if (kill(*pid, static_cast<int>(call.step.signal_daemon())) != 0) {
+        return ErrnoError() << "kill " << *pid;
+    }
+    return {};
+}
+
+Result<void> PlayClient(StepPlayer& player, const StepCall& call) {
     std::vector<std::string> argv;
     for (const std::string& arg : android::base::Split(call.step.client(), " ")) {
         if (!arg.empty()) argv.push_back(arg);
     }
     AwaitServerPid(player.rig());
     const ProcessResult result = player.rig().RunClient(argv);
-    if (result.timed_out) return "the client did not end within 10 s";
+    if (result.timed_out) return Error() << "the client did not end within 10 s";
     if (result.status != call.step.exit_status()) {
-        return StringPrintf("the client exited with %d, not %d", result.status,
-                            call.step.exit_status());
+        return Error() << StringPrintf("the client exited with %d, not %d", result.status,
+                                       call.step.exit_status());
     }
     return {};
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <string>
+#include <android-base/result.h>
 
 #include "scenario/step_player.h"
 
@@ -10,15 +10,15 @@ namespace tarvo_emu {
 // on the channel, a restart, a signal, a client run.
 
 // modem_state: the state that the boot node reports from now on.
-std::string PlayModemState(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlayModemState(StepPlayer& player, const StepCall& call);
 // fault: the daemon's next read or write on the channel fails, or the channel hangs up.
-std::string PlayFault(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlayFault(StepPlayer& player, const StepCall& call);
 // restart_daemon: kills the daemon and starts it again, as init restarts a service.
-std::string PlayRestartDaemon(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlayRestartDaemon(StepPlayer& player, const StepCall& call);
 // signal_daemon: sends the daemon a signal.
-std::string PlaySignalDaemon(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlaySignalDaemon(StepPlayer& player, const StepCall& call);
 // client: runs `tarvo` with arguments once the server wrote its pid file, and checks its exit
 // status.
-std::string PlayClient(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlayClient(StepPlayer& player, const StepCall& call);
 
 }  // namespace tarvo_emu

@@ -10,6 +10,7 @@
 #include "scenario/step_regex.h"
 #include "scenario/step_wait.h"
 
+using android::base::Error;
 using android::base::Result;
 using android::base::StringPrintf;
 using std::chrono::milliseconds;
@@ -29,7 +30,7 @@ EventList<LogLine>::Predicate LineMatcher(int priority, const std::string& tag,
 
 }  // namespace
 
-std::string PlayExpectLog(StepPlayer& player, const StepCall& call) {
+Result<void> PlayExpectLog(StepPlayer& player, const StepCall& call) {
     const tarvo_scenario::ExpectLog& expect = call.step.expect_log();
     const milliseconds timeout = StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
     const std::string tag = expect.has_tag() ? expect.tag() : kDaemonTag;
@@ -37,13 +38,13 @@ std::string PlayExpectLog(StepPlayer& player, const StepCall& call) {
     if (!expect.since_mark().empty()) {
         const auto& marks = player.state().marks;
         const auto mark = marks.find(expect.since_mark());
-        if (mark == marks.end()) return "no mark \"" + expect.since_mark() + "\"";
+        if (mark == marks.end()) return Error() << "no mark \"" << expect.since_mark() << "\"";
         first = mark->second.log_lines;
     }
     EventList<LogLine>::Predicate matches;
     if (expect.has_text_regex()) {
         Result<std::regex> regex = CompiledRegex(expect.text_regex());
-        if (!regex.ok()) return regex.error().message();
+        if (!regex.ok()) return regex.error();
         matches = LineMatcher(expect.priority(), tag, *regex);
     } else {
         matches = [priority = expect.priority(), tag, text = expect.text()](const LogLine& line) {
@@ -56,28 +57,29 @@ std::string PlayExpectLog(StepPlayer& player, const StepCall& call) {
         logs.WaitForCount(matches, expect.count(), timeout, first);
         const size_t count = logs.TakeAll(matches, first);
         if (count == expect.count()) return {};
-        return StringPrintf("%zu such log lines, not %u", count, expect.count());
+        return Error() << StringPrintf("%zu such log lines, not %u", count, expect.count());
     }
     if (logs.Take(matches, timeout, first)) return {};
-    return StringPrintf("no such log line within %lld ms",
-                        static_cast<long long>(timeout.count())) +
-           NearestLogLines(logs.Untaken(), expect.priority(), tag,
-                           expect.has_text_regex() ? expect.text_regex() : expect.text());
+    return Error() << StringPrintf("no such log line within %lld ms",
+                                   static_cast<long long>(timeout.count()))
+                   << NearestLogLines(
+                          logs.Untaken(), expect.priority(), tag,
+                          expect.has_text_regex() ? expect.text_regex() : expect.text());
 }
 
-std::string PlayExpectNoLog(StepPlayer& player, const StepCall& call) {
+Result<void> PlayExpectNoLog(StepPlayer& player, const StepCall& call) {
     const tarvo_scenario::ExpectNoLog& expect = call.step.expect_no_log();
     const std::string tag = expect.has_tag() ? expect.tag() : kDaemonTag;
     size_t count = 0;
     if (expect.has_text_regex()) {
         Result<std::regex> regex = CompiledRegex(expect.text_regex());
-        if (!regex.ok()) return regex.error().message();
+        if (!regex.ok()) return regex.error();
         count = player.rig().log_events().Count(LineMatcher(expect.priority(), tag, *regex));
     } else {
         count = player.rig().CountLog(expect.priority(), expect.text(), tag);
     }
     if (count == 0) return {};
-    return StringPrintf("the line was printed %zu time(s)", count);
+    return Error() << StringPrintf("the line was printed %zu time(s)", count);
 }
 
 }  // namespace tarvo_emu

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <string>
+#include <android-base/result.h>
 
 #include "scenario/step_player.h"
 
@@ -9,8 +9,8 @@ namespace tarvo_emu {
 // Steps on the log lines of every process in the sandbox.
 
 // expect_log: takes the earliest untaken line that matches, or counts such lines.
-std::string PlayExpectLog(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlayExpectLog(StepPlayer& player, const StepCall& call);
 // expect_no_log: no such line was printed so far.
-std::string PlayExpectNoLog(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlayExpectNoLog(StepPlayer& player, const StepCall& call);
 
 }  // namespace tarvo_emu

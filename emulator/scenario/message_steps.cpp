@@ -7,12 +7,15 @@
 
 #include <google/protobuf/util/message_differencer.h>
 
+#include <android-base/result.h>
 #include <android-base/stringprintf.h>
 
 #include "scenario/generated_data.h"
 #include "scenario/near_miss.h"
 #include "scenario/step_wait.h"
 
+using android::base::Error;
+using android::base::Result;
 using android::base::StringPrintf;
 using std::chrono::milliseconds;
 
@@ -42,17 +45,17 @@ bool PayloadsEqual(const tarvo_message::TarvoMessage& a, const tarvo_message::Ta
 
 }  // namespace
 
-std::string PlaySend(StepPlayer& player, const StepCall& call) {
+Result<void> PlaySend(StepPlayer& player, const StepCall& call) {
     player.rig().Send(call.step.send());
     return {};
 }
 
-std::string PlaySendRaw(StepPlayer& player, const StepCall& call) {
+Result<void> PlaySendRaw(StepPlayer& player, const StepCall& call) {
     player.rig().modem().SendRaw(call.step.send_raw());
     return {};
 }
 
-std::string PlaySendGenerated(StepPlayer& player, const StepCall& call) {
+Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
     using google::protobuf::FieldDescriptor;
     const tarvo_scenario::GeneratedSend& send = call.step.send_generated();
     Rig& rig = player.rig();
@@ -61,7 +64,7 @@ std::string PlaySendGenerated(StepPlayer& player, const StepCall& call) {
     google::protobuf::Message* payload = InnermostPayload(&message);
     const FieldDescriptor* data_field = payload->GetDescriptor()->FindFieldByName("data");
     if (data_field == nullptr || data_field->type() != FieldDescriptor::TYPE_BYTES) {
-        return payload->GetDescriptor()->name() + " has no data field";
+        return Error() << payload->GetDescriptor()->name() << " has no data field";
     }
     const google::protobuf::Reflection* reflection = payload->GetReflection();
     if (!send.has_block_size()) {
@@ -69,10 +72,10 @@ std::string PlaySendGenerated(StepPlayer& player, const StepCall& call) {
         rig.Send(message);
         return {};
     }
-    if (send.block_size() == 0) return "block_size 0";
+    if (send.block_size() == 0) return Error() << "block_size 0";
     const FieldDescriptor* offset_field = payload->GetDescriptor()->FindFieldByName("offset");
     if (offset_field == nullptr || offset_field->type() != FieldDescriptor::TYPE_UINT32) {
-        return payload->GetDescriptor()->name() + " has no offset field";
+        return Error() << payload->GetDescriptor()->name() << " has no offset field";
     }
     const uint32_t first_offset = reflection->GetUInt32(*payload, offset_field);
     const milliseconds timeout = StepTimeout(send.has_timeout_ms(), send.timeout_ms());
@@ -87,8 +90,9 @@ std::string PlaySendGenerated(StepPlayer& player, const StepCall& call) {
             return response.type() == tarvo_message::RESPONSE && response.token() == token;
         };
         if (!rig.modem().WaitFor(answers, timeout)) {
-            return StringPrintf("no response to the block at %zu (token %u) within %lld ms", start,
-                                token, static_cast<long long>(timeout.count()));
+            return Error() << StringPrintf(
+                       "no response to the block at %zu (token %u) within %lld ms", start, token,
+                       static_cast<long long>(timeout.count()));
         }
         const auto succeeded = [&answers](const tarvo_message::TarvoMessage& response) {
             return answers(response) && response.result() == 0;
@@ -102,7 +106,7 @@ std::string PlaySendGenerated(StepPlayer& player, const StepCall& call) {
     return {};
 }
 
-std::string PlayAutoReply(StepPlayer& player, const StepCall& call) {
+Result<void> PlayAutoReply(StepPlayer& player, const StepCall& call) {
     const tarvo_scenario::AutoReply& step = call.step.auto_reply();
     AutoReply rule;
     rule.no_reply = step.no_reply();
@@ -113,7 +117,7 @@ std::string PlayAutoReply(StepPlayer& player, const StepCall& call) {
     return {};
 }
 
-std::string PlayExpect(StepPlayer& player, const StepCall& call) {
+Result<void> PlayExpect(StepPlayer& player, const StepCall& call) {
     const tarvo_scenario::Expect& expect = call.step.expect();
     Rig& rig = player.rig();
     const milliseconds timeout = StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
@@ -127,16 +131,17 @@ std::string PlayExpect(StepPlayer& player, const StepCall& call) {
     } else if (rig.AwaitMessage(expect.message(), timeout)) {
         return {};
     }
-    return StringPrintf("no such message from the daemon within %lld ms",
-                        static_cast<long long>(timeout.count())) +
-           NearestMessages(rig.modem().untaken(), expect.message(), expect.exact_payload());
+    return Error() << StringPrintf("no such message from the daemon within %lld ms",
+                                   static_cast<long long>(timeout.count()))
+                   << NearestMessages(rig.modem().untaken(), expect.message(),
+                                      expect.exact_payload());
 }
 
-std::string PlayExpectSilence(StepPlayer& player, const StepCall& call) {
+Result<void> PlayExpectSilence(StepPlayer& player, const StepCall& call) {
     std::optional<tarvo_message::TarvoMessage> message =
         player.rig().modem().NextNew(milliseconds(call.step.expect_silence_ms()));
     if (!message) return {};
-    return "the daemon sent { " + ShortText(*message) + " }";
+    return Error() << "the daemon sent { " << ShortText(*message) << " }";
 }
 
 }  // namespace tarvo_emu

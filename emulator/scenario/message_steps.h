@@ -1,6 +1,6 @@
 #pragma once
 
-#include <string>
+#include <android-base/result.h>
 
 #include "scenario/step_player.h"
 
@@ -10,16 +10,16 @@ namespace tarvo_emu {
 // requests, and the daemon's messages that a step expects.
 
 // send: one message from the modem.
-std::string PlaySend(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlaySend(StepPlayer& player, const StepCall& call);
 // send_raw: bytes written as one message, unparsed.
-std::string PlaySendRaw(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlaySendRaw(StepPlayer& player, const StepCall& call);
 // send_generated: a message with generated data, whole or in blocks each awaiting its response.
-std::string PlaySendGenerated(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call);
 // auto_reply: how the modem answers a kind of request from now on.
-std::string PlayAutoReply(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlayAutoReply(StepPlayer& player, const StepCall& call);
 // expect: takes the daemon's earliest untaken message that matches.
-std::string PlayExpect(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlayExpect(StepPlayer& player, const StepCall& call);
 // expect_silence_ms: no message at all for a while.
-std::string PlayExpectSilence(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlayExpectSilence(StepPlayer& player, const StepCall& call);
 
 }  // namespace tarvo_emu

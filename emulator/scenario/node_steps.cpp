@@ -5,11 +5,14 @@
 #include <thread>
 #include <vector>
 
+#include <android-base/result.h>
 #include <android-base/stringprintf.h>
 
 #include "scenario/near_miss.h"
 #include "scenario/step_wait.h"
 
+using android::base::Error;
+using android::base::Result;
 using android::base::StringPrintf;
 using std::chrono::milliseconds;
 
@@ -22,7 +25,7 @@ constexpr milliseconds kThermalPollInterval{10};
 
 }  // namespace
 
-std::string PlayExpectUplink(StepPlayer& player, const StepCall& call) {
+Result<void> PlayExpectUplink(StepPlayer& player, const StepCall& call) {
     const tarvo_scenario::ExpectUplink& expect = call.step.expect_uplink();
     const auto holds = [&expect](const TestNode::Uplink& uplink) {
         if (expect.has_writes() && uplink.writes != expect.writes()) return false;
@@ -42,14 +45,15 @@ std::string PlayExpectUplink(StepPlayer& player, const StepCall& call) {
     for (const auto& [size, writes] : uplink.writes_by_size) {
         sizes += StringPrintf(" %zu:%llu", size, static_cast<unsigned long long>(writes));
     }
-    return StringPrintf("after %lld ms: writes %llu, bytes %llu, failed %llu, by size {%s }",
-                        static_cast<long long>(timeout.count()),
-                        static_cast<unsigned long long>(uplink.writes),
-                        static_cast<unsigned long long>(uplink.bytes),
-                        static_cast<unsigned long long>(uplink.failed), sizes.c_str());
+    return Error() << StringPrintf(
+               "after %lld ms: writes %llu, bytes %llu, failed %llu, by size {%s }",
+               static_cast<long long>(timeout.count()),
+               static_cast<unsigned long long>(uplink.writes),
+               static_cast<unsigned long long>(uplink.bytes),
+               static_cast<unsigned long long>(uplink.failed), sizes.c_str());
 }
 
-std::string PlayExpectThermalWrites(StepPlayer& player, const StepCall& call) {
+Result<void> PlayExpectThermalWrites(StepPlayer& player, const StepCall& call) {
     const tarvo_scenario::ExpectThermalWrites& expect = call.step.expect_thermal_writes();
     size_t& seen = player.state().thermal_writes_seen;
     const std::vector<std::string> expected(expect.write().begin(), expect.write().end());
@@ -68,7 +72,7 @@ std::string PlayExpectThermalWrites(StepPlayer& player, const StepCall& call) {
     if (writes == expected) return {};
     std::string shown;
     for (const std::string& write : writes) shown += " " + Quoted(write);
-    return StringPrintf("%zu writes:", writes.size()) + shown;
+    return Error() << StringPrintf("%zu writes:", writes.size()) << shown;
 }
 
 }  // namespace tarvo_emu

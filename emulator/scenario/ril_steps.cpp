@@ -3,16 +3,19 @@
 #include <chrono>
 #include <optional>
 
+#include <android-base/result.h>
 #include <android-base/stringprintf.h>
 
 #include "scenario/step_wait.h"
 
+using android::base::Error;
+using android::base::Result;
 using android::base::StringPrintf;
 using std::chrono::milliseconds;
 
 namespace tarvo_emu {
 
-std::string PlayRilReply(StepPlayer& player, const StepCall& call) {
+Result<void> PlayRilReply(StepPlayer& player, const StepCall& call) {
     const tarvo_scenario::RilReply& step = call.step.ril_reply();
     RilReplyRule rule;
     rule.error = step.error();
@@ -23,21 +26,21 @@ std::string PlayRilReply(StepPlayer& player, const StepCall& call) {
     return {};
 }
 
-std::string PlayExpectRil(StepPlayer& player, const StepCall& call) {
+Result<void> PlayExpectRil(StepPlayer& player, const StepCall& call) {
     const tarvo_scenario::ExpectRil& expect = call.step.expect_ril();
     const milliseconds timeout = StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
     std::optional<std::string> data;
     if (expect.has_data()) data = expect.data();
     if (player.rig().AwaitRil(expect.request(), data, timeout)) return {};
-    return StringPrintf("no such RIL request within %lld ms",
-                        static_cast<long long>(timeout.count()));
+    return Error() << StringPrintf("no such RIL request within %lld ms",
+                                   static_cast<long long>(timeout.count()));
 }
 
-std::string PlayExpectRilSilence(StepPlayer& player, const StepCall& call) {
+Result<void> PlayExpectRilSilence(StepPlayer& player, const StepCall& call) {
     std::optional<RilRequest> request =
         player.rig().ril().NextNew(milliseconds(call.step.expect_ril_silence_ms()));
     if (!request) return {};
-    return StringPrintf("the daemon sent RIL request %u", request->request);
+    return Error() << StringPrintf("the daemon sent RIL request %u", request->request);
 }
 
 }  // namespace tarvo_emu

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <string>
+#include <android-base/result.h>
 
 #include "scenario/step_player.h"
 
@@ -9,10 +9,10 @@ namespace tarvo_emu {
 // Steps on the radio behind the RIL client library.
 
 // ril_reply: how the RIL answers a request from now on.
-std::string PlayRilReply(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlayRilReply(StepPlayer& player, const StepCall& call);
 // expect_ril: takes the earliest untaken RIL request that matches.
-std::string PlayExpectRil(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlayExpectRil(StepPlayer& player, const StepCall& call);
 // expect_ril_silence_ms: no RIL request at all for a while.
-std::string PlayExpectRilSilence(StepPlayer& player, const StepCall& call);
+android::base::Result<void> PlayExpectRilSilence(StepPlayer& player, const StepCall& call);
 
 }  // namespace tarvo_emu

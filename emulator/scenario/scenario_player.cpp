@@ -38,11 +38,11 @@ Result<void> ScenarioSession::Play(const Step& step, int index) {
     const StepPlace* place = origin_ != nullptr && index < static_cast<int>(origin_->steps.size())
                                  ? &origin_->steps[index]
                                  : nullptr;
-    const std::string why = player_->PlayNamed(step, StringPrintf("step %d", index), place);
-    if (why.empty()) return {};
+    const Result<void> played = player_->PlayNamed(step, StringPrintf("step %d", index), place);
+    if (played.ok()) return {};
     if (recorder_ != nullptr) recorder_->StepFailed();
     Result<void> health = rig_.CheckHealth();
-    return Error() << why << (health.ok() ? "" : "; " + health.error().message());
+    return Error() << played.error() << (health.ok() ? "" : "; " + health.error().message());
 }
 
 Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript,

@@ -19,6 +19,8 @@
 #include "scenario/step_wait.h"
 #include "scenario/usage_steps.h"
 
+using android::base::Error;
+using android::base::Result;
 using android::base::StringPrintf;
 using tarvo_scenario::Step;
 
@@ -61,19 +63,19 @@ constexpr std::chrono::milliseconds kPidPollInterval{10};
 
 }  // namespace
 
-std::string StepPlayer::PlayAll(const google::protobuf::RepeatedPtrField<Step>& steps,
-                                const std::string& label, const std::vector<StepPlace>* places) {
+Result<void> StepPlayer::PlayAll(const google::protobuf::RepeatedPtrField<Step>& steps,
+                                 const std::string& label, const std::vector<StepPlace>* places) {
     for (int i = 0; i < steps.size(); ++i) {
         const StepPlace* place =
             places != nullptr && i < static_cast<int>(places->size()) ? &(*places)[i] : nullptr;
-        const std::string why = PlayNamed(steps[i], label + StringPrintf("step %d", i), place);
-        if (!why.empty()) return why;
+        Result<void> played = PlayNamed(steps[i], label + StringPrintf("step %d", i), place);
+        if (!played.ok()) return played;
     }
     return {};
 }
 
-std::string StepPlayer::PlayNamed(const Step& step, const std::string& name,
-                                  const StepPlace* place) {
+Result<void> StepPlayer::PlayNamed(const Step& step, const std::string& name,
+                                   const StepPlace* place) {
     if (!step.note().empty()) rig_->transcript().Note("# " + step.note());
     if (step.action_case() == Step::ACTION_NOT_SET) return {};
     Step shown = step;
@@ -85,25 +87,26 @@ std::string StepPlayer::PlayNamed(const Step& step, const std::string& name,
     const auto handler =
         std::find_if(std::begin(kHandlers), std::end(kHandlers),
                      [&step](const auto& entry) { return entry.first == step.action_case(); });
-    const std::string why = handler != std::end(kHandlers)
-                                ? handler->second(*this, StepCall{step, name, place})
-                                : "unknown step";
-    if (why.empty()) return {};
+    Result<void> played = Error() << "unknown step";
+    if (handler != std::end(kHandlers))
+        played = handler->second(*this, StepCall{step, name, place});
     // A failure inside a repeat names its own step.
-    if (step.has_repeat()) return why;
+    if (played.ok() || step.has_repeat()) return played;
     std::string where;
     if (origin_ != nullptr && place != nullptr) {
         where = StringPrintf("%s:%d: ", origin_->path.c_str(), place->line);
     }
-    return where + name + " (" + text + ") failed: " + why;
+    return Error() << where << name << " (" << text << ") failed: " << played.error();
 }
 
-pid_t StepPlayer::AwaitDaemonPid() {
+Result<pid_t> StepPlayer::AwaitDaemonPid() {
     const auto deadline = std::chrono::steady_clock::now() + kDefaultStepTimeout;
     while (rig_->daemon_pid() == 0 && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(kPidPollInterval);
     }
-    return rig_->daemon_pid();
+    const pid_t pid = rig_->daemon_pid();
+    if (pid == 0) return Error() << "the daemon's pid is not known";
+    return pid;
 }
 
 }  // namespace tarvo_emu

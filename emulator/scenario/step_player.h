@@ -9,6 +9,8 @@
 
 #include <google/protobuf/repeated_ptr_field.h>
 
+#include <android-base/result.h>
+
 #include "rig/rig.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/scenario_loader.h"
@@ -45,21 +47,23 @@ class StepPlayer {
   public:
     StepPlayer(Rig* rig, const ScenarioOrigin* origin) : rig_(rig), origin_(origin) {}
 
-    // Plays the steps in order; the first failure, naming its file, line and step, or empty when
-    // all held. `places` are the steps' places in the file, when known.
-    std::string PlayAll(const google::protobuf::RepeatedPtrField<tarvo_scenario::Step>& steps,
-                        const std::string& label, const std::vector<StepPlace>* places);
+    // Plays the steps in order, up to the first failure, which names its file, line and step.
+    // `places` are the steps' places in the file, when known.
+    android::base::Result<void> PlayAll(
+        const google::protobuf::RepeatedPtrField<tarvo_scenario::Step>& steps,
+        const std::string& label, const std::vector<StepPlace>* places);
 
-    // Plays a step shown in the transcript as `name`; why it failed, naming it (with its file
-    // and line when its `place` is known), or empty.
-    std::string PlayNamed(const tarvo_scenario::Step& step, const std::string& name,
-                          const StepPlace* place);
+    // Plays a step shown in the transcript as `name`. The error names the step (with its file and
+    // line when its `place` is known) and says why it failed.
+    android::base::Result<void> PlayNamed(const tarvo_scenario::Step& step, const std::string& name,
+                                          const StepPlace* place);
 
     Rig& rig() { return *rig_; }
     PlayState& state() { return state_; }
 
-    // The daemon's pid, known from its first log line; 0 when none came within the step time.
-    pid_t AwaitDaemonPid();
+    // The daemon's pid, known from its first log line; an error when none came within the step
+    // time.
+    android::base::Result<pid_t> AwaitDaemonPid();
 
   private:
     Rig* rig_;
@@ -67,7 +71,7 @@ class StepPlayer {
     PlayState state_;
 };
 
-// Plays one kind of step; why it failed, or empty when it held.
-using StepHandler = std::string (*)(StepPlayer& player, const StepCall& call);
+// Plays one kind of step; the error says why it failed.
+using StepHandler = android::base::Result<void> (*)(StepPlayer& player, const StepCall& call);
 
 }  // namespace tarvo_emu

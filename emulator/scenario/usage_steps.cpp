@@ -3,11 +3,14 @@
 #include <chrono>
 #include <thread>
 
+#include <android-base/result.h>
 #include <android-base/stringprintf.h>
 
 #include "process/process_usage.h"
 #include "scenario/step_wait.h"
 
+using android::base::Error;
+using android::base::Result;
 using android::base::StringPrintf;
 using std::chrono::milliseconds;
 
@@ -23,53 +26,59 @@ UsageMark UsageOf(pid_t pid) {
     return {pid, process.descriptors, process.threads, process.rss_kib};
 }
 
+// Whether the usage `now` is within the step's tolerances of that at the mark.
+Result<void> CompareUsage(const tarvo_scenario::ExpectUsage& expect, const UsageMark& before,
+                          const UsageMark& now) {
+    const auto differs = [](size_t a, size_t b, uint32_t tolerance) {
+        return (a > b ? a - b : b - a) > tolerance;
+    };
+    if (differs(now.descriptors, before.descriptors, expect.descriptors_tolerance()) ||
+        differs(now.threads, before.threads, expect.threads_tolerance())) {
+        return Error() << StringPrintf("%zu descriptors and %zu threads, %zu and %zu at the mark",
+                                       now.descriptors, now.threads, before.descriptors,
+                                       before.threads);
+    }
+#ifndef TARVO_SANITIZED
+    if (expect.has_rss_growth_below_kib() &&
+        now.rss_kib - before.rss_kib >= expect.rss_growth_below_kib()) {
+        return Error() << StringPrintf("resident memory grew from %ld KiB to %ld KiB",
+                                       before.rss_kib, now.rss_kib);
+    }
+#endif
+    return {};
+}
+
 }  // namespace
 
-std::string PlayMark(StepPlayer& player, const StepCall& call) {
+Result<void> PlayMark(StepPlayer& player, const StepCall& call) {
     const std::string& name = call.step.mark();
-    const pid_t pid = player.AwaitDaemonPid();
-    if (pid == 0) return "the daemon's pid is not known";
-    UsageMark usage = UsageOf(pid);
+    Result<pid_t> pid = player.AwaitDaemonPid();
+    if (!pid.ok()) return pid.error();
+    UsageMark usage = UsageOf(*pid);
     usage.log_lines = player.rig().log_events().size();
     player.rig().transcript().Note(
-        StringPrintf("mark %s: pid %d, %zu descriptors, %zu threads, %ld KiB", name.c_str(), pid,
+        StringPrintf("mark %s: pid %d, %zu descriptors, %zu threads, %ld KiB", name.c_str(), *pid,
                      usage.descriptors, usage.threads, usage.rss_kib));
     player.state().marks[name] = usage;
     return {};
 }
 
-std::string PlayExpectUsage(StepPlayer& player, const StepCall& call) {
+Result<void> PlayExpectUsage(StepPlayer& player, const StepCall& call) {
     const tarvo_scenario::ExpectUsage& expect = call.step.expect_usage();
     const auto& marks = player.state().marks;
     const auto mark = marks.find(expect.mark());
-    if (mark == marks.end()) return "no mark \"" + expect.mark() + "\"";
+    if (mark == marks.end()) return Error() << "no mark \"" << expect.mark() << "\"";
     const UsageMark& before = mark->second;
     const auto deadline = std::chrono::steady_clock::now() +
                           StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
     Rig& rig = player.rig();
     while (true) {
         if (rig.daemon_pid() != before.pid) {
-            return StringPrintf("the daemon is pid %d, not %d as at the mark", rig.daemon_pid(),
-                                before.pid);
+            return Error() << StringPrintf("the daemon is pid %d, not %d as at the mark",
+                                           rig.daemon_pid(), before.pid);
         }
-        const UsageMark now = UsageOf(before.pid);
-        std::string why;
-        const auto differs = [](size_t a, size_t b, uint32_t tolerance) {
-            return (a > b ? a - b : b - a) > tolerance;
-        };
-        if (differs(now.descriptors, before.descriptors, expect.descriptors_tolerance()) ||
-            differs(now.threads, before.threads, expect.threads_tolerance())) {
-            why = StringPrintf("%zu descriptors and %zu threads, %zu and %zu at the mark",
-                               now.descriptors, now.threads, before.descriptors, before.threads);
-        }
-#ifndef TARVO_SANITIZED
-        if (why.empty() && expect.has_rss_growth_below_kib() &&
-            now.rss_kib - before.rss_kib >= expect.rss_growth_below_kib()) {
-            why = StringPrintf("resident memory grew from %ld KiB to %ld KiB", before.rss_kib,
-                               now.rss_kib);
-        }
-#endif
-        if (why.empty() || std::chrono::steady_clock::now() >= deadline) return why;
+        const Result<void> held = CompareUsage(expect, before, UsageOf(before.pid));
+        if (held.ok() || std::chrono::steady_clock::now() >= deadline) return held;
         std::this_thread::sleep_for(kUsagePollInterval);
     }
 }
