@@ -3,11 +3,11 @@
 #include <chrono>
 #include <thread>
 
+#include <fmt/format.h>
+
 #include <android-base/result.h>
-#include <android-base/stringprintf.h>
 
 using android::base::Result;
-using android::base::StringPrintf;
 
 namespace tarvo_emu {
 
@@ -20,7 +20,7 @@ Result<void> PlayRepeat(StepPlayer& player, const StepCall& call) {
     const tarvo_scenario::Repeat& repeat = call.step.repeat();
     for (uint32_t round = 1; round <= repeat.times(); ++round) {
         Result<void> played =
-            player.PlayAll(repeat.step(), call.name + StringPrintf(", round %u, ", round),
+            player.PlayAll(repeat.step(), call.name + fmt::format(", round {}, ", round),
                            call.place != nullptr ? &call.place->steps : nullptr);
         if (!played.ok()) return played;
     }

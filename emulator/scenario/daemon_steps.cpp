@@ -8,7 +8,6 @@
 
 #include <android-base/parseint.h>
 #include <android-base/result.h>
-#include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 
 #include "scenario/step_wait.h"
@@ -16,7 +15,6 @@
 using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
-using android::base::StringPrintf;
 using std::chrono::milliseconds;
 
 namespace tarvo_emu {
@@ -94,8 +92,7 @@ Result<void> PlayClient(StepPlayer& player, const StepCall& call) {
     const ProcessResult result = player.rig().RunClient(argv);
     if (result.timed_out) return Error() << "the client did not end within 10 s";
     if (result.status != call.step.exit_status()) {
-        return Error() << StringPrintf("the client exited with %d, not %d", result.status,
-                                       call.step.exit_status());
+        return Errorf("the client exited with {}, not {}", result.status, call.step.exit_status());
     }
     return {};
 }

@@ -6,7 +6,6 @@
 #include <thread>
 
 #include <android-base/result.h>
-#include <android-base/stringprintf.h>
 
 #include "scenario/generated_data.h"
 #include "scenario/near_miss.h"
@@ -15,7 +14,6 @@
 
 using android::base::Error;
 using android::base::Result;
-using android::base::StringPrintf;
 using std::chrono::milliseconds;
 using tarvo_scenario::ExpectFile;
 
@@ -47,7 +45,7 @@ Result<void> CheckHoldings(const ExpectFile& expect, const std::string& content,
     }
     if (expect.has_size() && content.size() != expect.size()) return Error() << "size differs";
     if (expect.has_mode() && mode != expect.mode()) {
-        return Error() << StringPrintf("mode is 0%o, not 0%o", mode.value_or(0), expect.mode());
+        return Errorf("mode is 0{:o}, not 0{:o}", mode.value_or(0), expect.mode());
     }
     return {};
 }

@@ -4,7 +4,6 @@
 #include <regex>
 
 #include <android-base/result.h>
-#include <android-base/stringprintf.h>
 
 #include "scenario/near_miss.h"
 #include "scenario/step_regex.h"
@@ -12,7 +11,6 @@
 
 using android::base::Error;
 using android::base::Result;
-using android::base::StringPrintf;
 using std::chrono::milliseconds;
 
 namespace tarvo_emu {
@@ -57,14 +55,12 @@ Result<void> PlayExpectLog(StepPlayer& player, const StepCall& call) {
         logs.WaitForCount(matches, expect.count(), timeout, first);
         const size_t count = logs.TakeAll(matches, first);
         if (count == expect.count()) return {};
-        return Error() << StringPrintf("%zu such log lines, not %u", count, expect.count());
+        return Errorf("{} such log lines, not {}", count, expect.count());
     }
     if (logs.Take(matches, timeout, first)) return {};
-    return Error() << StringPrintf("no such log line within %lld ms",
-                                   static_cast<long long>(timeout.count()))
-                   << NearestLogLines(
-                          logs.Untaken(), expect.priority(), tag,
-                          expect.has_text_regex() ? expect.text_regex() : expect.text());
+    return Errorf("no such log line within {} ms", timeout.count())
+           << NearestLogLines(logs.Untaken(), expect.priority(), tag,
+                              expect.has_text_regex() ? expect.text_regex() : expect.text());
 }
 
 Result<void> PlayExpectNoLog(StepPlayer& player, const StepCall& call) {
@@ -79,7 +75,7 @@ Result<void> PlayExpectNoLog(StepPlayer& player, const StepCall& call) {
         count = player.rig().CountLog(expect.priority(), expect.text(), tag);
     }
     if (count == 0) return {};
-    return Error() << StringPrintf("the line was printed %zu time(s)", count);
+    return Errorf("the line was printed {} time(s)", count);
 }
 
 }  // namespace tarvo_emu

@@ -7,8 +7,9 @@
 
 #include <google/protobuf/util/message_differencer.h>
 
+#include <fmt/format.h>
+
 #include <android-base/result.h>
-#include <android-base/stringprintf.h>
 
 #include "scenario/generated_data.h"
 #include "scenario/near_miss.h"
@@ -16,7 +17,6 @@
 
 using android::base::Error;
 using android::base::Result;
-using android::base::StringPrintf;
 using std::chrono::milliseconds;
 
 namespace tarvo_emu {
@@ -90,16 +90,15 @@ Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
             return response.type() == tarvo_message::RESPONSE && response.token() == token;
         };
         if (!rig.modem().WaitFor(answers, timeout)) {
-            return Error() << StringPrintf(
-                       "no response to the block at %zu (token %u) within %lld ms", start, token,
-                       static_cast<long long>(timeout.count()));
+            return Errorf("no response to the block at {} (token {}) within {} ms", start, token,
+                          timeout.count());
         }
         const auto succeeded = [&answers](const tarvo_message::TarvoMessage& response) {
             return answers(response) && response.result() == 0;
         };
         if (!rig.modem().Await(succeeded, milliseconds(0))) {
             rig.transcript().Note(
-                StringPrintf("the block at %zu was not a success: transfer ended", start));
+                fmt::format("the block at {} was not a success: transfer ended", start));
             return {};
         }
     }
@@ -131,10 +130,8 @@ Result<void> PlayExpect(StepPlayer& player, const StepCall& call) {
     } else if (rig.AwaitMessage(expect.message(), timeout)) {
         return {};
     }
-    return Error() << StringPrintf("no such message from the daemon within %lld ms",
-                                   static_cast<long long>(timeout.count()))
-                   << NearestMessages(rig.modem().untaken(), expect.message(),
-                                      expect.exact_payload());
+    return Errorf("no such message from the daemon within {} ms", timeout.count())
+           << NearestMessages(rig.modem().untaken(), expect.message(), expect.exact_payload());
 }
 
 Result<void> PlayExpectSilence(StepPlayer& player, const StepCall& call) {

@@ -5,13 +5,12 @@
 #include <google/protobuf/stubs/strutil.h>
 #include <google/protobuf/util/message_differencer.h>
 
-#include <android-base/stringprintf.h>
+#include <fmt/format.h>
+
 #include <android-base/strings.h>
 
 #include "peers/transcript.h"
 #include "scenario/scenario.pb.h"
-
-using android::base::StringPrintf;
 
 namespace tarvo_emu {
 
@@ -114,7 +113,7 @@ std::string NearestMessages(const std::vector<tarvo_message::TarvoMessage>& unta
     std::stable_sort(nearest.begin(), nearest.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
     std::string shown =
-        StringPrintf("; nearest of the %zu messages that no step took:", untaken.size());
+        fmt::format("; nearest of the {} messages that no step took:", untaken.size());
     for (size_t i = 0; i < std::min(kNearestShown, nearest.size()); ++i) {
         shown += nearest[i].second;
     }
@@ -140,7 +139,7 @@ std::string NearestLogLines(std::vector<LogLine> untaken, int priority, const st
     }
     std::stable_sort(nearest.begin(), nearest.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
-    std::string shown = StringPrintf("; nearest of the %zu log lines that no step took:", count);
+    std::string shown = fmt::format("; nearest of the {} log lines that no step took:", count);
     for (size_t i = 0; i < std::min(kNearestShown, nearest.size()); ++i) {
         const LogLine& line = *nearest[i].second;
         shown += "\n  " + std::string(1, PriorityLetter(line.priority)) + " " + line.tag + ": " +
@@ -154,8 +153,7 @@ std::string NearestLogLines(std::vector<LogLine> untaken, int priority, const st
         if (line.text != text) {
             const auto [at, _] =
                 std::mismatch(line.text.begin(), line.text.end(), text.begin(), text.end());
-            differences.push_back(StringPrintf("text differs from byte %zu",
-                                               static_cast<size_t>(at - line.text.begin())));
+            differences.push_back(fmt::format("text differs from byte {}", at - line.text.begin()));
         }
         shown += "\n    " + android::base::Join(differences, "; ");
     }
@@ -167,12 +165,12 @@ std::string FirstDifference(const std::string& actual, const std::string& expect
         std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
     const size_t offset = at - actual.begin();
     if (offset < actual.size() && offset < expected.size()) {
-        return StringPrintf("byte %zu is 0x%02x, not 0x%02x", offset,
-                            static_cast<unsigned char>(actual[offset]),
-                            static_cast<unsigned char>(expected[offset]));
+        return fmt::format("byte {} is 0x{:02x}, not 0x{:02x}", offset,
+                           static_cast<unsigned char>(actual[offset]),
+                           static_cast<unsigned char>(expected[offset]));
     }
-    return StringPrintf("%zu bytes, not %zu, alike up to the shorter's end", actual.size(),
-                        expected.size());
+    return fmt::format("{} bytes, not {}, alike up to the shorter's end", actual.size(),
+                       expected.size());
 }
 
 std::string Quoted(const std::string& bytes) {
@@ -182,8 +180,8 @@ std::string Quoted(const std::string& bytes) {
 std::string Holdings(const std::string& content, std::optional<mode_t> mode) {
     std::string shown = google::protobuf::CEscape(content.substr(0, kFileBytesShown));
     if (content.size() > kFileBytesShown) shown += "...";
-    return StringPrintf("the file holds %zu bytes, mode 0%o: \"", content.size(),
-                        mode.value_or(0)) +
+    return fmt::format("the file holds {} bytes, mode 0{:o}: \"", content.size(),
+                       mode.value_or(0)) +
            shown + "\"";
 }
 

@@ -5,15 +5,14 @@
 #include <thread>
 #include <vector>
 
+#include <fmt/format.h>
+
 #include <android-base/result.h>
-#include <android-base/stringprintf.h>
 
 #include "scenario/near_miss.h"
 #include "scenario/step_wait.h"
 
-using android::base::Error;
 using android::base::Result;
-using android::base::StringPrintf;
 using std::chrono::milliseconds;
 
 namespace tarvo_emu {
@@ -43,14 +42,10 @@ Result<void> PlayExpectUplink(StepPlayer& player, const StepCall& call) {
     const TestNode::Uplink uplink = node.uplink();
     std::string sizes;
     for (const auto& [size, writes] : uplink.writes_by_size) {
-        sizes += StringPrintf(" %zu:%llu", size, static_cast<unsigned long long>(writes));
+        sizes += fmt::format(" {}:{}", size, writes);
     }
-    return Error() << StringPrintf(
-               "after %lld ms: writes %llu, bytes %llu, failed %llu, by size {%s }",
-               static_cast<long long>(timeout.count()),
-               static_cast<unsigned long long>(uplink.writes),
-               static_cast<unsigned long long>(uplink.bytes),
-               static_cast<unsigned long long>(uplink.failed), sizes.c_str());
+    return Errorf("after {} ms: writes {}, bytes {}, failed {}, by size {{{} }}", timeout.count(),
+                  uplink.writes, uplink.bytes, uplink.failed, sizes);
 }
 
 Result<void> PlayExpectThermalWrites(StepPlayer& player, const StepCall& call) {
@@ -72,7 +67,7 @@ Result<void> PlayExpectThermalWrites(StepPlayer& player, const StepCall& call) {
     if (writes == expected) return {};
     std::string shown;
     for (const std::string& write : writes) shown += " " + Quoted(write);
-    return Error() << StringPrintf("%zu writes:", writes.size()) << shown;
+    return Errorf("{} writes:", writes.size()) << shown;
 }
 
 }  // namespace tarvo_emu

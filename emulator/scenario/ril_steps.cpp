@@ -4,13 +4,10 @@
 #include <optional>
 
 #include <android-base/result.h>
-#include <android-base/stringprintf.h>
 
 #include "scenario/step_wait.h"
 
-using android::base::Error;
 using android::base::Result;
-using android::base::StringPrintf;
 using std::chrono::milliseconds;
 
 namespace tarvo_emu {
@@ -32,15 +29,14 @@ Result<void> PlayExpectRil(StepPlayer& player, const StepCall& call) {
     std::optional<std::string> data;
     if (expect.has_data()) data = expect.data();
     if (player.rig().AwaitRil(expect.request(), data, timeout)) return {};
-    return Error() << StringPrintf("no such RIL request within %lld ms",
-                                   static_cast<long long>(timeout.count()));
+    return Errorf("no such RIL request within {} ms", timeout.count());
 }
 
 Result<void> PlayExpectRilSilence(StepPlayer& player, const StepCall& call) {
     std::optional<RilRequest> request =
         player.rig().ril().NextNew(milliseconds(call.step.expect_ril_silence_ms()));
     if (!request) return {};
-    return Error() << StringPrintf("the daemon sent RIL request %u", request->request);
+    return Errorf("the daemon sent RIL request {}", request->request);
 }
 
 }  // namespace tarvo_emu

@@ -1,6 +1,6 @@
 #include "scenario/scenario_player.h"
 
-#include <android-base/stringprintf.h>
+#include <fmt/format.h>
 
 #include "scenario/scenario_recorder.h"
 #include "scenario/scenario_setup.h"
@@ -8,7 +8,6 @@
 
 using android::base::Error;
 using android::base::Result;
-using android::base::StringPrintf;
 using tarvo_scenario::Scenario;
 using tarvo_scenario::Step;
 
@@ -38,7 +37,7 @@ Result<void> ScenarioSession::Play(const Step& step, int index) {
     const StepPlace* place = origin_ != nullptr && index < static_cast<int>(origin_->steps.size())
                                  ? &origin_->steps[index]
                                  : nullptr;
-    const Result<void> played = player_->PlayNamed(step, StringPrintf("step %d", index), place);
+    const Result<void> played = player_->PlayNamed(step, fmt::format("step {}", index), place);
     if (played.ok()) return {};
     if (recorder_ != nullptr) recorder_->StepFailed();
     Result<void> health = rig_.CheckHealth();

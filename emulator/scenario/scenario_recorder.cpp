@@ -7,7 +7,6 @@
 #include <google/protobuf/text_format.h>
 
 #include <android-base/file.h>
-#include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 
 #include "peers/transcript.h"

@@ -6,7 +6,7 @@
 #include <thread>
 #include <utility>
 
-#include <android-base/stringprintf.h>
+#include <fmt/format.h>
 
 #include "scenario/control_steps.h"
 #include "scenario/daemon_steps.h"
@@ -21,7 +21,6 @@
 
 using android::base::Error;
 using android::base::Result;
-using android::base::StringPrintf;
 using tarvo_scenario::Step;
 
 namespace tarvo_emu {
@@ -68,7 +67,7 @@ Result<void> StepPlayer::PlayAll(const google::protobuf::RepeatedPtrField<Step>&
     for (int i = 0; i < steps.size(); ++i) {
         const StepPlace* place =
             places != nullptr && i < static_cast<int>(places->size()) ? &(*places)[i] : nullptr;
-        Result<void> played = PlayNamed(steps[i], label + StringPrintf("step %d", i), place);
+        Result<void> played = PlayNamed(steps[i], label + fmt::format("step {}", i), place);
         if (!played.ok()) return played;
     }
     return {};
@@ -81,7 +80,7 @@ Result<void> StepPlayer::PlayNamed(const Step& step, const std::string& name,
     Step shown = step;
     shown.clear_note();
     const std::string text = step.has_repeat()
-                                 ? StringPrintf("repeat %u times", step.repeat().times())
+                                 ? fmt::format("repeat {} times", step.repeat().times())
                                  : ShortStepText(shown);
     rig_->transcript().Note(name + ": " + text);
     const auto handler =
@@ -94,7 +93,7 @@ Result<void> StepPlayer::PlayNamed(const Step& step, const std::string& name,
     if (played.ok() || step.has_repeat()) return played;
     std::string where;
     if (origin_ != nullptr && place != nullptr) {
-        where = StringPrintf("%s:%d: ", origin_->path.c_str(), place->line);
+        where = fmt::format("{}:{}: ", origin_->path, place->line);
     }
     return Error() << where << name << " (" << text << ") failed: " << played.error();
 }

@@ -3,15 +3,15 @@
 #include <chrono>
 #include <thread>
 
+#include <fmt/format.h>
+
 #include <android-base/result.h>
-#include <android-base/stringprintf.h>
 
 #include "process/process_usage.h"
 #include "scenario/step_wait.h"
 
 using android::base::Error;
 using android::base::Result;
-using android::base::StringPrintf;
 using std::chrono::milliseconds;
 
 namespace tarvo_emu {
@@ -34,15 +34,13 @@ Result<void> CompareUsage(const tarvo_scenario::ExpectUsage& expect, const Usage
     };
     if (differs(now.descriptors, before.descriptors, expect.descriptors_tolerance()) ||
         differs(now.threads, before.threads, expect.threads_tolerance())) {
-        return Error() << StringPrintf("%zu descriptors and %zu threads, %zu and %zu at the mark",
-                                       now.descriptors, now.threads, before.descriptors,
-                                       before.threads);
+        return Errorf("{} descriptors and {} threads, {} and {} at the mark", now.descriptors,
+                      now.threads, before.descriptors, before.threads);
     }
 #ifndef TARVO_SANITIZED
     if (expect.has_rss_growth_below_kib() &&
         now.rss_kib - before.rss_kib >= expect.rss_growth_below_kib()) {
-        return Error() << StringPrintf("resident memory grew from %ld KiB to %ld KiB",
-                                       before.rss_kib, now.rss_kib);
+        return Errorf("resident memory grew from {} KiB to {} KiB", before.rss_kib, now.rss_kib);
     }
 #endif
     return {};
@@ -57,8 +55,8 @@ Result<void> PlayMark(StepPlayer& player, const StepCall& call) {
     UsageMark usage = UsageOf(*pid);
     usage.log_lines = player.rig().log_events().size();
     player.rig().transcript().Note(
-        StringPrintf("mark %s: pid %d, %zu descriptors, %zu threads, %ld KiB", name.c_str(), *pid,
-                     usage.descriptors, usage.threads, usage.rss_kib));
+        fmt::format("mark {}: pid {}, {} descriptors, {} threads, {} KiB", name, *pid,
+                    usage.descriptors, usage.threads, usage.rss_kib));
     player.state().marks[name] = usage;
     return {};
 }
@@ -74,8 +72,8 @@ Result<void> PlayExpectUsage(StepPlayer& player, const StepCall& call) {
     Rig& rig = player.rig();
     while (true) {
         if (rig.daemon_pid() != before.pid) {
-            return Error() << StringPrintf("the daemon is pid %d, not %d as at the mark",
-                                           rig.daemon_pid(), before.pid);
+            return Errorf("the daemon is pid {}, not {} as at the mark", rig.daemon_pid(),
+                          before.pid);
         }
         const Result<void> held = CompareUsage(expect, before, UsageOf(before.pid));
         if (held.ok() || std::chrono::steady_clock::now() >= deadline) return held;
