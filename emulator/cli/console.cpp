@@ -21,6 +21,7 @@
 
 #include "process/signal_cleanup.h"
 #include "scenario/scenario_player.h"
+#include "scenario/scenario_recorder.h"
 
 using android::base::Result;
 using google::protobuf::Descriptor;
