@@ -168,8 +168,8 @@ CLI::App* AddTput(CLI::App& app, CommandLine& line) {
     tput->add_option_function<std::string>(
             "--block-size",
             [&options](const std::string& value) {
-                if (!android::base::ParseUint(value, &options.block_size, kMaxBlockSize) ||
-                    options.block_size == 0) {
+                if (!android::base::ParseUint(value, &options.downlink.block_size, kMaxBlockSize) ||
+                    options.downlink.block_size == 0) {
                     Refuse(
                         fmt::format("--block-size takes a number of bytes from 1 to {}, not "
                                     "\"{}\"",
@@ -177,12 +177,12 @@ CLI::App* AddTput(CLI::App& app, CommandLine& line) {
                 }
             },
             fmt::format("bytes per downlink block, 1 to {} ({})", kMaxBlockSize,
-                        options.block_size))
+                        options.downlink.block_size))
         ->type_name("N");
     tput->add_option_function<std::string>(
             "--rate",
             [&options](const std::string& value) {
-                if (!android::base::ParseUint(value, &options.bytes_per_s)) {
+                if (!android::base::ParseUint(value, &options.downlink.bytes_per_s)) {
                     Refuse(fmt::format("--rate takes a number of bytes per second, not \"{}\"",
                                        value));
                 }
