@@ -20,6 +20,7 @@
 
 #include "cli/command_formatter.h"
 #include "cli/console.h"
+#include "cli/decode_command.h"
 #include "cli/tput_command.h"
 #include "process/signal_cleanup.h"
 #include "rig/rig.h"
@@ -51,6 +52,7 @@ struct CommandLine {
     tarvo_emu::RigOptions exec;
     std::vector<std::string> command;
     tarvo_emu::TputCommandOptions tput;
+    tarvo_emu::DecodeOptions decode;
 };
 
 CLI::App* AddRun(CLI::App& app, CommandLine& line) {
@@ -278,8 +280,9 @@ int main(int argc, char** argv) {
     CLI::App* const console = AddConsole(app, line);
     CLI::App* const exec = AddExec(app, line);
     CLI::App* const tput = AddTput(app, line);
+    CLI::App* const decode = tarvo_emu::AddDecodeCommand(app, &line.decode);
     CLI::App* const help = app.add_subcommand("help")->group("");
-    for (CLI::App* command : {run, console, exec, tput}) {
+    for (CLI::App* command : {run, console, exec, tput, decode}) {
         command->allow_extras()->footer(kExitStatuses);
     }
 
@@ -312,6 +315,8 @@ int main(int argc, char** argv) {
         return ExtraArgumentError(command, extra.front());
     }
     if (command == exec && line.command.empty()) return UsageError(exec, "no command after --");
+    // Reads a file and runs nothing, so it needs neither root nor the rig.
+    if (command == decode) return tarvo_emu::RunDecode(line.decode);
 
     if (geteuid() != 0) {
         fmt::print(stderr,
