@@ -17,6 +17,7 @@
 #include <android-base/result.h>
 
 #include "cli/console.h"
+#include "cli/soak_command.h"
 #include "cli/tput_command.h"
 #include "process/signal_cleanup.h"
 #include "rig/rig.h"
@@ -90,6 +91,7 @@ const std::map<std::string, std::string>& HelpTexts() {
          "  --json FILE|-         write the figures as JSON (- for standard output)\n"
          "  --block-size N        bytes per downlink block, 1 to 65568 (65536)\n"
          "  --rate BYTES_PER_S    downlink rate; 0 or not given: as fast as read\n"},
+        {"soak", tarvo_emu::kSoakHelp},
     };
     return *kHelp;
 }
@@ -100,6 +102,7 @@ int Usage(FILE* out) {
             "       tarvo-emu console [FILE] [--record OUT]\n"
             "       tarvo-emu exec [OPTION...] -- COMMAND [ARG...]\n"
             "       tarvo-emu tput [OPTION...]\n"
+            "       tarvo-emu soak [OPTION...]\n"
             "       tarvo-emu COMMAND --help\n"
             "\n"
             "The host rig of the tarvo daemon: the unmodified daemon in a sandbox at the device's\n"
@@ -318,5 +321,6 @@ int main(int argc, char** argv) {
     if (command == "run") return Run(args);
     if (command == "console") return Console(args);
     if (command == "exec") return Exec(args);
+    if (command == "soak") return tarvo_emu::RunSoakCommand(args);
     return Tput(args);
 }
