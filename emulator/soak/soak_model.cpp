@@ -494,7 +494,6 @@ void SoakModel::Message(const TarvoMessage& message) {
             if (indication.has_offset()) block.set_offset(indication.offset());
             if (indication.has_file_dir()) block.set_file_dir(indication.file_dir());
             BlockWrite(block, token, true);
-            Ping();
         } else if (request && file.has_append_request()) {
             Log(kInfo, "Got File write append request");
             Append(file.append_request(), token);
@@ -526,8 +525,13 @@ void SoakModel::Message(const TarvoMessage& message) {
 void SoakModel::BlockWrite(const tarvo_message::FileWriteRequest& block, uint32_t token,
                            bool indication) {
     const std::string kind = indication ? "FileWriteIndication" : "FileWriteRequest";
+    // An indication is not answered: the ping's answer shows it handled, before its files are
+    // looked at.
     const auto respond = [this, token, indication](int result, int file_result) {
-        if (indication) return;
+        if (indication) {
+            Ping();
+            return;
+        }
         TarvoMessage payload;
         payload.mutable_file()->mutable_write_response()->set_result(
             static_cast<tarvo_message::FileMessageResult>(file_result));
@@ -541,7 +545,7 @@ void SoakModel::BlockWrite(const tarvo_message::FileWriteRequest& block, uint32_
     if (!block.has_file_dir() || !block.has_file_name()) {
         Log(kError,
             kind + (block.has_file_dir() ? " requires a file_name" : " requires a file_dir"));
-        if (!indication) Ping();
+        Ping();
         return;
     }
     const uint32_t directory = block.file_dir();
