@@ -9,10 +9,12 @@
 
 #include <android-base/stringprintf.h>
 
+#include "scenario/scenario_loader.h"
 #include "scenario/scenario_player.h"
 #include "soak/soak_model.h"
 #include "soak/soak_shrinker.h"
 
+using android::base::Result;
 using android::base::StringPrintf;
 using std::chrono::steady_clock;
 using tarvo_scenario::Step;
@@ -199,9 +201,14 @@ int RunSoak(const SoakOptions& options) {
         fprintf(stderr, "soak: cannot write %s\n", options.out.c_str());
         return 1;
     }
+    // The file as `tarvo-emu run` reads it must fail too.
+    Result<tarvo_scenario::Scenario> written = LoadScenario(options.out);
+    const bool fails_on_run = written.ok() && !PlayScenario(*written, nullptr).ok();
     printf("soak: %s stimuli of %zu kept (%zu replays, %.0f s); scenario written to %s\n",
            std::to_string(shrunk.stimuli.size()).c_str(), stimuli.size(), shrunk.replays,
            shrink_seconds, options.out.c_str());
+    printf("soak: played again, the scenario %s\n",
+           fails_on_run ? "fails" : "PASSES: the divergence depends on a timing of its own");
     return 1;
 }
 
