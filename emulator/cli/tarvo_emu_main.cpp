@@ -17,6 +17,7 @@
 #include <android-base/result.h>
 
 #include "cli/console.h"
+#include "cli/decode_command.h"
 #include "cli/soak_command.h"
 #include "cli/tput_command.h"
 #include "process/signal_cleanup.h"
@@ -102,6 +103,7 @@ int Usage(FILE* out) {
             "       tarvo-emu console [FILE] [--record OUT]\n"
             "       tarvo-emu exec [OPTION...] -- COMMAND [ARG...]\n"
             "       tarvo-emu tput [OPTION...]\n"
+            "       tarvo-emu decode [FILE] [OPTION...]\n"
             "       tarvo-emu soak [OPTION...]\n"
             "       tarvo-emu COMMAND --help\n"
             "\n"
@@ -297,6 +299,8 @@ int main(int argc, char** argv) {
     const std::string command = argv[1];
     const std::vector<std::string> args(argv + 2, argv + argc);
     if (command == "--help" || command == "-h" || command == "help") return Usage(stdout);
+    // Reads a file and runs nothing, so it needs neither root nor the rig.
+    if (command == "decode") return tarvo_emu::RunDecode(args);
     const auto help = HelpTexts().find(command);
     if (help == HelpTexts().end()) {
         fprintf(stderr, "tarvo-emu: no command \"%s\"\n", command.c_str());
