@@ -15,8 +15,8 @@
 
 #include "capture/capture_reader.h"
 #include "scenario/scenario.pb.h"
-#include "scenario/scenario_player.h"
 #include "scenario/step_text.h"
+#include "scenario/step_wait.h"
 
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;

@@ -1,15 +1,13 @@
 #pragma once
 
-#include <string>
-#include <vector>
+#include <CLI/CLI.hpp>
+
+#include "soak/soak_run.h"
 
 namespace tarvo_emu {
 
-// `tarvo-emu soak`: `args` are the command line after the command's name. Returns the exit
-// status.
-int RunSoakCommand(const std::vector<std::string>& args);
-
-// The command's help, as `tarvo-emu soak --help` prints it.
-extern const char kSoakHelp[];
+// Declares `tarvo-emu soak [--seed N] [--duration SECONDS | --steps N] [--faults LIST]
+// [--out FILE] [--shrink SECONDS]` on `app`, filling `options`; `tarvo_emu::RunSoak` runs it.
+CLI::App* AddSoakCommand(CLI::App& app, SoakOptions* options);
 
 }  // namespace tarvo_emu

@@ -1,17 +1,13 @@
 #include "tarvo_e2e_fixture.h"
 
-#include <thread>
-
 #include <google/protobuf/text_format.h>
 
 #include <android-base/result.h>
 #include <android-base/strings.h>
 
 void TarvoE2eTest::Start(tarvo_emu::RigOptions options) {
-    const bool daemon = options.start_daemon;
     rig_ = std::make_unique<tarvo_emu::Rig>(std::move(options));
     ASSERT_RESULT_OK(rig_->Start());
-    if (!daemon) return;
     ASSERT_TRUE(rig_->WaitForLog(ANDROID_LOG_INFO, "Start modem state monitoring"))
         << "the daemon did not start";
 }
@@ -51,16 +47,6 @@ std::optional<TarvoE2eTest::Message> TarvoE2eTest::Request(Message request,
     return ::testing::AssertionFailure()
            << "no log line " << tarvo_emu::PriorityLetter(priority) << " \"" << text << "\" within "
            << timeout.count() << " ms";
-}
-
-std::optional<std::string> TarvoE2eTest::AwaitPidFile() {
-    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-        std::optional<std::string> content = rig_->ReadFile("/data/vendor/radio/tarvo_pid");
-        if (content && !content->empty()) return content;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return std::nullopt;
 }
 
 TarvoE2eTest::Message TarvoE2eTest::Text(const std::string& text) {

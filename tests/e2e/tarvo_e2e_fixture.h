@@ -26,8 +26,7 @@ class TarvoE2eTest : public ::testing::Test {
     using Message = tarvo_message::TarvoMessage;
     static constexpr std::chrono::milliseconds kTimeout = tarvo_emu::Rig::kDefaultTimeout;
 
-    // Builds the rig and starts the daemon (unless options.start_daemon is false), then waits
-    // until its monitor runs. Fatal on failure.
+    // Builds the rig and starts the daemon, then waits until its monitor runs. Fatal on failure.
     void Start(tarvo_emu::RigOptions options = {});
     // Sets state 4 and waits until the monitor reports the change. Fatal on failure.
     void GoOnline();
@@ -40,9 +39,6 @@ class TarvoE2eTest : public ::testing::Test {
     // Takes the daemon's next log line with this priority (ANDROID_LOG_*) and exact text.
     ::testing::AssertionResult Logs(int priority, const std::string& text,
                                     std::chrono::milliseconds timeout = kTimeout);
-    // The pid file's content once the server has written it, polled, as no event announces it:
-    // it is created empty and then written, right after the daemon's start.
-    std::optional<std::string> AwaitPidFile();
     // A message in protobuf text format; fails the test when it does not parse.
     static Message Text(const std::string& text);
 

@@ -1,0 +1,100 @@
+#include "scenario/daemon_steps.h"
+
+#include <signal.h>
+
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include <android-base/parseint.h>
+#include <android-base/result.h>
+#include <android-base/strings.h>
+
+#include "scenario/step_wait.h"
+
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
+using std::chrono::milliseconds;
+
+namespace tarvo_emu {
+
+namespace {
+
+// Where the server writes its pid for the clients.
+constexpr char kPidFile[] = "/data/vendor/radio/tarvo_pid";
+// How often the wait for the pid file looks again.
+constexpr milliseconds kPidFilePollInterval{10};
+
+IpcFault FaultOf(tarvo_scenario::Fault fault) {
+    switch (fault) {
+        case tarvo_scenario::READ_ERROR:
+            return IpcFault::kReadError;
+        case tarvo_scenario::WRITE_ERROR:
+            return IpcFault::kWriteError;
+        case tarvo_scenario::HANG_UP:
+            return IpcFault::kHangUp;
+        default:
+            return IpcFault::kEndOfFile;
+    }
+}
+
+// A client finds the server by its pid file, which the server writes only once it has started:
+// the client is run once the file holds a pid, or when the step's time is up, as on a device
+// whose server never wrote it.
+void AwaitServerPid(Rig& rig) {
+    const auto deadline = std::chrono::steady_clock::now() + kDefaultStepTimeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+        const std::optional<std::string> content = rig.ReadFile(kPidFile);
+        int pid = 0;
+        if (content && android::base::ParseInt(*content, &pid) && pid > 0) return;
+        std::this_thread::sleep_for(kPidFilePollInterval);
+    }
+    rig.transcript().Note(std::string("no pid in ") + kPidFile + ": the client runs anyway");
+}
+
+}  // namespace
+
+Result<void> PlayModemState(StepPlayer& player, const StepCall& call) {
+    player.rig().SetModemState(call.step.modem_state());
+    return {};
+}
+
+Result<void> PlayFault(StepPlayer& player, const StepCall& call) {
+    if (call.step.fault() == tarvo_scenario::NO_FAULT) return Error() << "no fault named";
+    player.rig().InjectFault(FaultOf(call.step.fault()));
+    return {};
+}
+
+Result<void> PlayRestartDaemon(StepPlayer& player, const StepCall& call) {
+    if (!call.step.restart_daemon()) return {};
+    if (Result<void> restarted = player.rig().RestartDaemon(); !restarted.ok()) {
+        return Error() << "restart: " << restarted.error();
+    }
+    return {};
+}
+
+Result<void> PlaySignalDaemon(StepPlayer& player, const StepCall& call) {
+    Result<pid_t> pid = player.AwaitDaemonPid();
+    if (!pid.ok()) return pid.error();
+    if (kill(*pid, static_cast<int>(call.step.signal_daemon())) != 0) {
+        return ErrnoError() << "kill " << *pid;
+    }
+    return {};
+}
+
+Result<void> PlayClient(StepPlayer& player, const StepCall& call) {
+    std::vector<std::string> argv;
+    for (const std::string& arg : android::base::Split(call.step.client(), " ")) {
+        if (!arg.empty()) argv.push_back(arg);
+    }
+    AwaitServerPid(player.rig());
+    const ProcessResult result = player.rig().RunClient(argv);
+    if (result.timed_out) return Error() << "the client did not end within 10 s";
+    if (result.status != call.step.exit_status()) {
+        return Errorf("the client exited with {}, not {}", result.status, call.step.exit_status());
+    }
+    return {};
+}
+
+}  // namespace tarvo_emu
