@@ -21,6 +21,7 @@
 #include "cli/command_formatter.h"
 #include "cli/console.h"
 #include "cli/decode_command.h"
+#include "cli/soak_command.h"
 #include "cli/tput_command.h"
 #include "process/signal_cleanup.h"
 #include "rig/rig.h"
@@ -281,8 +282,10 @@ int main(int argc, char** argv) {
     CLI::App* const exec = AddExec(app, line);
     CLI::App* const tput = AddTput(app, line);
     CLI::App* const decode = tarvo_emu::AddDecodeCommand(app, &line.decode);
+    tarvo_emu::SoakOptions soak_options;
+    CLI::App* const soak = tarvo_emu::AddSoakCommand(app, &soak_options);
     CLI::App* const help = app.add_subcommand("help")->group("");
-    for (CLI::App* command : {run, console, exec, tput, decode}) {
+    for (CLI::App* command : {run, console, exec, tput, decode, soak}) {
         command->allow_extras()->footer(kExitStatuses);
     }
 
@@ -333,5 +336,6 @@ int main(int argc, char** argv) {
     if (command == run) return Run(line);
     if (command == console) return tarvo_emu::RunConsole(line.console);
     if (command == exec) return Exec(line);
+    if (command == soak) return tarvo_emu::RunSoak(soak_options);
     return tarvo_emu::RunTputCommand(line.tput);
 }
