@@ -22,6 +22,8 @@ class ModelFileSystem {
         // text is the clock's.
         std::vector<size_t> stamps;
     };
+    // A time stamp's size: "MM-DD hh:mm:ss.mmm\n".
+    static constexpr size_t kStampSize = 19;
 
     ModelFileSystem(const std::vector<std::string>& directories,
                     const std::vector<std::string>& read_only);

@@ -2,10 +2,6 @@
 
 #include <signal.h>
 
-#include <map>
-
-#include <android-base/strings.h>
-
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
 
@@ -29,35 +25,9 @@ const std::vector<std::string>& FileNames() {
     return *kNames;
 }
 
-const std::map<std::string, SoakFault>& FaultNames() {
-    static const auto* const kNames = new std::map<std::string, SoakFault>{
-        {"eof", SoakFault::kEndOfFile},    {"read", SoakFault::kReadError},
-        {"write", SoakFault::kWriteError}, {"hangup", SoakFault::kHangUp},
-        {"offline", SoakFault::kOffline},  {"restart", SoakFault::kRestart}};
-    return *kNames;
-}
-
 constexpr char kAlphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
 
 }  // namespace
-
-bool ParseSoakFaults(const std::string& list, std::set<SoakFault>* faults, std::string* error) {
-    faults->clear();
-    if (list == "none") return true;
-    for (const std::string& name : android::base::Split(list, ",")) {
-        if (name == "all") {
-            for (const auto& [_, fault] : FaultNames()) faults->insert(fault);
-            continue;
-        }
-        const auto it = FaultNames().find(name);
-        if (it == FaultNames().end()) {
-            *error = "no fault \"" + name + "\" (eof, read, write, hangup, offline, restart)";
-            return false;
-        }
-        faults->insert(it->second);
-    }
-    return true;
-}
 
 SoakTraffic::SoakTraffic(uint64_t seed, std::set<SoakFault> faults)
     : random_(seed), faults_(std::move(faults)) {}
@@ -248,7 +218,7 @@ Step SoakTraffic::Read(const SoakModel& model) {
 Step SoakTraffic::Property() {
     static const auto* const kNames = new std::vector<std::string>{
         "vendor.modem.soak",    "persist.vendor.modem.mode", "vendor.modem.x:y@z-1",
-        "ro.vendor.modem.once", SoakModel::kPingProperty,    "bad name",
+        "ro.vendor.modem.once", ModelSteps::kPingProperty,   "bad name",
         "vendor..modem",        "vendor.modem.unset"};
     TarvoMessage message;
     message.set_type(tarvo_message::REQUEST);

@@ -7,16 +7,10 @@
 #include <vector>
 
 #include "scenario/scenario.pb.h"
+#include "soak/soak_fault.h"
 #include "soak/soak_model.h"
 
 namespace tarvo_emu {
-
-// Kinds of fault that a soak run may play between the modem's messages.
-enum class SoakFault { kEndOfFile, kReadError, kWriteError, kHangUp, kOffline, kRestart };
-
-// Parses a comma-separated list of fault names ("eof,read,write,hangup,offline,restart", "all"
-// or "none"); the error names the first unknown one.
-bool ParseSoakFaults(const std::string& list, std::set<SoakFault>* faults, std::string* error);
 
 // Random modem traffic for a soak run, one stimulus at a time: the modem's messages of every
 // family, malformed ones, signals for the daemon's own requests, the modem's answers to them, and

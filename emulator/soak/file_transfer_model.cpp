@@ -1,0 +1,255 @@
+#include "soak/file_transfer_model.h"
+
+#include <android-base/stringprintf.h>
+
+using android::base::StringPrintf;
+using tarvo_message::TarvoMessage;
+
+namespace tarvo_emu {
+
+namespace {
+
+constexpr int kInfo = tarvo_scenario::INFO;
+constexpr int kError = tarvo_scenario::ERROR;
+
+// File modes the daemon gives: a staging file and an appended file, a completed target.
+constexpr mode_t kStagingMode = 0664;
+constexpr mode_t kTargetMode = 0666;
+constexpr mode_t kAppendMode = 0664;
+
+std::string Hex(uint64_t value) { return StringPrintf("0x%llX", (unsigned long long)value); }
+
+}  // namespace
+
+const std::vector<std::string>& FileTransferModel::Directories() {
+    static const auto* const kDirectories = new std::vector<std::string>{
+        "UNKNOWN", "/data/vendor/radio/mds/", "/mnt/vendor/modem_userdata/replay/",
+        "/vendor/firmware/uecapconfig/"};
+    return *kDirectories;
+}
+
+std::optional<size_t> FileTransferModel::StagedSize(const std::string& name) const {
+    const std::optional<std::string> staged = files_.Resolve(kStagingDirectory + name);
+    if (!staged) return std::nullopt;
+    const ModelFileSystem::File* file = files_.Find(*staged);
+    if (file == nullptr) return std::nullopt;
+    return file->content.size();
+}
+
+std::optional<size_t> FileTransferModel::FileSize(uint32_t directory,
+                                                  const std::string& name) const {
+    if (directory == 0 || directory >= Directories().size()) return std::nullopt;
+    const std::optional<std::string> path = files_.Resolve(Directories()[directory] + name);
+    if (!path) return std::nullopt;
+    const ModelFileSystem::File* file = files_.Find(*path);
+    if (file == nullptr) return std::nullopt;
+    return file->content.size();
+}
+
+void FileTransferModel::Play(const tarvo_message::FileMessage& file, uint32_t token, bool request) {
+    if (request && file.has_write_request()) {
+        steps_.Log(kInfo, "Got File write request");
+        BlockWrite(file.write_request(), token, false);
+    } else if (!request && file.has_write_indication()) {
+        steps_.Log(kInfo, "Got File write indication");
+        const tarvo_message::FileWriteIndication& indication = file.write_indication();
+        tarvo_message::FileWriteRequest block;
+        // The indication's own legacy field is never looked at.
+        if (indication.has_data()) block.set_data(indication.data());
+        if (indication.has_file_name()) block.set_file_name(indication.file_name());
+        if (indication.has_total_size()) block.set_total_size(indication.total_size());
+        if (indication.has_offset()) block.set_offset(indication.offset());
+        if (indication.has_file_dir()) block.set_file_dir(indication.file_dir());
+        BlockWrite(block, token, true);
+    } else if (request && file.has_append_request()) {
+        steps_.Log(kInfo, "Got File write append request");
+        Append(file.append_request(), token);
+    } else if (request && file.has_read_request()) {
+        steps_.Log(kInfo, "Got File read request");
+        Read(file.read_request(), token);
+    }
+}
+
+void FileTransferModel::BlockWrite(const tarvo_message::FileWriteRequest& block, uint32_t token,
+                                   bool indication) {
+    const std::string kind = indication ? "FileWriteIndication" : "FileWriteRequest";
+    // An indication is not answered: the ping's answer shows it handled, before its files are
+    // looked at.
+    const auto respond = [this, token, indication](int result, int file_result) {
+        if (indication) {
+            steps_.Ping();
+            return;
+        }
+        TarvoMessage payload;
+        payload.mutable_file()->mutable_write_response()->set_result(
+            static_cast<tarvo_message::FileMessageResult>(file_result));
+        steps_.Respond(token, result, std::move(payload));
+    };
+    if (!indication && !block.file_path().empty()) {
+        steps_.Log(kError, "Old FileWriteRequest is no longer supported");
+        steps_.Ping();
+        return;
+    }
+    if (!block.has_file_dir() || !block.has_file_name()) {
+        steps_.Log(kError, kind + (block.has_file_dir() ? " requires a file_name"
+                                                        : " requires a file_dir"));
+        steps_.Ping();
+        return;
+    }
+    const uint32_t directory = block.file_dir();
+    const std::string& name = block.file_name();
+    steps_.Log(kInfo, StringPrintf("file dir: %d and name: %s", directory, name.c_str()));
+    if (directory < 1 || directory >= Directories().size()) {
+        steps_.Log(kError, StringPrintf("Bad file directory: %d", directory));
+        respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_BAD_DIRECTORY);
+        return;
+    }
+    const std::string& prefix = Directories()[directory];
+    const std::string target_path = prefix + name;
+    const std::string staging_path = kStagingDirectory + name;
+    const uint32_t offset = block.offset();
+    const uint32_t total = block.total_size();
+    steps_.Log(kInfo, "offset: " + Hex(offset) + ", size: " + Hex(total));
+    steps_.Log(kInfo, "prefix: " + prefix + "\nfile_name: " + name);
+    if (offset >= total) {
+        steps_.Log(kError, "Bad max_data_size " + Hex(total) + " or offset " + Hex(offset));
+        respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_BAD_OFFSET);
+        return;
+    }
+    steps_.Log(indication ? kError : kInfo, "Handle file write operation to path: " + target_path +
+                                                " for offset: " + Hex(offset) +
+                                                " (total: " + Hex(total) + ")");
+    const std::optional<std::string> staging = files_.Resolve(staging_path);
+    const std::optional<std::string> target = files_.Resolve(target_path);
+    if (offset == 0) {
+        if (staging && files_.IsWritable(*staging)) files_.Remove(*staging);
+    } else if (staging && files_.Find(*staging) != nullptr &&
+               files_.Find(*staging)->content.size() != offset) {
+        steps_.Log(kError, "Bad offset " + Hex(offset) + " comparing to the expected one: " +
+                               Hex(files_.Find(*staging)->content.size()));
+        respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_BAD_OFFSET);
+        steps_.CheckFile(staging);
+        return;
+    }
+    if (!staging || !files_.IsWritable(*staging) || files_.IsDirectory(*staging)) {
+        steps_.Log(kError, (indication ? "Fail to open " : "Failed to open ") + staging_path);
+        respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE);
+        steps_.CheckFile(staging);
+        return;
+    }
+    steps_.Log(kInfo, StringPrintf("size: 0x%zX", block.data().size()));
+    ModelFileSystem::File& staged = files_.Open(*staging, kStagingMode);
+    staged.content += block.data();
+    staged.mode = kStagingMode;
+    if (staged.content.size() != total) {
+        respond(tarvo_message::RESULT_SUCCESS, tarvo_message::FILE_RESULT_FAILURE);
+        steps_.CheckFile(staging);
+        return;
+    }
+    // Complete: the target is removed first, then the staging file copied over it.
+    const bool target_writable =
+        target && files_.IsWritable(*target) && !files_.IsDirectory(*target);
+    if (target_writable) files_.Remove(*target);
+    const ModelFileSystem::File* source = files_.Find(*staging);
+    const std::optional<std::string> content =
+        source != nullptr ? std::optional<std::string>(source->content) : std::nullopt;
+    if (target_writable) files_.Open(*target, kTargetMode).content = content.value_or("");
+    files_.Remove(*staging);
+    if (target_writable && files_.FindMutable(*target) != nullptr) {
+        files_.FindMutable(*target)->mode = kTargetMode;
+    }
+    if (!content || !target_writable) {
+        steps_.Log(kError, "File transfer failed.");
+        respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE);
+    } else {
+        steps_.Log(kError,
+                   indication ? "Move file into target path done" : "Moved file into target path");
+        respond(tarvo_message::RESULT_SUCCESS, tarvo_message::FILE_RESULT_FAILURE);
+    }
+    steps_.CheckFile(staging);
+    steps_.CheckFile(target);
+}
+
+void FileTransferModel::Append(const tarvo_message::FileAppendRequest& request, uint32_t token) {
+    const auto respond = [this, token](int result, int file_result) {
+        TarvoMessage payload;
+        payload.mutable_file()->mutable_write_response()->set_result(
+            static_cast<tarvo_message::FileMessageResult>(file_result));
+        steps_.Respond(token, result, std::move(payload));
+    };
+    if (!request.has_file_dir() || !request.has_file_name()) {
+        steps_.Log(kError, request.has_file_dir() ? "FileWriteRequest requires a file_name"
+                                                  : "FileWriteRequest requires a file_dir");
+        steps_.Ping();
+        return;
+    }
+    const uint32_t directory = request.file_dir();
+    steps_.Log(kInfo,
+               StringPrintf("file dir: %d and name: %s", directory, request.file_name().c_str()));
+    if (directory < 1 || directory >= Directories().size()) {
+        steps_.Log(kError, StringPrintf("Bad file directory: %d", directory));
+        respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_BAD_DIRECTORY);
+        return;
+    }
+    const std::string& prefix = Directories()[directory];
+    const std::string path = prefix + request.file_name();
+    steps_.Log(kInfo, "prefix: " + prefix + " file_name: " + request.file_name());
+    const std::optional<std::string> target = files_.Resolve(path);
+    if (!target || !files_.IsWritable(*target) || files_.IsDirectory(*target)) {
+        steps_.Log(kError, "Failed to open " + path);
+        respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE);
+        steps_.CheckFile(target);
+        return;
+    }
+    steps_.Log(kInfo, StringPrintf("size: 0x%zX", request.data().size()));
+    ModelFileSystem::File& file = files_.Open(*target, kAppendMode);
+    file.content += request.data();
+    file.mode = kAppendMode;
+    respond(tarvo_message::RESULT_SUCCESS, tarvo_message::FILE_RESULT_FAILURE);
+    steps_.CheckFile(target);
+}
+
+void FileTransferModel::Read(const tarvo_message::FileReadRequest& request, uint32_t token) {
+    const auto respond = [this, token](int result, int file_result, const std::string* data) {
+        TarvoMessage payload;
+        tarvo_message::FileReadResponse* response = payload.mutable_file()->mutable_read_response();
+        if (data != nullptr) response->set_data(*data);
+        response->set_result(static_cast<tarvo_message::FileMessageResult>(file_result));
+        steps_.Respond(token, result, std::move(payload));
+    };
+    if (!request.has_file_dir() || !request.has_file_name()) {
+        steps_.Log(kError, request.has_file_dir() ? "FileReadRequest requires a file_name"
+                                                  : "FileReadRequest requires a file_dir");
+        steps_.Ping();
+        return;
+    }
+    const uint32_t directory = request.file_dir();
+    steps_.Log(kInfo,
+               StringPrintf("file dir: %d and name: %s", directory, request.file_name().c_str()));
+    if (directory < 1 || directory >= Directories().size()) {
+        steps_.Log(kError, StringPrintf("Bad file directory: %d", directory));
+        respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_BAD_DIRECTORY, nullptr);
+        return;
+    }
+    const std::string& prefix = Directories()[directory];
+    const std::string path = prefix + request.file_name();
+    steps_.Log(kInfo, "prefix: " + prefix + " file_name: " + request.file_name());
+    const std::optional<std::string> resolved = files_.Resolve(path);
+    const ModelFileSystem::File* file = resolved ? files_.Find(*resolved) : nullptr;
+    if (file == nullptr) {
+        steps_.Log(kError, "Failed to open " + path);
+        respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE, nullptr);
+        return;
+    }
+    steps_.Log(kInfo, StringPrintf("size: 0x%X", request.max_data_size()));
+    const uint64_t end = uint64_t{request.offset()} + request.max_data_size();
+    if (end > file->content.size()) {
+        steps_.Log(kError, "Failed to read target file correctly");
+        respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE, nullptr);
+        return;
+    }
+    const std::string data = file->content.substr(request.offset(), request.max_data_size());
+    respond(tarvo_message::RESULT_SUCCESS, tarvo_message::FILE_RESULT_SUCCESS, &data);
+}
+
+}  // namespace tarvo_emu
