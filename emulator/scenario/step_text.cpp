@@ -1,7 +1,8 @@
 #include "scenario/step_text.h"
 
+#include <vector>
+
 #include "peers/transcript.h"
-#include "scenario/scenario.pb.h"
 
 namespace tarvo_emu {
 
@@ -25,6 +26,33 @@ std::string ShortStepText(const google::protobuf::Message& message) {
 std::string FullStepText(const google::protobuf::Message& message) {
     static const StepText text(false);
     return text(message);
+}
+
+std::string SetupText(const tarvo_scenario::Scenario& scenario) {
+    tarvo_scenario::Scenario setup = scenario;
+    setup.clear_step();
+    const google::protobuf::Reflection* reflection = setup.GetReflection();
+    std::vector<const google::protobuf::FieldDescriptor*> fields;
+    reflection->ListFields(setup, &fields);
+    std::string text;
+    for (const google::protobuf::FieldDescriptor* field : fields) {
+        const int count = field->is_repeated() ? reflection->FieldSize(setup, field) : 1;
+        for (int i = 0; i < count; ++i) {
+            // A copy holding this entry alone prints as the entry's line.
+            tarvo_scenario::Scenario entry = setup;
+            for (const google::protobuf::FieldDescriptor* other : fields) {
+                if (other != field) reflection->ClearField(&entry, other);
+            }
+            if (field->is_repeated()) {
+                reflection->SwapElements(&entry, field, 0, i);
+                while (reflection->FieldSize(entry, field) > 1) {
+                    reflection->RemoveLast(&entry, field);
+                }
+            }
+            text += FullStepText(entry) + "\n";
+        }
+    }
+    return text;
 }
 
 }  // namespace tarvo_emu

@@ -5,12 +5,11 @@
 #include <fstream>
 #include <iostream>
 
-#include <google/protobuf/text_format.h>
-
 #include <android-base/stringprintf.h>
 
 #include "scenario/scenario_loader.h"
 #include "scenario/scenario_player.h"
+#include "scenario/step_text.h"
 #include "soak/soak_model.h"
 #include "soak/soak_shrinker.h"
 
@@ -42,21 +41,14 @@ bool IsCheck(const Step& step) {
     }
 }
 
-// The scenario as text: the setup as the printer lays it out, then one step a line, so that a
-// person can read and cut it.
+// The scenario as text: the setup one entry a line, then one step a line, file modes in octal,
+// so that a person can read and cut it.
 std::string ScenarioText(const tarvo_scenario::Scenario& scenario) {
-    google::protobuf::TextFormat::Printer printer;
-    tarvo_scenario::Scenario setup = scenario;
-    setup.clear_step();
-    std::string text;
-    printer.PrintToString(setup, &text);
-    printer.SetSingleLineMode(true);
+    std::string text = SetupText(scenario);
     for (const Step& step : scenario.step()) {
-        std::string line;
-        printer.PrintToString(step, &line);
         // A blank line before each stimulus.
         if (!step.note().empty()) text += "\n";
-        text += "step { " + line + "}\n";
+        text += "step { " + FullStepText(step) + " }\n";
     }
     return text;
 }
