@@ -195,6 +195,7 @@ int Console(const std::vector<std::string>& args) {
 int Exec(const std::vector<std::string>& args) {
     tarvo_emu::RigOptions options;
     options.start_daemon = false;
+    tarvo_emu::RigHooks hooks;
     size_t i = 0;
     for (; i < args.size() && args[i] != "--"; ++i) {
         const std::string& option = args[i];
@@ -203,8 +204,8 @@ int Exec(const std::vector<std::string>& args) {
             continue;
         }
         if (option == "--discard-uplink") {
-            options.uplink_tap = [](std::string_view) { return true; };
-            options.keep_logs = false;
+            hooks.uplink_tap = [](std::string_view) { return true; };
+            hooks.keep_logs = false;
             continue;
         }
         if (option != "--size-limit" && option != "--writable" && option != "--file" &&
@@ -236,17 +237,21 @@ int Exec(const std::vector<std::string>& args) {
     const std::vector<std::string> command(args.begin() + i + 1, args.end());
 
     options.transcript = &std::cout;
-    tarvo_emu::Rig rig(options);
+    tarvo_emu::Rig rig(options, std::move(hooks));
     if (Result<void> started = rig.Start(); !started.ok()) {
         fprintf(stderr, "tarvo-emu: %s\n", started.error().message().c_str());
         return 1;
     }
-    const tarvo_emu::ProcessResult result = rig.Run(command, std::chrono::hours(1));
+    const Result<tarvo_emu::ProcessResult> result = rig.Run(command, std::chrono::hours(1));
+    if (!result.ok()) {
+        fprintf(stderr, "tarvo-emu: %s\n", result.error().message().c_str());
+        return 1;
+    }
     if (Result<void> health = rig.CheckHealth(); !health.ok()) {
         fprintf(stderr, "tarvo-emu: %s\n", health.error().message().c_str());
-        return result.status == 0 ? 1 : result.status;
+        return result->status == 0 ? 1 : result->status;
     }
-    return result.status;
+    return result->status;
 }
 
 int Tput(const std::vector<std::string>& args) {
@@ -311,10 +316,14 @@ int main(int argc, char** argv) {
     }
     // Without a namespace of its own, a crash would leave the emulator's mount behind. Entered
     // while the process has one thread only.
-    if (!tarvo_emu::EnterPrivateMountNamespace()) {
-        perror("tarvo-emu: cannot enter a private mount namespace");
+    if (Result<void> entered = tarvo_emu::EnterPrivateMountNamespace(); !entered.ok()) {
+        fprintf(stderr, "tarvo-emu: cannot enter a private mount namespace: %s\n",
+                entered.error().message().c_str());
     }
-    tarvo_emu::InstallSignalCleanup();
+    if (Result<void> installed = tarvo_emu::InstallSignalCleanup(); !installed.ok()) {
+        fprintf(stderr, "tarvo-emu: no clean-up on signals: %s\n",
+                installed.error().message().c_str());
+    }
     if (command == "run") return Run(args);
     if (command == "console") return Console(args);
     if (command == "exec") return Exec(args);

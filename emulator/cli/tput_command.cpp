@@ -14,6 +14,7 @@
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "rig/rig.h"
@@ -29,9 +30,6 @@ namespace {
 constexpr const char* kSamplePrefix = "Modem_IPC_Test DL:Tput : ";
 constexpr const char* kResultPrefix = "Modem_IPC_Test DL Results: ";
 constexpr double kSampleSeconds = 0.1;
-// The uplink schedule of the daemon's pump: one opening write, then 10000 blocks of each size.
-constexpr uint64_t kOpeningWrite = 10;
-constexpr uint64_t kWritesPerSize = 10000;
 constexpr milliseconds kTestTimeout = std::chrono::minutes(10);
 constexpr milliseconds kProgressInterval{500};
 
@@ -41,7 +39,7 @@ std::set<uint64_t> UplinkSizes(const TputReport& report) {
     std::set<uint64_t> sizes;
     for (const auto* rates : {&report.pump, &report.bare_writer}) {
         for (const auto& [size, rate] : *rates) {
-            if (size != kOpeningWrite) sizes.insert(size);
+            if (size != UplinkSchedule::kOpeningWrite) sizes.insert(size);
         }
     }
     return sizes;
@@ -99,9 +97,13 @@ bool StartsWith(const std::string& text, const char* prefix) {
 // False on a timeout.
 bool RunDaemonTest(Rig& rig, bool progress, std::string* error) {
     rig.emulator().test().ResetStats();
-    const ProcessResult client = rig.RunClient({"-t"});
-    if (client.status != 0) {
-        *error = "tarvo -t exited with " + std::to_string(client.status);
+    const android::base::Result<ProcessResult> client = rig.RunClient({"-t"});
+    if (!client.ok()) {
+        *error = "tarvo -t: " + client.error().message();
+        return false;
+    }
+    if (client->status != 0) {
+        *error = "tarvo -t exited with " + std::to_string(client->status);
         return false;
     }
     const auto start = std::chrono::steady_clock::now();
@@ -157,13 +159,14 @@ NodeRate MeasureBareReader(Rig& rig, const TputCommandOptions& options, uint64_t
 std::map<uint64_t, NodeRate> MeasureBareWriter(Rig& rig) {
     TestNode& node = rig.emulator().test();
     node.ResetStats();
-    const std::string script = StringPrintf(
-        "dd if=/dev/zero of=/dev/oem_test bs=%llu count=1 conv=notrunc status=none && "
-        "for size in $(seq 1000 1000 20000); do "
-        "dd if=/dev/zero of=/dev/oem_test bs=$size count=%llu conv=notrunc status=none || exit 1; "
+    using Schedule = UplinkSchedule;
+    const std::string script = fmt::format(
+        "dd if=/dev/zero of=/dev/oem_test bs={} count=1 conv=notrunc status=none && "
+        "for size in $(seq {} {} {}); do "
+        "dd if=/dev/zero of=/dev/oem_test bs=$size count={} conv=notrunc status=none || exit 1; "
         "done",
-        static_cast<unsigned long long>(kOpeningWrite),
-        static_cast<unsigned long long>(kWritesPerSize));
+        Schedule::kOpeningWrite, Schedule::kFirstBlockSize, Schedule::kBlockSizeStep,
+        Schedule::kLastBlockSize, Schedule::kWritesPerSize);
     rig.Run({"/bin/sh", "-c", script}, std::chrono::minutes(10));
     return RatesBySize(node.uplink());
 }
@@ -399,16 +402,12 @@ RigOptions TputRigOptions(const TputCommandOptions& options) {
 
 bool MeasureTput(Rig& rig, const TputCommandOptions& options, bool progress, TputReport* report,
                  std::string* error) {
-    if (!rig.WaitForLog(0, "Start modem state monitoring")) {
+    if (!rig.log_events().Wait(IsDaemonStarted, kDefaultWait)) {
         *error = "the daemon did not start";
         return false;
     }
-    rig.SetModemState(4);
-    const auto online = [](const LogLine& line) {
-        return android::base::EndsWith(line.text, " to 4") &&
-               StartsWith(line.text, "Modem state changed from ");
-    };
-    if (!rig.log_events().Wait(online, Rig::kDefaultTimeout)) {
+    rig.SetModemState(kModemOnline);
+    if (!rig.log_events().Wait(IsOnlineReport, kDefaultWait)) {
         *error = "the daemon did not see the modem online";
         return false;
     }

@@ -17,6 +17,7 @@
 #include <android-base/strings.h>
 
 #include "process/process_usage.h"
+#include "process/wait_until.h"
 #include "scenario/step_text.h"
 
 using android::base::Error;
@@ -34,9 +35,6 @@ using tarvo_scenario::Step;
 namespace tarvo_emu {
 
 namespace {
-
-// Where the server writes its pid for the clients.
-constexpr char kPidFile[] = "/data/vendor/radio/tarvo_pid";
 
 std::string GeneratedBytes(const tarvo_scenario::Generated& generated) {
     std::string bytes;
@@ -373,15 +371,16 @@ class StepPlayer {
             case Step::kExpectUsage:
                 return ExpectUsage(step.expect_usage());
             case Step::kWriteFile:
-                if (rig_->WriteFile(
-                        step.write_file().path(), SeedContent(step.write_file()),
-                        step.write_file().has_mode() ? step.write_file().mode() : 0664)) {
+                if (rig_->WriteFile(step.write_file().path(), SeedContent(step.write_file()),
+                                    step.write_file().has_mode() ? step.write_file().mode() : 0664)
+                        .ok()) {
                     return {};
                 }
                 return "cannot write " + step.write_file().path();
             case Step::kRemoveFile:
-                return rig_->RemoveFile(step.remove_file()) ? ""
-                                                            : "cannot remove " + step.remove_file();
+                return rig_->RemoveFile(step.remove_file()).ok()
+                           ? ""
+                           : "cannot remove " + step.remove_file();
             case Step::kSendGenerated:
                 return SendGenerated(step.send_generated());
             case Step::kExpectThermalWrites:
@@ -491,7 +490,7 @@ class StepPlayer {
 
     std::string ExpectLogLine(const ExpectLog& expect) {
         const milliseconds timeout = TimeoutOf(expect.has_timeout_ms(), expect.timeout_ms());
-        const std::string tag = expect.has_tag() ? expect.tag() : "tarvo";
+        const std::string tag = expect.has_tag() ? expect.tag() : kDaemonTag;
         size_t first = 0;
         if (!expect.since_mark().empty()) {
             const auto mark = marks_.find(expect.since_mark());
@@ -525,7 +524,7 @@ class StepPlayer {
     }
 
     std::string ExpectNoLogLine(const ExpectNoLog& expect) {
-        const std::string tag = expect.has_tag() ? expect.tag() : "tarvo";
+        const std::string tag = expect.has_tag() ? expect.tag() : kDaemonTag;
         size_t count = 0;
         if (expect.has_text_regex()) {
             Result<std::regex> regex = Compiled(expect.text_regex());
@@ -550,18 +549,17 @@ class StepPlayer {
     // Files that the daemon writes without a log line after them (the pid file) are checked
     // again until they hold or the step's time is up.
     std::string ExpectFileState(const ExpectFile& expect) {
-        const auto deadline = std::chrono::steady_clock::now() + milliseconds(expect.timeout_ms());
-        while (true) {
-            std::string why = CheckFile(expect);
-            if (why.empty() || std::chrono::steady_clock::now() >= deadline) return why;
-            std::this_thread::sleep_for(milliseconds(10));
-        }
+        std::string why;
+        WaitUntil([&] { return (why = CheckFile(expect)).empty(); },
+                  milliseconds(expect.timeout_ms()));
+        return why;
     }
 
     std::string CheckFile(const ExpectFile& expect) {
-        const std::optional<std::string> content = rig_->ReadFile(expect.path());
-        if (!content) return expect.absent() ? "" : "no such file";
-        const std::optional<mode_t> mode = rig_->FileMode(expect.path());
+        const Result<std::string> content = rig_->ReadFile(expect.path());
+        if (!content.ok()) return expect.absent() ? "" : "no such file";
+        std::optional<mode_t> mode;
+        if (Result<mode_t> bits = rig_->FileMode(expect.path()); bits.ok()) mode = *bits;
         const std::string why = WhyFileDiffers(expect, *content, mode);
         return why.empty() ? why : why + "; " + Holdings(*content, mode);
     }
@@ -664,10 +662,11 @@ class StepPlayer {
             if (!arg.empty()) argv.push_back(arg);
         }
         AwaitServerPid();
-        const ProcessResult result = rig_->RunClient(argv);
-        if (result.timed_out) return "the client did not end within 10 s";
-        if (result.status != exit_status) {
-            return StringPrintf("the client exited with %d, not %d", result.status, exit_status);
+        const Result<ProcessResult> result = rig_->RunClient(argv);
+        if (!result.ok()) return result.error().message();
+        if (result->timed_out) return "the client did not end within 10 s";
+        if (result->status != exit_status) {
+            return StringPrintf("the client exited with %d, not %d", result->status, exit_status);
         }
         return {};
     }
@@ -810,24 +809,13 @@ class StepPlayer {
     // started: the client is run once the file holds a pid, or when the step's time is up, as on
     // a device whose server never wrote it.
     void AwaitServerPid() {
-        const auto deadline = std::chrono::steady_clock::now() + kDefaultStepTimeout;
-        while (std::chrono::steady_clock::now() < deadline) {
-            const std::optional<std::string> content = rig_->ReadFile(kPidFile);
-            int pid = 0;
-            if (content && android::base::ParseInt(*content, &pid) && pid > 0) return;
-            std::this_thread::sleep_for(milliseconds(10));
+        if (Result<pid_t> pid = rig_->AwaitPidFile(); !pid.ok()) {
+            rig_->transcript().Note(pid.error().message() + ": the client runs anyway");
         }
-        rig_->transcript().Note(std::string("no pid in ") + kPidFile + ": the client runs anyway");
     }
 
     // The daemon's pid, known from its first log line; 0 when none came within the step time.
-    pid_t AwaitDaemonPid() {
-        const auto deadline = std::chrono::steady_clock::now() + kDefaultStepTimeout;
-        while (rig_->daemon_pid() == 0 && std::chrono::steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(milliseconds(10));
-        }
-        return rig_->daemon_pid();
-    }
+    pid_t AwaitDaemonPid() { return rig_->AwaitDaemonPid(kDefaultStepTimeout); }
 
     Rig* rig_;
     const ScenarioOrigin* origin_;

@@ -14,7 +14,7 @@
 namespace tarvo_emu {
 
 // Default wait of expect and expect_log steps.
-constexpr std::chrono::milliseconds kDefaultStepTimeout{5000};
+constexpr std::chrono::milliseconds kDefaultStepTimeout = kDefaultWait;
 
 // A rig set up as a scenario's setup says, on which steps are played one at a time: all of a
 // file's by `tarvo-emu run`, each as it is typed by `tarvo-emu console`.

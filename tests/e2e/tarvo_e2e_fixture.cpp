@@ -1,18 +1,15 @@
 #include "tarvo_e2e_fixture.h"
 
-#include <thread>
-
 #include <google/protobuf/text_format.h>
 
 #include <android-base/result.h>
-#include <android-base/strings.h>
 
 void TarvoE2eTest::Start(tarvo_emu::RigOptions options) {
     const bool daemon = options.start_daemon;
     rig_ = std::make_unique<tarvo_emu::Rig>(std::move(options));
     ASSERT_RESULT_OK(rig_->Start());
     if (!daemon) return;
-    ASSERT_TRUE(rig_->WaitForLog(ANDROID_LOG_INFO, "Start modem state monitoring"))
+    ASSERT_TRUE(rig_->log_events().Wait(tarvo_emu::IsDaemonStarted, kTimeout))
         << "the daemon did not start";
 }
 
@@ -22,16 +19,11 @@ void TarvoE2eTest::TearDown() {
 }
 
 void TarvoE2eTest::GoOnline() {
-    ASSERT_NE(rig_->emulator().boot().state(), 4);
-    // The report names the state the monitor saw before, which it may not have read yet.
-    const auto online = [](const tarvo_emu::LogLine& line) {
-        return android::base::StartsWith(line.text, "Modem state changed from ") &&
-               android::base::EndsWith(line.text, " to 4");
-    };
-    const size_t before = rig_->log_events().Count(online);
-    rig_->SetModemState(4);
-    ASSERT_TRUE(rig_->log_events().WaitForCount(online, before + 1, kTimeout))
-        << "the monitor did not report state 4";
+    ASSERT_NE(rig_->emulator().boot().state(), tarvo_emu::kModemOnline);
+    const size_t before = rig_->log_events().Count(tarvo_emu::IsOnlineReport);
+    rig_->SetModemState(tarvo_emu::kModemOnline);
+    ASSERT_TRUE(rig_->log_events().WaitForCount(tarvo_emu::IsOnlineReport, before + 1, kTimeout))
+        << "the monitor did not report the modem online";
 }
 
 std::optional<TarvoE2eTest::Message> TarvoE2eTest::Request(Message request,
@@ -51,16 +43,6 @@ std::optional<TarvoE2eTest::Message> TarvoE2eTest::Request(Message request,
     return ::testing::AssertionFailure()
            << "no log line " << tarvo_emu::PriorityLetter(priority) << " \"" << text << "\" within "
            << timeout.count() << " ms";
-}
-
-std::optional<std::string> TarvoE2eTest::AwaitPidFile() {
-    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-        std::optional<std::string> content = rig_->ReadFile("/data/vendor/radio/tarvo_pid");
-        if (content && !content->empty()) return content;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return std::nullopt;
 }
 
 TarvoE2eTest::Message TarvoE2eTest::Text(const std::string& text) {

@@ -24,12 +24,12 @@
 class TarvoE2eTest : public ::testing::Test {
   protected:
     using Message = tarvo_message::TarvoMessage;
-    static constexpr std::chrono::milliseconds kTimeout = tarvo_emu::Rig::kDefaultTimeout;
+    static constexpr std::chrono::milliseconds kTimeout = tarvo_emu::kDefaultWait;
 
     // Builds the rig and starts the daemon (unless options.start_daemon is false), then waits
     // until its monitor runs. Fatal on failure.
     void Start(tarvo_emu::RigOptions options = {});
-    // Sets state 4 and waits until the monitor reports the change. Fatal on failure.
+    // Brings the modem online and waits until the monitor reports the change. Fatal on failure.
     void GoOnline();
 
     tarvo_emu::Rig& rig() { return *rig_; }
@@ -40,9 +40,6 @@ class TarvoE2eTest : public ::testing::Test {
     // Takes the daemon's next log line with this priority (ANDROID_LOG_*) and exact text.
     ::testing::AssertionResult Logs(int priority, const std::string& text,
                                     std::chrono::milliseconds timeout = kTimeout);
-    // The pid file's content once the server has written it, polled, as no event announces it:
-    // it is created empty and then written, right after the daemon's start.
-    std::optional<std::string> AwaitPidFile();
     // A message in protobuf text format; fails the test when it does not parse.
     static Message Text(const std::string& text);
 
