@@ -60,7 +60,9 @@ test-tsan: deps
 # counters through GCOV_PREFIX, which the sandbox binds writable; stripping the prefix's own
 # components puts them beside the objects, where the host's processes write theirs. The report is
 # $(COVERAGE_BUILD_DIR)/coverage/index.html; its one-line summary is printed and kept in
-# summary.txt there. The suite's result is the target's result.
+# summary.txt there. The suite's result is the target's result, unless gcovr fails or prints no
+# summary, which ends the target with an error. gcovr runs with one worker: with more, gcovr 5.2
+# leaves a directory locked when a file fails to parse, and its other workers wait for it forever.
 COVERAGE_DIR = $(abspath $(COVERAGE_BUILD_DIR))
 coverage: deps
 	cmake -S . -B $(COVERAGE_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DTARVO_COVERAGE=ON
@@ -70,11 +72,14 @@ coverage: deps
 	cd $(COVERAGE_BUILD_DIR) && GCOV_PREFIX=$(COVERAGE_DIR) \
 		GCOV_PREFIX_STRIP=$(words $(subst /, ,$(COVERAGE_DIR))) \
 		ctest --output-on-failure -j$(JOBS); status=$$?; cd $(CURDIR) && \
-	gcovr -r . --object-directory $(COVERAGE_BUILD_DIR) -j$(JOBS) \
+	report=$$(gcovr -r . --object-directory $(COVERAGE_BUILD_DIR) \
 		--filter 'core/' --filter 'service/' --filter 'ril/' --filter 'tput/' --filter 'platform/' \
 		--exclude-unreachable-branches --exclude-throw-branches \
-		--html-details $(COVERAGE_BUILD_DIR)/coverage/index.html --print-summary \
-		| grep -E '^(lines|branches):' | paste -sd' ' | tee $(COVERAGE_BUILD_DIR)/coverage/summary.txt; \
+		--html-details $(COVERAGE_BUILD_DIR)/coverage/index.html --print-summary) || \
+		{ echo "make coverage: gcovr failed (its errors are above)" >&2; exit 1; }; \
+	summary=$$(printf '%s\n' "$$report" | grep -E '^(lines|branches):' | paste -sd' '); \
+	[ -n "$$summary" ] || { echo "make coverage: gcovr printed no summary" >&2; exit 1; }; \
+	echo "$$summary" | tee $(COVERAGE_BUILD_DIR)/coverage/summary.txt; \
 	exit $$status
 
 # Every benchmark against its floor, as one table; the figures also go to build/bench/results.json.

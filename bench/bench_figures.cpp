@@ -20,7 +20,7 @@
 #include <android-base/strings.h>
 
 #include "bench_rig.h"
-#include "cli/tput_command.h"
+#include "cli/tput_measurement.h"
 #include "process/process_usage.h"
 #include "proto/tarvo_message.pb.h"
 #include "rig/rig.h"
@@ -449,20 +449,13 @@ Figures LinearityFigures(const BenchSettings& settings) {
 // `block_size` as fast as they are read.
 Result<double> SelectReadRate(tarvo_emu::Rig& rig, uint64_t block_size, uint64_t reads,
                               bool clear) {
-    tarvo_emu::TestNode& node = rig.emulator().test();
-    node.ResetStats();
-    node.StartDownlink(block_size, 0);
     std::vector<std::string> command = {BenchBinary("tarvo-bench-peer"), "read", "/dev/oem_test",
                                         std::to_string(reads), "--select"};
     if (clear) command.push_back("--clear");
-    const Result<tarvo_emu::ProcessResult> run = rig.Run(command);
-    node.StopDownlink();
-    if (!run.ok()) return Error() << "select reader: " << run.error();
-    const tarvo_emu::TestNode::Downlink down = node.downlink();
-    if (run->status != 0 || down.span.seconds() <= 0) {
-        return Error() << "select reader: " << run->output;
-    }
-    return down.bytes / down.span.seconds();
+    Result<tarvo_emu::NodeRate> rate = MeasureNodeReads(rig, {.block_size = block_size}, command);
+    if (!rate.ok()) return Error() << "select reader: " << rate.error().message();
+    if (rate->seconds <= 0) return Error() << "select reader: no time between its reads";
+    return rate->bytes_per_s();
 }
 
 using NodeRates = std::map<uint64_t, tarvo_emu::NodeRate>;
@@ -526,14 +519,12 @@ Figures DownlinkFigures(const BenchSettings& settings) {
     }
     // What `tarvo-emu tput` measures, and then the select reader in the same rig: the emulator
     // that served the daemon serves its floor.
-    const tarvo_emu::TputCommandOptions options;
-    tarvo_emu::Rig rig(tarvo_emu::TputRigOptions(options));
+    const tarvo_emu::DownlinkSettings downlink;
+    tarvo_emu::Rig rig(tarvo_emu::TputRigOptions(downlink));
     if (Result<void> started = rig.Start(); !started.ok()) return started.error();
-    tarvo_emu::TputReport report;
-    std::string error;
-    if (!tarvo_emu::MeasureTput(rig, options, false, &report, &error)) {
-        return Error() << "throughput test: " << error;
-    }
+    Result<tarvo_emu::TputReport> measured = tarvo_emu::MeasureTput(rig, downlink, false);
+    if (!measured.ok()) return Error() << "throughput test: " << measured.error().message();
+    const tarvo_emu::TputReport& report = *measured;
 
     const double monitor = report.monitor.bytes_per_s();
     std::vector<Figure> figures;
@@ -544,7 +535,7 @@ Figures DownlinkFigures(const BenchSettings& settings) {
 
     // As many reads as the monitor made, so that both sides span the same stretch of time.
     const uint64_t reads = std::clamp<uint64_t>(report.monitor.transfers, 1000, 1000000);
-    Result<double> selecting = SelectReadRate(rig, options.block_size, reads, false);
+    Result<double> selecting = SelectReadRate(rig, downlink.block_size, reads, false);
     if (!selecting.ok()) return selecting.error();
     Figure vs_select = RatioAtLeast("downlink.monitor_read_rate.vs_select_reader", "MB/s",
                                     monitor / 1e6, *selecting / 1e6, 0.9);
@@ -554,7 +545,7 @@ Figures DownlinkFigures(const BenchSettings& settings) {
         static_cast<unsigned long long>(reads));
     figures.push_back(vs_select);
     // The same loop with the monitor's other required step: the clear of its buffer.
-    Result<double> clearing = SelectReadRate(rig, options.block_size, reads, true);
+    Result<double> clearing = SelectReadRate(rig, downlink.block_size, reads, true);
     if (!clearing.ok()) return clearing.error();
     figures.push_back(RatioInfo("downlink.monitor_read_rate.vs_select_clear_reader", "MB/s",
                                 monitor / 1e6, *clearing / 1e6,

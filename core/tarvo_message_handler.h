@@ -76,9 +76,9 @@ class TarvoMessageHandler {
     RequestRecord GetRequestRecord(unsigned int token);
     void RemoveRequestRecord(unsigned int token);
     // One round trip of a request that the caller built: logs `sending` (info), sends the request,
-    // waits for the modem's answer, reads its result into `result` (5 when the answer has none)
-    // and removes the record. Returns SendRequest's status, logged when not 0; `result` is set
-    // only on 0.
+    // waits for the modem's answer, reads its result into `result` (RESULT_FAILURE when the
+    // answer has none) and removes the record. Returns SendRequest's status, logged when not
+    // RESULT_SUCCESS; `result` is set only on RESULT_SUCCESS.
     int AskModem(VekMessage* request, const char* sending, int* result);
     void TputTestStartRequest();
     // The callback is not owned; null unregisters.

@@ -36,7 +36,7 @@ class VekMessage {
     uint32_t GetToken() const;  // 0xFFFFFFFF when absent
     int GetType() const;        // 0 when absent
     int GetMessageId() const;   // the payload case, 0 when none
-    int GetResult() const;      // 5 when absent
+    int GetResult() const;      // RESULT_FAILURE when absent
     bool IsRequest() const;
     bool IsResponse() const;
     bool IsIndication() const;

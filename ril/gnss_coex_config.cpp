@@ -21,7 +21,6 @@ constexpr const char* kConfigPaths[] = {
 // Seconds that each request may spend on a radio that is not available yet.
 constexpr int kRetryBudgetSeconds = 60;
 constexpr uint8_t kEntryFlag = 1;
-constexpr int kFailure = 8;
 
 bool IsNr(const std::string& band) { return band[0] == 'N' || band[0] == 'n'; }
 bool IsLte(const std::string& band) { return band[0] == 'B' || band[0] == 'b'; }
@@ -136,12 +135,12 @@ int LoadGnssCoexConfig() {
     RilRequestHelper* ril = RilRequestHelper::GetInstance();
     if (ril == nullptr) {
         ALOGE("Failed to connect to RIL to send GNSS coex configuration");
-        return kFailure;
+        return kGnssCoexConfigUnavailable;
     }
     std::string text;
     if (!ReadConfig(&text)) {
         ALOGE("Failed to read any GNSS coex configuration file");
-        return kFailure;
+        return kGnssCoexConfigUnavailable;
     }
 
     const GnssCoexTable table = ParseGnssCoexTable(text);
@@ -150,7 +149,7 @@ int LoadGnssCoexConfig() {
     if (table.items.empty() && !table.error) {
         // Nothing but empty lines: there is not even a leading value to send.
         ALOGE("Invalid GNSS coex configuration file");
-        return kFailure;
+        return kGnssCoexConfigUnavailable;
     }
     // Each request's own result does not stop the table: the RIL gets every line it can.
     for (const GnssCoexItem& item : table.items) {
@@ -170,7 +169,7 @@ int LoadGnssCoexConfig() {
         }
     }
     if (table.error) std::rethrow_exception(table.error);
-    return 0;
+    return kGnssCoexConfigLoaded;
 }
 
 }  // namespace tarvo

@@ -45,8 +45,14 @@ struct GnssCoexTable {
 // leading value, each further one a band entry "BAND,PARAM[,BAND,PARAM]".
 GnssCoexTable ParseGnssCoexTable(const std::string& text);
 
+// LoadGnssCoexConfig's statuses: the numbers of the daemon's RESULT_SUCCESS and RESULT_UNAVAILABLE,
+// whose schema the RIL binding does not include.
+constexpr int kGnssCoexConfigLoaded = 0;
+constexpr int kGnssCoexConfigUnavailable = 8;
+
 // Reads the table (the data partition's copy first, then the vendor default) and sends it to the
-// RIL: 0 once read and processed, 8 without a RIL connection or a usable file. A field that holds
+// RIL: kGnssCoexConfigLoaded once read and processed, kGnssCoexConfigUnavailable without a RIL
+// connection or a usable file. A field that holds
 // no number throws std::invalid_argument or std::out_of_range, after the lines before it went out.
 int LoadGnssCoexConfig();
 

@@ -95,13 +95,13 @@ void* RilClientHelperDLImpl::Open(const char* argument) {
 
 int RilClientHelperDLImpl::Close(void* handle) {
     RilLog(ANDROID_LOG_INFO, "%s::%s", "Close");
-    if (library_ == nullptr || handle == nullptr || close_ == nullptr) return 1;
+    if (library_ == nullptr || handle == nullptr || close_ == nullptr) return kStatusUnbound;
     return close_(handle);
 }
 
 int RilClientHelperDLImpl::Reconnect(void* handle) {
     RilLog(ANDROID_LOG_INFO, "%s::%s", "Reconnect");
-    if (library_ == nullptr || reconnect_ == nullptr) return 1;
+    if (library_ == nullptr || reconnect_ == nullptr) return kStatusUnbound;
     return reconnect_(handle);
 }
 
@@ -115,14 +115,14 @@ int RilClientHelperDLImpl::Send(void* handle, unsigned int request, void* data,
                                 unsigned long length, RilResponseCallback callback,
                                 unsigned int selector) {
     RilLog(ANDROID_LOG_INFO, "%s::%s", "Send");
-    if (library_ == nullptr || send_ == nullptr) return 1;
+    if (library_ == nullptr || send_ == nullptr) return kStatusUnbound;
     return send_(handle, request, data, length, callback, selector);
 }
 
 int RilClientHelperDLImpl::RegisterUnsolicitedResponseHandler(void* handle,
                                                               RilUnsolicitedHandler handler) {
     RilLog(ANDROID_LOG_INFO, "%s::%s", "RegisterUnsolicitedResponseHandler");
-    if (library_ == nullptr || register_unsolicited_handler_ == nullptr) return 1;
+    if (library_ == nullptr || register_unsolicited_handler_ == nullptr) return kStatusUnbound;
     return register_unsolicited_handler_(handle, handler);
 }
 
@@ -131,7 +131,7 @@ int RilClientHelperDLImpl::SetIndicationFilter(void* handle, int* filter, unsign
     // Logged at error on every call, as the platform's own client does.
     RilLog(ANDROID_LOG_ERROR, "%s::%s filter=%p size=%zu", "SetIndicationFilter", filter,
            static_cast<size_t>(count));
-    if (library_ == nullptr || set_indication_filter_ == nullptr) return 1;
+    if (library_ == nullptr || set_indication_filter_ == nullptr) return kStatusUnbound;
     return set_indication_filter_(handle, filter, count);
 }
 

@@ -49,6 +49,9 @@ class RilClientHelper {
 // Binds to "libvekril-client.so" with dlopen and dlsym. Logs every call to the radio buffer.
 class RilClientHelperDLImpl : public RilClientHelper {
   public:
+    // The status of a call that has no entry point to go to.
+    static constexpr int kStatusUnbound = 1;
+
     RilClientHelperDLImpl();
     RilClientHelperDLImpl(const RilClientHelperDLImpl&) = delete;
     RilClientHelperDLImpl& operator=(const RilClientHelperDLImpl&) = delete;
@@ -61,7 +64,8 @@ class RilClientHelperDLImpl : public RilClientHelper {
     // The client handle of the latest successful open, or null.
     void* Open() override;
     void* Open(const char* argument) override;
-    // 1 when unbound (or, for Close, without a handle); otherwise the library's result.
+    // kStatusUnbound when unbound (or, for Close, without a handle); otherwise the library's
+    // result.
     int Close(void* handle) override;
     int Reconnect(void* handle) override;
     // Selector 255.

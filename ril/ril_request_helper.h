@@ -36,9 +36,9 @@ class RilRequestHelper {
     RilRequestHelper& operator=(const RilRequestHelper&) = delete;
     virtual ~RilRequestHelper() = default;
 
-    // Sends one request and waits for its answer: the RIL's error code, 44 for a negative budget,
-    // 66 when an attempt went unanswered. Only "radio not available" (1) is tried again, 5 s
-    // later, while the budget in seconds lasts; a budget of 0 has no end.
+    // Sends one request and waits for its answer: the RIL's error code, kInvalidArguments for a
+    // negative budget, kNoAnswer when an attempt went unanswered. Only kRadioNotAvailable is
+    // tried again, 5 s later, while the budget in seconds lasts; a budget of 0 has no end.
     int Send(unsigned int request, void* data, unsigned long length, int timeoutSeconds);
 
     // The library's response callback.
@@ -48,7 +48,7 @@ class RilRequestHelper {
   private:
     RilRequestHelper(RilClientHelper* client, Pause pause);
 
-    // One attempt: the RIL's code, or 66 after 5 seconds without an answer.
+    // One attempt: the RIL's code, or kNoAnswer after 5 seconds without an answer.
     int Attempt(unsigned int request, void* data, unsigned long length);
     void OnResponse(int error);
 

@@ -21,7 +21,7 @@ import time
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 # Not tests of the daemon's behaviour, or minutes long with nothing a fault here would change.
 EXCLUDED = re.compile(r"^(bench\.|fuzz\.|format$|tput\.command$)")
-TEST_BINARIES = {"tarvo_unit_tests", "tarvo_e2e_tests", "tarvo-emu"}
+TEST_BINARIES = {"tarvo_unit_tests", "tarvo_e2e_tests", "tarvo_emulator_tests", "tarvo-emu"}
 
 
 class Mutant:
@@ -112,6 +112,11 @@ def play(mutant, source_dir, build_dir, binaries, args):
         original = f.read()
     if original.count(mutant.old) != 1:
         return "stale", f"text found {original.count(mutant.old)} times"
+    # A suite renamed or moved into scenarios leaves an alternative that selects nothing.
+    unmatched = [part for part in mutant.tests.split("|")
+                 if not any(re.search(part, name) for name in binaries)]
+    if unmatched:
+        return "stale", "no test matches " + ", ".join(unmatched)
     selected = sorted(name for name in binaries
                       if re.search(mutant.tests, name) and not EXCLUDED.search(name))
     if not selected:

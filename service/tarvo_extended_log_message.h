@@ -9,7 +9,7 @@ class TarvoExtendedLogMessage : public TarvoPayloadMessage {
   public:
     explicit TarvoExtendedLogMessage(tarvo_message::TarvoMessageType type);
 
-    // Selects the (empty) request. 0.
+    // Selects the (empty) request. RESULT_SUCCESS.
     unsigned int FillRequest();
 };
 

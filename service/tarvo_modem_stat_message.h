@@ -12,9 +12,10 @@ class TarvoModemStatMessage : public TarvoPayloadMessage {
     explicit TarvoModemStatMessage(tarvo_message::TarvoMessageType type);
 
     // Selects the enable request for `module`. `v` goes out only when it is 0 or more and `t`
-    // only when it is not 0: -1 and 0 mean "not configured". 0, or 2 for an empty module.
+    // only when it is not 0: -1 and 0 mean "not configured". RESULT_SUCCESS, or RESULT_INVALID
+    // for an empty module.
     unsigned int FillEnableRequest(std::string module, int v, unsigned int t);
-    // Selects the (empty) report request. 0.
+    // Selects the (empty) report request. RESULT_SUCCESS.
     unsigned int FillReportRequest();
 };
 

@@ -12,9 +12,6 @@ TarvoPayloadMessage::TarvoPayloadMessage(PayloadCase id, tarvo_message::TarvoMes
     }
 }
 
-TarvoPayloadMessage::TarvoPayloadMessage(std::unique_ptr<VekMessage> message)
-    : message_(std::move(message)) {}
-
 tarvo_message::TarvoMessage* TarvoPayloadMessage::Envelope() const {
     return message_ ? message_->GetTarvoMessage() : nullptr;
 }

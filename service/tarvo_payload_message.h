@@ -20,8 +20,6 @@ class TarvoPayloadMessage {
   protected:
     TarvoPayloadMessage(PayloadCase id, tarvo_message::TarvoMessageType type,
                         const VekMessage* request = nullptr);
-    // Takes a received message as it is.
-    explicit TarvoPayloadMessage(std::unique_ptr<VekMessage> message);
 
     // Null when no message is owned.
     tarvo_message::TarvoMessage* Envelope() const;

@@ -93,6 +93,10 @@ unsigned int TarvoServiceHandler::OnReceiveIndication(VekMessage* indication) {
     }
 }
 
+// The GNSS coex loader's statuses are returned as the other commands' statuses are.
+static_assert(kGnssCoexConfigLoaded == tarvo_message::RESULT_SUCCESS);
+static_assert(kGnssCoexConfigUnavailable == tarvo_message::RESULT_UNAVAILABLE);
+
 unsigned int TarvoServiceHandler::SendServiceRequest(unsigned int command) {
     switch (command) {
         case TarvoMessageHandler::kModemStatReport:

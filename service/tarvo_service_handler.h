@@ -28,12 +28,12 @@ class TarvoServiceHandler {
 
     // Property read or write (message id 7), temperature readings for the thermal driver (10),
     // UE-capability file read (12). Each sends its own response(s) and returns the send status,
-    // or 2 when the request cannot be handled.
+    // or RESULT_INVALID when the request cannot be handled.
     unsigned int OnReceivePropertyRequest(VekMessage* request);
     unsigned int OnReceiveModemTemperatureRequest(VekMessage* request);
     unsigned int OnReceiveUecapFileReadRequest(VekMessage* request);
-    // Reads up to read_size bytes of the requested UE-capability file: 0 with the buffer handed
-    // over, or 8 with none.
+    // Reads up to read_size bytes of the requested UE-capability file: RESULT_SUCCESS with the
+    // buffer handed over, or RESULT_UNAVAILABLE with none.
     unsigned int TryUecapFileRead(VekMessage* request, std::unique_ptr<char[]>* buffer,
                                   uint32_t* size);
 
@@ -41,10 +41,11 @@ class TarvoServiceHandler {
     static constexpr unsigned int kStatusModemRefused = 9;
 
     // Modem statistics (payload 5). The configuration loader sends one enable request per
-    // configured module: 0 once a configuration file was read, 8 when there is none. The requests
-    // return 3 when the modem is not online, the send's status, 9 when the modem refused an enable
-    // (a refused report still returns 0), 0 when it agreed. A report piece is stored in the dump
-    // file: 2 when the message is not one, else 0.
+    // configured module: RESULT_SUCCESS once a configuration file was read, RESULT_UNAVAILABLE
+    // when there is none. The requests return kStatusModemOffline when the modem is not online,
+    // the send's status, kStatusModemRefused when the modem refused an enable (a refused report
+    // still returns RESULT_SUCCESS), RESULT_SUCCESS when it agreed. A report piece is stored in
+    // the dump file: RESULT_INVALID when the message is not one, else RESULT_SUCCESS.
     unsigned int LoadDebugStatConfig();
     void LoadDebugStatModuleConfig(const std::string& entry);
     unsigned int SendModemStatEnableRequest(std::string module, int v, unsigned int t);
@@ -52,14 +53,15 @@ class TarvoServiceHandler {
     unsigned int OnReceiveModemStatReportIndication(VekMessage* indication);
 
     // Extended log (payload 6). The request returns as the enable requests do; a piece is appended
-    // to its log file with a time stamp: 2 when the message is not one, 8 when the file cannot be
-    // opened, else 0.
+    // to its log file with a time stamp: RESULT_INVALID when the message is not one,
+    // RESULT_UNAVAILABLE when the file cannot be opened, else RESULT_SUCCESS.
     unsigned int SendExtendedLogRequest();
     unsigned int OnReceiveExtendedLogIndication(VekMessage* indication);
 
-    // Userspace log (payload 8). One enable request per configured name: 3 when the modem is not
-    // online, else 0. One request returns the send's status, 9 when refused, 0 when agreed. A line
-    // from the modem is printed to the log: 2 when the message is not one, else 0.
+    // Userspace log (payload 8). One enable request per configured name: kStatusModemOffline
+    // when the modem is not online, else RESULT_SUCCESS. One request returns the send's status,
+    // kStatusModemRefused when refused, RESULT_SUCCESS when agreed. A line from the modem is
+    // printed to the log: RESULT_INVALID when the message is not one, else RESULT_SUCCESS.
     unsigned int SendUserspaceLogEnableRequest();
     unsigned int SendUserspaceLogEnableRequestMessage(std::string name);
     unsigned int OnReceiveUserspaceLogIndication(VekMessage* indication);
@@ -68,11 +70,12 @@ class TarvoServiceHandler {
     // Logs "Modem is not online" when it is not.
     bool CheckModemOnline();
     // Sends the filled request, waits for the modem's answer and logs the outcome in the family's
-    // words: the send's status, 9 when the modem refused, 0 when it agreed.
+    // words: the send's status, kStatusModemRefused when the modem refused, RESULT_SUCCESS when
+    // it agreed.
     unsigned int RequestOfModem(TarvoPayloadMessage* request, const ModemRequestTexts& texts);
 
-    // Sends `response` with the envelope result 5 and returns 8, the status of a failure that the
-    // modem was told of; the send's own status is not returned.
+    // Sends `response` with the envelope result RESULT_FAILURE and returns RESULT_UNAVAILABLE,
+    // the status of a failure that the modem was told of; the send's own status is not returned.
     unsigned int AnswerFailure(TarvoPayloadMessage* response);
 
     // Modem file transfers (message id 9).

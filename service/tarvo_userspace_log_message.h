@@ -11,8 +11,8 @@ class TarvoUserspaceLogMessage : public TarvoPayloadMessage {
   public:
     explicit TarvoUserspaceLogMessage(tarvo_message::TarvoMessageType type);
 
-    // Selects the enable request for `name`. 0, or 2 for an empty name, which leaves the
-    // payload unset.
+    // Selects the enable request for `name`. RESULT_SUCCESS, or RESULT_INVALID for an empty
+    // name, which leaves the payload unset.
     unsigned int FillEnableRequest(std::string name);
 };
 

@@ -58,9 +58,13 @@ TarvoTestHandler::TarvoTestHandler(TarvoMessageHandler* handler) : handler_(hand
 TarvoTestHandler::~TarvoTestHandler() = default;
 
 int TarvoTestHandler::TputTestStart() {
-    if (TputDLTestRun(kTestChannel) != 0) ALOGE("Failed to run DL tput test");
-    if (TputULTestRun(kTestChannel) != 0) ALOGE("Failed to run UL tput test");
-    return 0;
+    if (TputDLTestRun(kTestChannel) != tarvo_message::RESULT_SUCCESS) {
+        ALOGE("Failed to run DL tput test");
+    }
+    if (TputULTestRun(kTestChannel) != tarvo_message::RESULT_SUCCESS) {
+        ALOGE("Failed to run UL tput test");
+    }
+    return tarvo_message::RESULT_SUCCESS;
 }
 
 int TarvoTestHandler::TputDLTestRun(const std::string& channel) {

@@ -47,14 +47,16 @@ class TarvoTestHandler {
     TarvoTestHandler& operator=(const TarvoTestHandler&) = delete;
     virtual ~TarvoTestHandler();
 
-    // The downlink test, then the uplink test. Always 0.
+    // The downlink test, then the uplink test. Always RESULT_SUCCESS.
     int TputTestStart();
-    // 0, 7 when the modem could not be asked, 8 when the monitor did not start.
+    // RESULT_SUCCESS, RESULT_IO_ERROR when the modem could not be asked, RESULT_UNAVAILABLE
+    // when the monitor did not start.
     int TputDLTestRun(const std::string& channel);
-    // 0, 7 when the modem could not be asked, 8 when the pump did not start.
+    // RESULT_SUCCESS, RESULT_IO_ERROR when the modem could not be asked, RESULT_UNAVAILABLE
+    // when the pump did not start.
     int TputULTestRun(const std::string& channel);
-    // 0 once answered (whatever the answer), 3 when the modem is offline, else SendRequest's
-    // status.
+    // RESULT_SUCCESS once answered (whatever the answer), kStatusModemOffline when the modem is
+    // offline, else SendRequest's status.
     int SendTarvoTestRequest(bool downlink, bool stop, int param_a, int param_b, int param_c);
     // Samples the bytes received every 100 ms for `seconds`.
     void WaitForTputResponse(int seconds);

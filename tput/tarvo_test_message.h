@@ -8,12 +8,10 @@ namespace tarvo {
 class TarvoTestMessage : public TarvoPayloadMessage {
   public:
     explicit TarvoTestMessage(tarvo_message::TarvoMessageType type);
-    // Takes its own copy of a received message; holds none when `received` is null.
-    explicit TarvoTestMessage(const VekMessage* received);
 
     // Selects the throughput request, replacing any other payload, and sets all five fields,
-    // zeros included. 2 when no message is held, else 0.
-    int FillTputTestRequest(bool downlink, bool stop, int param_a, int param_b, int param_c);
+    // zeros included.
+    void FillTputTestRequest(bool downlink, bool stop, int param_a, int param_b, int param_c);
 };
 
 }  // namespace tarvo

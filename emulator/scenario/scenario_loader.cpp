@@ -3,8 +3,9 @@
 #include <google/protobuf/io/tokenizer.h>
 #include <google/protobuf/text_format.h>
 
+#include <fmt/format.h>
+
 #include <android-base/file.h>
-#include <android-base/stringprintf.h>
 
 using android::base::ErrnoError;
 using android::base::Error;
@@ -19,8 +20,7 @@ namespace {
 class ErrorCollector : public google::protobuf::io::ErrorCollector {
   public:
     void AddError(int line, int column, const std::string& message) override {
-        errors += android::base::StringPrintf("line %d column %d: %s\n", line + 1, column + 1,
-                                              message.c_str());
+        errors += fmt::format("line {} column {}: {}\n", line + 1, column + 1, message);
     }
     std::string errors;
 };

@@ -9,17 +9,14 @@
 #include "rig/rig.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/scenario_loader.h"
-#include "scenario/scenario_recorder.h"
 
 namespace tarvo_emu {
 
-// Default wait of expect and expect_log steps.
-constexpr std::chrono::milliseconds kDefaultStepTimeout = kDefaultWait;
+class ScenarioRecorder;
+class StepPlayer;
 
 // A rig set up as a scenario's setup says, on which steps are played one at a time: all of a
 // file's by `tarvo-emu run`, each as it is typed by `tarvo-emu console`.
-class StepPlayer;
-
 class ScenarioSession {
   public:
     // `origin`, when given, names the file and lines of the steps played by index.

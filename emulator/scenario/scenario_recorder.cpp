@@ -7,12 +7,11 @@
 #include <google/protobuf/text_format.h>
 
 #include <android-base/file.h>
-#include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 
 #include "peers/transcript.h"
-#include "scenario/scenario_player.h"
 #include "scenario/step_text.h"
+#include "scenario/step_wait.h"
 
 using android::base::ErrnoError;
 using android::base::Result;

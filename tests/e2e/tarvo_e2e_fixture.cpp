@@ -5,10 +5,8 @@
 #include <android-base/result.h>
 
 void TarvoE2eTest::Start(tarvo_emu::RigOptions options) {
-    const bool daemon = options.start_daemon;
     rig_ = std::make_unique<tarvo_emu::Rig>(std::move(options));
     ASSERT_RESULT_OK(rig_->Start());
-    if (!daemon) return;
     ASSERT_TRUE(rig_->log_events().Wait(tarvo_emu::IsDaemonStarted, kTimeout))
         << "the daemon did not start";
 }

@@ -26,8 +26,7 @@ class TarvoE2eTest : public ::testing::Test {
     using Message = tarvo_message::TarvoMessage;
     static constexpr std::chrono::milliseconds kTimeout = tarvo_emu::kDefaultWait;
 
-    // Builds the rig and starts the daemon (unless options.start_daemon is false), then waits
-    // until its monitor runs. Fatal on failure.
+    // Builds the rig and starts the daemon, then waits until its monitor runs. Fatal on failure.
     void Start(tarvo_emu::RigOptions options = {});
     // Brings the modem online and waits until the monitor reports the change. Fatal on failure.
     void GoOnline();

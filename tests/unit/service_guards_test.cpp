@@ -11,7 +11,6 @@
 #include "tarvo_message_handler.h"
 #include "tarvo_modem_stat_message.h"
 #include "tarvo_service_handler.h"
-#include "tarvo_test_message.h"
 #include "vek_message.h"
 
 namespace tarvo {
@@ -64,8 +63,6 @@ TEST(ServiceGuardsTest, RequestsNeedTheirMessageAndModule) {
     TarvoModemStatMessage enable(tarvo_message::REQUEST);
     EXPECT_EQ(enable.FillEnableRequest("", 1, 1), kInvalid);
     EXPECT_TRUE(log.Contains(ANDROID_LOG_ERROR, "Input module is empty"));
-    TarvoTestMessage no_message(static_cast<const VekMessage*>(nullptr));
-    EXPECT_EQ(no_message.FillTputTestRequest(true, false, 0, 0, 0), static_cast<int>(kInvalid));
     EXPECT_EQ(ModemTputMonitor::MakeInstance(nullptr), nullptr);
 }
 

@@ -1,6 +1,5 @@
 #include "vek_io_channel.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,17 +15,13 @@
 #include <android-base/unique_fd.h>
 #include <gtest/gtest.h>
 
+#include "process/process_usage.h"
+
 namespace tarvo {
 
 namespace {
 
-int OpenDescriptors() {
-    int count = 0;
-    DIR* dir = opendir("/proc/self/fd");
-    while (dirent* entry = readdir(dir)) count += entry->d_name[0] != '.';
-    closedir(dir);
-    return count;
-}
+size_t OpenDescriptors() { return tarvo_emu::ReadProcessUsage(getpid()).value().descriptors; }
 
 // Small enough that a pipe delivers each one in a single piece.
 struct Record {
@@ -59,7 +54,7 @@ TEST(VekIoChannelTest, ReopeningWhileOthersSendLeaksNothingAndLosesNoMessage) {
             received.push_back(record);
         }
     });
-    const int descriptors_before = OpenDescriptors();
+    const size_t descriptors_before = OpenDescriptors();
 
     VekIoChannel channel;
     channel.SetChannel(fifo);

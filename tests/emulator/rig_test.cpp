@@ -11,24 +11,33 @@
 #include <future>
 #include <string>
 
+#include <android/log.h>
 #include <google/protobuf/text_format.h>
 
 #include <android-base/file.h>
 #include <android-base/result.h>
 #include <android-base/unique_fd.h>
 
+#include "idle_rig_test.h"
+#include "proto/tarvo_message.pb.h"
 #include "scenario/scenario_player.h"
-#include "tarvo_e2e_fixture.h"
 
 using android::base::unique_fd;
 using std::chrono::milliseconds;
 
 namespace {
 
-class EmulatorTest : public TarvoE2eTest {
-  protected:
-    void SetUp() override { ASSERT_NO_FATAL_FAILURE(Start({.start_daemon = false})); }
+using Message = tarvo_message::TarvoMessage;
 
+// A message in protobuf text format; fails the test when it does not parse.
+Message Text(const std::string& text) {
+    Message message;
+    EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &message)) << text;
+    return message;
+}
+
+class EmulatorTest : public IdleRigTest {
+  protected:
     unique_fd OpenNode(const char* name, int flags = O_RDWR) {
         return unique_fd(open(rig().emulator().PathOf(name).c_str(), flags | O_CLOEXEC));
     }

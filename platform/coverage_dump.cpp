@@ -6,7 +6,7 @@
 
 extern "C" void __gcov_dump(void);
 
-namespace tarvo_emu {
+namespace tarvo {
 namespace {
 
 void DumpCountersAndExit(int /*signal*/) {
@@ -20,4 +20,4 @@ void DumpCountersAndExit(int /*signal*/) {
 }();
 
 }  // namespace
-}  // namespace tarvo_emu
+}  // namespace tarvo

@@ -12,9 +12,9 @@
 
 #include <android-base/unique_fd.h>
 
+#include "idle_rig_test.h"
 #include "log_capture.h"
 #include "modem_tput_monitor.h"
-#include "tarvo_e2e_fixture.h"
 #include "tarvo_test_handler.h"
 
 namespace tarvo {
@@ -25,10 +25,8 @@ using std::chrono::steady_clock;
 
 namespace {
 
-class TputNodeTest : public TarvoE2eTest {
+class TputNodeTest : public IdleRigTest {
   protected:
-    void SetUp() override { ASSERT_NO_FATAL_FAILURE(Start({.start_daemon = false})); }
-
     tarvo_emu::TestNode& node() { return rig().emulator().test(); }
     std::string path() { return rig().emulator().PathOf("oem_test"); }
     int Opens() {
@@ -43,7 +41,8 @@ class TputNodeTest : public TarvoE2eTest {
     }
 
     // Checks `done` until it holds or `timeout` passes; nothing announces these changes.
-    static bool Eventually(const std::function<bool()>& done, milliseconds timeout = kTimeout) {
+    static bool Eventually(const std::function<bool()>& done,
+                           milliseconds timeout = tarvo_emu::kDefaultWait) {
         const auto deadline = steady_clock::now() + timeout;
         while (!done()) {
             if (steady_clock::now() > deadline) return false;

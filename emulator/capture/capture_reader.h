@@ -1,0 +1,26 @@
+#pragma once
+
+#include <istream>
+#include <ostream>
+
+#include <android-base/result.h>
+
+#include "capture/capture.h"
+#include "capture/strace_reader.h"
+
+namespace tarvo_emu {
+
+// Reads a capture in whichever form it is, told by its first line: the rig's transcript, plain
+// hex (one message a line), or strace's output.
+android::base::Result<Capture> ReadCapture(std::istream& in, const StraceOptions& options);
+
+// Prints a capture as the transcript shows a session: seconds, direction, message in text
+// format (or its bytes, when they do not parse), and the events between messages. With `full`
+// every payload is shown whole.
+void PrintCapture(const Capture& capture, std::ostream& out, bool full);
+
+// How the transcript labels and shows one event: a message in text format, raw bytes, a fault,
+// a state, a signal, a log line.
+std::pair<std::string, std::string> DescribeEvent(const CaptureEvent& event, bool full);
+
+}  // namespace tarvo_emu

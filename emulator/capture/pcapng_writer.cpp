@@ -1,0 +1,241 @@
+#include "capture/pcapng_writer.h"
+
+#include <time.h>
+
+#include <cerrno>
+#include <cmath>
+
+#include <android-base/stringprintf.h>
+
+#include "capture/capture_reader.h"
+
+using android::base::ErrnoError;
+using android::base::Result;
+
+namespace tarvo_emu {
+
+namespace {
+
+// Block types and options of pcapng.
+constexpr uint32_t kSectionHeader = 0x0a0d0d0a;
+constexpr uint32_t kByteOrderMagic = 0x1a2b3c4d;
+constexpr uint32_t kInterfaceDescription = 1;
+constexpr uint32_t kNameResolution = 4;
+constexpr uint32_t kEnhancedPacket = 6;
+constexpr uint16_t kOptionEnd = 0;
+constexpr uint16_t kOptionComment = 1;
+constexpr uint16_t kOptionFlags = 2;
+constexpr uint16_t kNameRecordIpv4 = 1;
+// LINKTYPE_WIRESHARK_UPPER_PDU: each packet names the dissector that reads it.
+constexpr uint16_t kLinkTypeUpperPdu = 252;
+constexpr uint32_t kFlagInbound = 1;
+constexpr uint32_t kFlagOutbound = 2;
+
+// Tags of an exported PDU, big-endian: the dissector by name, the addresses and ports.
+constexpr uint16_t kTagEnd = 0;
+constexpr uint16_t kTagProtocolName = 12;
+constexpr uint16_t kTagIpv4Source = 20;
+constexpr uint16_t kTagIpv4Destination = 21;
+constexpr uint16_t kTagPortType = 24;
+constexpr uint16_t kTagSourcePort = 25;
+constexpr uint16_t kTagDestinationPort = 26;
+constexpr uint32_t kPortTypeUdp = 3;
+
+// Loopback addresses that stand for the two ends; nothing is sent to them.
+constexpr uint8_t kModemAddress[4] = {127, 0, 0, 1};
+constexpr uint8_t kDaemonAddress[4] = {127, 0, 0, 2};
+
+void Put16(std::string* out, uint16_t value) { out->append(reinterpret_cast<char*>(&value), 2); }
+void Put32(std::string* out, uint32_t value) { out->append(reinterpret_cast<char*>(&value), 4); }
+
+void PadTo4(std::string* out) { out->append((4 - out->size() % 4) % 4, '\0'); }
+
+void PutOption(std::string* out, uint16_t code, std::string_view value) {
+    Put16(out, code);
+    Put16(out, static_cast<uint16_t>(value.size()));
+    out->append(value);
+    PadTo4(out);
+}
+
+void PutTag(std::string* out, uint16_t tag, std::string_view value) {
+    out->push_back(static_cast<char>(tag >> 8));
+    out->push_back(static_cast<char>(tag & 0xff));
+    out->push_back(static_cast<char>(value.size() >> 8));
+    out->push_back(static_cast<char>(value.size() & 0xff));
+    out->append(value);
+}
+
+std::string BigEndian32(uint32_t value) {
+    return {static_cast<char>(value >> 24), static_cast<char>(value >> 16 & 0xff),
+            static_cast<char>(value >> 8 & 0xff), static_cast<char>(value & 0xff)};
+}
+
+// The dissector's name, padded with zeros to a multiple of four as Wireshark writes it.
+std::string ProtocolName(std::string name) {
+    name.append(4 - name.size() % 4, '\0');
+    return name;
+}
+
+std::string Address(const uint8_t (&address)[4]) {
+    return std::string(reinterpret_cast<const char*>(address), 4);
+}
+
+}  // namespace
+
+Result<std::unique_ptr<PcapngWriter>> PcapngWriter::Open(const std::string& path) {
+    FILE* file = fopen(path.c_str(), "we");
+    if (file == nullptr) return ErrnoError() << "cannot write " << path;
+    std::unique_ptr<PcapngWriter> writer(new PcapngWriter(file, path));
+
+    std::string section;
+    Put32(&section, kByteOrderMagic);
+    Put16(&section, 1);  // version 1.0
+    Put16(&section, 0);
+    Put32(&section, 0xffffffff);  // section length not given
+    Put32(&section, 0xffffffff);
+    writer->Block(kSectionHeader, section);
+
+    std::string interface;
+    Put16(&interface, kLinkTypeUpperPdu);
+    Put16(&interface, 0);
+    Put32(&interface, 0);  // no snapshot length: messages are up to 65,568 bytes
+    writer->Block(kInterfaceDescription, interface);
+
+    std::string names;
+    for (const auto& [address, name] : {std::pair{Address(kModemAddress), "modem"},
+                                        std::pair{Address(kDaemonAddress), "tarvo"}}) {
+        PutOption(&names, kNameRecordIpv4, address + name + '\0');
+    }
+    Put32(&names, kOptionEnd);
+    writer->Block(kNameResolution, names);
+    return writer;
+}
+
+PcapngWriter::~PcapngWriter() {
+    if (file_ != nullptr) fclose(file_);
+}
+
+void PcapngWriter::Message(bool to_daemon, std::string_view bytes, double time,
+                           const std::string& comment) {
+    std::string pdu;
+    PutTag(&pdu, kTagProtocolName, ProtocolName("protobuf"));
+    const std::string modem = Address(kModemAddress);
+    const std::string daemon = Address(kDaemonAddress);
+    PutTag(&pdu, kTagIpv4Source, to_daemon ? modem : daemon);
+    PutTag(&pdu, kTagIpv4Destination, to_daemon ? daemon : modem);
+    PutTag(&pdu, kTagPortType, BigEndian32(kPortTypeUdp));
+    PutTag(&pdu, kTagSourcePort, BigEndian32(to_daemon ? kModemPort : kDaemonPort));
+    PutTag(&pdu, kTagDestinationPort, BigEndian32(to_daemon ? kDaemonPort : kModemPort));
+    PutTag(&pdu, kTagEnd, {});
+    pdu.append(bytes);
+    Packet(pdu, to_daemon ? kFlagInbound : kFlagOutbound, time, comment);
+}
+
+void PcapngWriter::Log(const LogLine& line, double time) {
+    // logcat's threadtime form: "MM-DD HH:MM:SS.mmm  PID  TID P TAG: text".
+    const time_t seconds = static_cast<time_t>(std::floor(time));
+    struct tm utc = {};
+    gmtime_r(&seconds, &utc);
+    char stamp[32];
+    strftime(stamp, sizeof(stamp), "%m-%d %H:%M:%S", &utc);
+    const int millis = static_cast<int>((time - std::floor(time)) * 1000);
+    std::string pdu;
+    PutTag(&pdu, kTagProtocolName, ProtocolName("logcat_text_threadtime"));
+    PutTag(&pdu, kTagEnd, {});
+    pdu += android::base::StringPrintf("%s.%03d %5d %5d %c %s: %s\n", stamp, millis, line.pid,
+                                       line.tid, PriorityLetter(line.priority), line.tag.c_str(),
+                                       line.text.c_str());
+    Packet(pdu, 0, time, {});
+}
+
+void PcapngWriter::Packet(const std::string& pdu, uint32_t flags, double time,
+                          const std::string& comment) {
+    const uint64_t micros = static_cast<uint64_t>(std::llround(time * 1e6));
+    std::string body;
+    Put32(&body, 0);  // interface 0
+    Put32(&body, static_cast<uint32_t>(micros >> 32));
+    Put32(&body, static_cast<uint32_t>(micros & 0xffffffff));
+    Put32(&body, static_cast<uint32_t>(pdu.size()));
+    Put32(&body, static_cast<uint32_t>(pdu.size()));
+    body += pdu;
+    PadTo4(&body);
+    if (flags != 0) {
+        std::string value;
+        Put32(&value, flags);
+        PutOption(&body, kOptionFlags, value);
+    }
+    if (!comment.empty()) PutOption(&body, kOptionComment, comment);
+    Put32(&body, kOptionEnd);
+    std::lock_guard<std::mutex> lock(mutex_);
+    Block(kEnhancedPacket, body);
+}
+
+void PcapngWriter::Block(uint32_t type, const std::string& body) {
+    const uint32_t length = static_cast<uint32_t>(body.size() + 12);
+    std::string block;
+    Put32(&block, type);
+    Put32(&block, length);
+    block += body;
+    Put32(&block, length);
+    fwrite(block.data(), 1, block.size(), file_);
+}
+
+Result<void> PcapngWriter::Close() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const bool failed = ferror(file_) != 0;
+    const int closed = fclose(file_);
+    file_ = nullptr;
+    if (failed || closed != 0) return ErrnoError() << "cannot write " << path_;
+    return {};
+}
+
+std::string TsharkCommand(const std::string& proto_dir, const std::string& file) {
+    return "tshark -r " + file + " -o 'uat:protobuf_search_paths:\"" + proto_dir +
+           "\",\"TRUE\"' -o 'uat:protobuf_udp_message_types:\"40001-40002\","
+           "\"tarvo_message.TarvoMessage\"' -o protobuf.preload_protos:TRUE "
+           "-o protobuf.pbf_as_hf:TRUE -N n -V -O protobuf";
+}
+
+Result<void> WritePcapng(const Capture& capture, const std::string& path) {
+    Result<std::unique_ptr<PcapngWriter>> writer = PcapngWriter::Open(path);
+    if (!writer.ok()) return writer.error();
+    const double epoch = capture.epoch.value_or(0);
+    double last = 0;
+    using Kind = CaptureEvent::Kind;
+    for (const CaptureEvent& event : capture.events) {
+        // Events of a capture without times keep their order a microsecond apart.
+        last = event.time ? *event.time : last + 1e-6;
+        const double time = epoch + last;
+        switch (event.kind) {
+            case Kind::kToDaemon:
+            case Kind::kFromDaemon:
+                (*writer)->Message(event.kind == Kind::kToDaemon, event.bytes, time);
+                break;
+            case Kind::kReadError:
+            case Kind::kEndOfFile:
+            case Kind::kHangUp:
+                (*writer)->Message(true, {}, time, DescribeEvent(event, false).second);
+                break;
+            case Kind::kWriteError:
+                (*writer)->Message(false, {}, time, DescribeEvent(event, false).second);
+                break;
+            case Kind::kLog:
+                (*writer)->Log(event.log, time);
+                break;
+            case Kind::kModemState:
+            case Kind::kSignal:
+            case Kind::kNote: {
+                // Shown in the timeline as the rig's own line.
+                LogLine line;
+                line.priority = 4;
+                line.tag = "tarvo-emu";
+                line.text = DescribeEvent(event, false).second;
+                (*writer)->Log(line, time);
+                break;
+            }
+        }
+    }
+    return (*writer)->Close();
+}
+
+}  // namespace tarvo_emu

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include <android-base/result.h>
+
+#include "capture/capture.h"
+#include "process/log_line.h"
+
+namespace tarvo_emu {
+
+// Writes a session as a pcapng file that Wireshark reads with the message schema: each message
+// is a packet of link type 252 (exported PDU) whose tags name the `protobuf` dissector and a UDP
+// port pair (40001 the modem, 40002 the daemon), addresses that a name resolution block calls
+// "modem" and "tarvo", and the direction in the packet's flags; log lines are packets for the
+// `logcat_text_threadtime` dissector in the same timeline. Safe to call from several threads.
+class PcapngWriter {
+  public:
+    static constexpr uint16_t kModemPort = 40001;
+    static constexpr uint16_t kDaemonPort = 40002;
+
+    static android::base::Result<std::unique_ptr<PcapngWriter>> Open(const std::string& path);
+    ~PcapngWriter();
+
+    // One message, its bytes as they were (parsed or not), at `time` (Unix seconds). A fault
+    // is a message of no bytes whose `comment` says what happened.
+    void Message(bool to_daemon, std::string_view bytes, double time,
+                 const std::string& comment = {});
+    void Log(const LogLine& line, double time);
+    // Flushes and closes; an error when anything could not be written.
+    android::base::Result<void> Close();
+
+  private:
+    PcapngWriter(FILE* file, std::string path) : file_(file), path_(std::move(path)) {}
+    void Packet(const std::string& pdu, uint32_t flags, double time, const std::string& comment);
+    void Block(uint32_t type, const std::string& body);
+
+    std::mutex mutex_;
+    FILE* file_;
+    std::string path_;
+};
+
+// The tshark command line that decodes such a file with the schema in `proto_dir`.
+std::string TsharkCommand(const std::string& proto_dir, const std::string& file);
+
+// Writes a whole capture; times without a date start at the Unix epoch.
+android::base::Result<void> WritePcapng(const Capture& capture, const std::string& path);
+
+}  // namespace tarvo_emu

@@ -1,0 +1,443 @@
+#include "capture/strace_reader.h"
+
+#include <signal.h>
+#include <string.h>
+
+#include <vector>
+
+#include <android-base/parseint.h>
+#include <android-base/stringprintf.h>
+#include <android-base/strings.h>
+
+using android::base::Error;
+using android::base::Result;
+
+namespace tarvo_emu {
+
+namespace {
+
+// The boot node's status ioctl, as strace names it and as a number.
+constexpr char kStatusIoctl[] = "_IOC(_IOC_NONE, 0x6f, 0x27, 0)";
+constexpr char kStatusIoctlNumber[] = "0x6f27";
+constexpr char kUnfinished[] = "<unfinished ...>";
+constexpr char kResumed[] = " resumed>";
+constexpr char kCutAdvice[] = "capture with -s 70000";
+constexpr double kSecondsPerDay = 24 * 60 * 60;
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+int HexValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+std::string_view TrimView(std::string_view text) {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r')) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+// The next space-separated word of `*text`, taken off it.
+std::string_view TakeWord(std::string_view* text) {
+    *text = TrimView(*text);
+    const size_t end = std::min(text->find(' '), text->size());
+    std::string_view word = text->substr(0, end);
+    text->remove_prefix(end);
+    *text = TrimView(*text);
+    return word;
+}
+
+// Where the quoted string starting at `at` ends (after the closing quote), or npos.
+size_t SkipQuoted(std::string_view text, size_t at) {
+    for (size_t i = at + 1; i < text.size(); ++i) {
+        if (text[i] == '\\') {
+            ++i;
+        } else if (text[i] == '"') {
+            return i + 1;
+        }
+    }
+    return std::string_view::npos;
+}
+
+// The arguments of a call, from after its opening parenthesis; `*close` is set to the matching
+// parenthesis. A `-y` path (`5</dev/oem_ipc1>`) and nested braces stay within their argument.
+bool SplitArguments(std::string_view text, std::vector<std::string_view>* args, size_t* close) {
+    int depth = 0;
+    size_t start = 0;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '"') {
+            i = SkipQuoted(text, i);
+            if (i == std::string_view::npos) return false;
+            --i;
+        } else if (c == '(' || c == '{' || c == '[' ||
+                   (c == '<' && i > 0 && IsDigit(text[i - 1]))) {
+            ++depth;
+        } else if ((c == ')' && depth == 0)) {
+            if (i > start || !args->empty())
+                args->push_back(TrimView(text.substr(start, i - start)));
+            *close = i;
+            return true;
+        } else if (c == ')' || c == '}' || c == ']' || (c == '>' && depth > 0)) {
+            --depth;
+        } else if (c == ',' && depth == 0) {
+            args->push_back(TrimView(text.substr(start, i - start)));
+            start = i + 1;
+        }
+    }
+    return false;
+}
+
+int SignalNumber(std::string_view name) {
+    if (!android::base::StartsWith(name, "SIG")) return 0;
+    name.remove_prefix(3);
+    for (int signal = 1; signal < NSIG; ++signal) {
+        const char* abbreviation = sigabbrev_np(signal);
+        if (abbreviation != nullptr && name == abbreviation) return signal;
+    }
+    return 0;
+}
+
+}  // namespace
+
+Result<std::string> UnquoteStraceString(std::string_view text, size_t* end) {
+    if (text.empty() || text[0] != '"') return Error() << "no string where one was expected";
+    std::string bytes;
+    bytes.reserve(text.size() / 4 + 16);
+    const char* p = text.data() + 1;
+    const char* const last = text.data() + text.size();
+    while (p < last) {
+        const char c = *p;
+        if (c == '"') {
+            *end = p + 1 - text.data();
+            return bytes;
+        }
+        if (c != '\\') {
+            bytes.push_back(c);
+            ++p;
+            continue;
+        }
+        if (p + 1 >= last) break;
+        const char e = p[1];
+        if (e == 'x' && p + 3 < last) {
+            const int high = HexValue(p[2]);
+            const int low = HexValue(p[3]);
+            if (high < 0 || low < 0) return Error() << "a bad \\x escape";
+            bytes.push_back(static_cast<char>(high << 4 | low));
+            p += 4;
+            continue;
+        }
+        if (e >= '0' && e <= '7') {
+            int value = 0;
+            int digits = 0;
+            for (p += 1; digits < 3 && p < last && *p >= '0' && *p <= '7'; ++p, ++digits) {
+                value = value * 8 + (*p - '0');
+            }
+            bytes.push_back(static_cast<char>(value));
+            continue;
+        }
+        static constexpr std::string_view kEscapes = "ntrfvab\\\"'?";
+        static constexpr std::string_view kValues = "\n\t\r\f\v\a\b\\\"'?";
+        const size_t known = kEscapes.find(e);
+        if (known == std::string_view::npos) return Error() << "an unknown escape \\" << e;
+        bytes.push_back(kValues[known]);
+        p += 2;
+    }
+    return Error() << "a string without its closing quote";
+}
+
+Result<void> StraceReader::Line(std::string_view line) {
+    ++line_;
+    std::string_view rest = TrimView(line);
+    if (rest.empty() || android::base::StartsWith(rest, "strace: ")) return {};
+    int pid = 0;
+    if (android::base::StartsWith(rest, "[pid ")) {
+        const size_t close = rest.find(']');
+        if (close == std::string_view::npos ||
+            !android::base::ParseInt(std::string(TrimView(rest.substr(5, close - 5))), &pid)) {
+            return Error() << "line " << line_ << ": a [pid N] prefix without its number";
+        }
+        rest = TrimView(rest.substr(close + 1));
+    } else {
+        std::string_view copy = rest;
+        const std::string_view word = TakeWord(&copy);
+        if (!word.empty() && word.find_first_not_of("0123456789") == std::string_view::npos &&
+            !copy.empty() && copy.find_first_not_of("0123456789:.") != 0) {
+            // `-o` with -f: the pid first.
+            android::base::ParseInt(std::string(word), &pid);
+            rest = copy;
+        }
+    }
+    std::optional<double> time;
+    {
+        std::string_view copy = rest;
+        const std::string_view word = TakeWord(&copy);
+        if (!word.empty() && IsDigit(word[0]) &&
+            word.find_first_not_of("0123456789:.") == std::string_view::npos) {
+            time = Time(word);
+            rest = copy;
+        }
+    }
+
+    if (android::base::StartsWith(rest, "--- ")) {
+        rest.remove_prefix(4);
+        const std::string_view name = TakeWord(&rest);
+        Add(CaptureEvent::Kind::kSignal, time, {}, std::string(name), SignalNumber(name));
+        return {};
+    }
+    if (android::base::StartsWith(rest, "+++ ")) {
+        std::string text(TrimView(rest.substr(4, rest.rfind("+++") - 4)));
+        if (text != last_note_ && android::base::StartsWith(text, "killed by")) {
+            Add(CaptureEvent::Kind::kNote, time, {}, "tarvo " + text);
+        }
+        last_note_ = text;
+        return {};
+    }
+    if (android::base::StartsWith(rest, "<... ")) {
+        const size_t resumed = rest.find(kResumed);
+        if (resumed == std::string_view::npos) {
+            return Error() << "line " << line_ << ": a resumed call without \"resumed>\"";
+        }
+        const std::string_view name = rest.substr(5, resumed - 5);
+        std::string_view tail = rest.substr(resumed + strlen(kResumed));
+        // strace before 5.0 puts a space after "resumed>".
+        if (android::base::StartsWith(tail, " ")) tail.remove_prefix(1);
+        auto pending = pending_.find(pid);
+        if (pending == pending_.end() || !android::base::StartsWith(pending->second.head, name)) {
+            // The last thread left loses its prefix: the one call of that name still open.
+            pending = pending_.end();
+            for (auto it = pending_.begin(); it != pending_.end(); ++it) {
+                if (android::base::StartsWith(it->second.head, std::string(name) + "(")) {
+                    pending = it;
+                }
+            }
+        }
+        // A call begun before strace attached is not in the capture.
+        if (pending == pending_.end()) return {};
+        const std::string call = pending->second.head + " " + std::string(tail);
+        // A message leaves with its write's start and arrives with its read's end.
+        const std::optional<double> at =
+            android::base::StartsWith(call, "write(") ? pending->second.time : time;
+        pending_.erase(pending);
+        return Call(call, at);
+    }
+    if (android::base::EndsWith(rest, kUnfinished)) {
+        rest.remove_suffix(strlen(kUnfinished));
+        pending_[pid] = {std::string(TrimView(rest)), time};
+        return {};
+    }
+    return Call(rest, time);
+}
+
+std::optional<double> StraceReader::Time(std::string_view stamp) {
+    double seconds = 0;
+    if (stamp.find(':') == std::string_view::npos) {
+        seconds = strtod(std::string(stamp).c_str(), nullptr);
+        if (!first_time_) capture_.epoch = seconds;
+    } else {
+        for (const std::string& part : android::base::Split(std::string(stamp), ":")) {
+            seconds = seconds * 60 + strtod(part.c_str(), nullptr);
+        }
+        seconds += day_offset_;
+        // Times of the day go back once the capture passes midnight.
+        if (last_time_ && seconds + kSecondsPerDay / 2 < *last_time_) {
+            day_offset_ += kSecondsPerDay;
+            seconds += kSecondsPerDay;
+        }
+    }
+    last_time_ = seconds;
+    if (!first_time_) first_time_ = seconds;
+    return seconds - *first_time_;
+}
+
+Result<int> StraceReader::Descriptor(std::string_view arg) {
+    const size_t open = arg.find('<');
+    int fd = 0;
+    if (!android::base::ParseInt(std::string(arg.substr(0, open)), &fd)) {
+        return Error() << "line " << line_ << ": no descriptor in \"" << arg << "\"";
+    }
+    if (open == std::string_view::npos || arg.back() != '>') return fd;
+    // The `-y` path, escaped as strings are.
+    std::string quoted = "\"" + std::string(arg.substr(open + 1, arg.size() - open - 2)) + "\"";
+    size_t end = 0;
+    Result<std::string> path = UnquoteStraceString(quoted, &end);
+    if (!path.ok()) return Error() << "line " << line_ << ": " << path.error().message();
+    if (android::base::EndsWith(*path, "/oem_ipc1")) {
+        nodes_[fd] = Node::kIpc;
+    } else if (android::base::EndsWith(*path, "/umts_boot0")) {
+        nodes_[fd] = Node::kBoot;
+    } else {
+        nodes_[fd] = Node::kOther;
+    }
+    return fd;
+}
+
+StraceReader::Node StraceReader::NodeOf(int fd) const {
+    if (options_.ipc_fd == fd) return Node::kIpc;
+    const auto it = nodes_.find(fd);
+    return it == nodes_.end() ? Node::kOther : it->second;
+}
+
+Result<void> StraceReader::Call(std::string_view text, std::optional<double> time) {
+    const size_t open = text.find('(');
+    if (open == std::string_view::npos) {
+        return Error() << "line " << line_ << ": not a line of strace's output: \""
+                       << text.substr(0, 60) << "\"";
+    }
+    const std::string_view name = text.substr(0, open);
+    if (name != "read" && name != "write" && name != "ioctl" && name != "openat" &&
+        name != "open" && name != "close") {
+        return {};
+    }
+    std::vector<std::string_view> args;
+    size_t close = 0;
+    if (!SplitArguments(text.substr(open + 1), &args, &close)) {
+        return Error() << "line " << line_ << ": the arguments of " << name << " do not close";
+    }
+    std::string_view result = TrimView(text.substr(open + 1 + close + 1));
+    if (!android::base::StartsWith(result, "= ")) {
+        return Error() << "line " << line_ << ": " << name << " without its result";
+    }
+    result.remove_prefix(2);
+    // An interrupted call: the kernel restarts it, and the restart is the call that counts.
+    if (android::base::StartsWith(result, "?")) return {};
+    if (args.empty()) return Error() << "line " << line_ << ": " << name << " without arguments";
+
+    if (name == "open" || name == "openat") {
+        Result<int> fd = Descriptor(TakeWord(&result));
+        if (!fd.ok() || *fd < 0) return {};
+        size_t end = 0;
+        Result<std::string> path = UnquoteStraceString(args[name == "open" ? 0 : 1], &end);
+        if (!path.ok()) return {};
+        if (nodes_[*fd] == Node::kOther) {
+            if (android::base::EndsWith(*path, "/oem_ipc1")) nodes_[*fd] = Node::kIpc;
+            if (android::base::EndsWith(*path, "/umts_boot0")) nodes_[*fd] = Node::kBoot;
+        }
+        return {};
+    }
+    Result<int> fd = Descriptor(args[0]);
+    if (!fd.ok()) return fd.error();
+    if (name == "close") {
+        nodes_.erase(*fd);
+        return {};
+    }
+    if (name == "ioctl") {
+        if (args.size() < 2 || (args[1] != kStatusIoctl && args[1] != kStatusIoctlNumber)) {
+            return {};
+        }
+        if (NodeOf(*fd) == Node::kOther) nodes_[*fd] = Node::kBoot;
+        int state = 0;
+        if (!android::base::ParseInt(std::string(TakeWord(&result)), &state)) return {};
+        if (state < 0) {
+            Add(CaptureEvent::Kind::kNote, time, {},
+                "the status ioctl failed: " + std::string(result));
+            return {};
+        }
+        if (state_ != state) Add(CaptureEvent::Kind::kModemState, time, {}, {}, state);
+        state_ = state;
+        return {};
+    }
+    if (NodeOf(*fd) != Node::kIpc) {
+        if (NodeOf(*fd) == Node::kOther && nodes_.count(*fd) == 0) ++unknown_[*fd];
+        return {};
+    }
+    return name == "read" ? Read(*fd, args, result, time) : Write(*fd, args, result, time);
+}
+
+Result<void> StraceReader::Read(int /*fd*/, const std::vector<std::string_view>& args,
+                                std::string_view result, std::optional<double> time) {
+    int64_t count = 0;
+    const std::string_view number = TakeWord(&result);
+    if (!android::base::ParseInt(std::string(number), &count)) {
+        return Error() << "line " << line_ << ": read returned \"" << number << "\"";
+    }
+    if (count < 0) {
+        Add(CaptureEvent::Kind::kReadError, time, {}, std::string(TakeWord(&result)));
+        return {};
+    }
+    if (count == 0) {
+        Add(CaptureEvent::Kind::kEndOfFile, time);
+        return {};
+    }
+    if (args.size() < 2) return Error() << "line " << line_ << ": read without its buffer";
+    size_t end = 0;
+    Result<std::string> bytes = UnquoteStraceString(args[1], &end);
+    if (!bytes.ok()) return Error() << "line " << line_ << ": " << bytes.error().message();
+    if (end < args[1].size() || bytes->size() != static_cast<size_t>(count)) {
+        return Error() << "line " << line_ << ": strace's -s cut the read's " << count
+                       << " bytes after " << bytes->size() << "; " << kCutAdvice;
+    }
+    Add(CaptureEvent::Kind::kToDaemon, time, std::move(*bytes));
+    return {};
+}
+
+Result<void> StraceReader::Write(int fd, const std::vector<std::string_view>& args,
+                                 std::string_view result, std::optional<double> time) {
+    int64_t written = 0;
+    const std::string_view number = TakeWord(&result);
+    if (!android::base::ParseInt(std::string(number), &written)) {
+        return Error() << "line " << line_ << ": write returned \"" << number << "\"";
+    }
+    if (written < 0) {
+        partial_.erase(fd);
+        Add(CaptureEvent::Kind::kWriteError, time, {}, std::string(TakeWord(&result)));
+        return {};
+    }
+    int64_t count = 0;
+    if (args.size() < 3 || !android::base::ParseInt(std::string(args[2]), &count)) {
+        return Error() << "line " << line_ << ": write without its buffer and count";
+    }
+    size_t end = 0;
+    Result<std::string> bytes = UnquoteStraceString(args[1], &end);
+    if (!bytes.ok()) return Error() << "line " << line_ << ": " << bytes.error().message();
+    if (end < args[1].size() || bytes->size() < static_cast<size_t>(written)) {
+        return Error() << "line " << line_ << ": strace's -s cut the write's " << count
+                       << " bytes after " << bytes->size() << "; " << kCutAdvice;
+    }
+    if (partial_.count(fd) == 0) partial_time_[fd] = time;
+    std::string& message = partial_[fd];
+    message.append(*bytes, 0, written);
+    // A write that took less than it was given is followed by one with the rest.
+    if (written < count) return {};
+    Add(CaptureEvent::Kind::kFromDaemon, partial_time_[fd], std::move(message));
+    partial_.erase(fd);
+    return {};
+}
+
+void StraceReader::Add(CaptureEvent::Kind kind, std::optional<double> time, std::string bytes,
+                       std::string text, int state) {
+    CaptureEvent& event = capture_.events.emplace_back();
+    event.kind = kind;
+    event.time = time;
+    event.bytes = std::move(bytes);
+    event.text = std::move(text);
+    event.state = state;
+    event.line = line_;
+}
+
+Result<Capture> StraceReader::Finish() {
+    for (const auto& [fd, partial] : partial_) {
+        Add(CaptureEvent::Kind::kNote, partial_time_[fd], {},
+            android::base::StringPrintf("tarvo > modem: a message cut off after %zu bytes",
+                                        partial.size()));
+    }
+    partial_.clear();
+    const bool any_ipc = options_.ipc_fd.has_value() ||
+                         std::any_of(nodes_.begin(), nodes_.end(),
+                                     [](const auto& node) { return node.second == Node::kIpc; });
+    if (!any_ipc && !unknown_.empty()) {
+        std::string fds;
+        for (const auto& [fd, calls] : unknown_) {
+            fds += (fds.empty() ? "" : ", ") + std::to_string(fd);
+        }
+        return Error() << "no descriptor is known as /dev/oem_ipc1 (reads and writes on " << fds
+                       << "): capture with -y, or give --fd N";
+    }
+    return std::move(capture_);
+}
+
+}  // namespace tarvo_emu

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <android-base/result.h>
+
+#include "capture/capture.h"
+
+namespace tarvo_emu {
+
+// What the reader cannot learn from the capture itself.
+struct StraceOptions {
+    // The descriptor of /dev/oem_ipc1, for a capture taken without -y and without the open.
+    std::optional<int> ipc_fd;
+};
+
+// Reads strace's output of the daemon, line by line, into the messages on /dev/oem_ipc1 and
+// the states of /dev/umts_boot0. It takes every form strace writes: with or without the pid
+// (`-o` with -f, or `[pid N]` on standard error), `-t`, `-tt` or `-ttt` times, strings under
+// `-xx`, `-x` or neither, calls split into `<unfinished ...>` and `<... resumed>` (paired by
+// thread), errors, interrupted calls, partial writes (joined into the message they belong to).
+// A descriptor is known by its `-y` path, by the open that returned it, by the status ioctl
+// (the boot node), or by `StraceOptions::ipc_fd`.
+class StraceReader {
+  public:
+    explicit StraceReader(StraceOptions options = {}) : options_(options) {}
+
+    // Reads the next line of the capture; an error names the line and what to do.
+    android::base::Result<void> Line(std::string_view line);
+    // The capture read so far; an error when nothing was known as the IPC node.
+    android::base::Result<Capture> Finish();
+
+  private:
+    enum class Node { kOther, kIpc, kBoot };
+    struct Pending {
+        std::string head;  // the call up to `<unfinished ...>`
+        std::optional<double> time;
+    };
+
+    android::base::Result<void> Call(std::string_view text, std::optional<double> time);
+    android::base::Result<void> Read(int fd, const std::vector<std::string_view>& args,
+                                     std::string_view result, std::optional<double> time);
+    android::base::Result<void> Write(int fd, const std::vector<std::string_view>& args,
+                                      std::string_view result, std::optional<double> time);
+    void Add(CaptureEvent::Kind kind, std::optional<double> time, std::string bytes = {},
+             std::string text = {}, int state = 0);
+    // The descriptor argument `arg` ("5" or "5</dev/oem_ipc1>"), noting the node a path names.
+    android::base::Result<int> Descriptor(std::string_view arg);
+    Node NodeOf(int fd) const;
+    std::optional<double> Time(std::string_view stamp);
+
+    StraceOptions options_;
+    size_t line_ = 0;
+    std::map<int, Node> nodes_;
+    std::map<int, Pending> pending_;      // by thread
+    std::map<int, std::string> partial_;  // a partial write's bytes so far, by descriptor
+    std::map<int, std::optional<double>> partial_time_;
+    std::map<int, size_t> unknown_;  // reads and writes on unknown descriptors
+    std::optional<int> state_;
+    std::optional<double> first_time_;
+    std::optional<double> last_time_;
+    double day_offset_ = 0;  // for `-t` and `-tt` captures that pass midnight
+    std::string last_note_;
+    Capture capture_;
+};
+
+// The bytes of a string as strace prints it, from its opening quote: `\xNN`, octal, and C
+// escapes. `*end` is set after the closing quote. Fails on a string without one.
+android::base::Result<std::string> UnquoteStraceString(std::string_view text, size_t* end);
+
+}  // namespace tarvo_emu

@@ -1,0 +1,91 @@
+#include "scenario/daemon_steps.h"
+
+#include <signal.h>
+
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include <android-base/parseint.h>
+#include <android-base/result.h>
+#include <android-base/strings.h>
+
+#include "scenario/step_wait.h"
+
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
+using std::chrono::milliseconds;
+
+namespace tarvo_emu {
+
+namespace {
+
+IpcFault FaultOf(tarvo_scenario::Fault fault) {
+    switch (fault) {
+        case tarvo_scenario::READ_ERROR:
+            return IpcFault::kReadError;
+        case tarvo_scenario::WRITE_ERROR:
+            return IpcFault::kWriteError;
+        case tarvo_scenario::HANG_UP:
+            return IpcFault::kHangUp;
+        default:
+            return IpcFault::kEndOfFile;
+    }
+}
+
+// A client finds the server by its pid file, which the server writes only once it has started:
+// the client is run once the file holds a pid, or when the step's time is up, as on a device
+// whose server never wrote it.
+void AwaitServerPid(Rig& rig) {
+    if (Result<pid_t> pid = rig.AwaitPidFile(kDefaultStepTimeout); !pid.ok()) {
+        rig.transcript().Note(pid.error().message() + ": the client runs anyway");
+    }
+}
+
+}  // namespace
+
+Result<void> PlayModemState(StepPlayer& player, const StepCall& call) {
+    player.rig().SetModemState(call.step.modem_state());
+    return {};
+}
+
+Result<void> PlayFault(StepPlayer& player, const StepCall& call) {
+    if (call.step.fault() == tarvo_scenario::NO_FAULT) return Error() << "no fault named";
+    player.rig().InjectFault(FaultOf(call.step.fault()));
+    return {};
+}
+
+Result<void> PlayRestartDaemon(StepPlayer& player, const StepCall& call) {
+    if (!call.step.restart_daemon()) return {};
+    if (Result<void> restarted = player.rig().RestartDaemon(); !restarted.ok()) {
+        return Error() << "restart: " << restarted.error();
+    }
+    return {};
+}
+
+Result<void> PlaySignalDaemon(StepPlayer& player, const StepCall& call) {
+    Result<pid_t> pid = player.AwaitDaemonPid();
+    if (!pid.ok()) return pid.error();
+    if (kill(*pid, static_cast<int>(call.step.signal_daemon())) != 0) {
+        return ErrnoError() << "kill " << *pid;
+    }
+    return {};
+}
+
+Result<void> PlayClient(StepPlayer& player, const StepCall& call) {
+    std::vector<std::string> argv;
+    for (const std::string& arg : android::base::Split(call.step.client(), " ")) {
+        if (!arg.empty()) argv.push_back(arg);
+    }
+    AwaitServerPid(player.rig());
+    Result<ProcessResult> result = player.rig().RunClient(argv);
+    if (!result.ok()) return result.error();
+    if (result->timed_out) return Error() << "the client did not end within 10 s";
+    if (result->status != call.step.exit_status()) {
+        return Errorf("the client exited with {}, not {}", result->status, call.step.exit_status());
+    }
+    return {};
+}
+
+}  // namespace tarvo_emu

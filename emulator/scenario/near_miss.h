@@ -1,0 +1,39 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "process/log_line.h"
+#include "proto/tarvo_message.pb.h"
+
+namespace tarvo_emu {
+
+// What a failed expectation came nearest to, for its failure message: what the daemon did that
+// no step took, nearest first with how each differs, or what a file held.
+
+// The message without its header: what an exact payload is compared on.
+tarvo_message::TarvoMessage PayloadOnly(const tarvo_message::TarvoMessage& message);
+
+// "; nearest of the N messages that no step took:" and the nearest of `untaken` to `expected`,
+// each with how it differs field by field (its payload compared whole when `exact_payload`).
+std::string NearestMessages(const std::vector<tarvo_message::TarvoMessage>& untaken,
+                            const tarvo_message::TarvoMessage& expected, bool exact_payload);
+
+// "; nearest of the N log lines that no step took:" and the nearest of `untaken` by tag,
+// priority (0: any) and text, each with how it differs.
+std::string NearestLogLines(std::vector<LogLine> untaken, int priority, const std::string& tag,
+                            const std::string& text);
+
+// Where two contents first differ, for a failure that does not print megabytes.
+std::string FirstDifference(const std::string& actual, const std::string& expected);
+
+// Bytes in quotes, escaped as in C, as a failure shows a value.
+std::string Quoted(const std::string& bytes);
+
+// A file's size, mode and first bytes, for a failed expectation on it.
+std::string Holdings(const std::string& content, std::optional<mode_t> mode);
+
+}  // namespace tarvo_emu

@@ -1,0 +1,42 @@
+#include "scenario/ril_steps.h"
+
+#include <chrono>
+#include <optional>
+
+#include <android-base/result.h>
+
+#include "scenario/step_wait.h"
+
+using android::base::Result;
+using std::chrono::milliseconds;
+
+namespace tarvo_emu {
+
+Result<void> PlayRilReply(StepPlayer& player, const StepCall& call) {
+    const tarvo_scenario::RilReply& step = call.step.ril_reply();
+    RilReplyRule rule;
+    rule.error = step.error();
+    if (step.has_delay_ms()) rule.delay = milliseconds(step.delay_ms());
+    rule.no_reply = step.no_reply();
+    if (step.has_count()) rule.count = step.count();
+    player.rig().SetRilReply(step.request(), rule);
+    return {};
+}
+
+Result<void> PlayExpectRil(StepPlayer& player, const StepCall& call) {
+    const tarvo_scenario::ExpectRil& expect = call.step.expect_ril();
+    const milliseconds timeout = StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
+    std::optional<std::string> data;
+    if (expect.has_data()) data = expect.data();
+    if (player.rig().AwaitRil(expect.request(), data, timeout)) return {};
+    return Errorf("no such RIL request within {} ms", timeout.count());
+}
+
+Result<void> PlayExpectRilSilence(StepPlayer& player, const StepCall& call) {
+    std::optional<RilRequest> request =
+        player.rig().ril().NextNew(milliseconds(call.step.expect_ril_silence_ms()));
+    if (!request) return {};
+    return Errorf("the daemon sent RIL request {}", request->request);
+}
+
+}  // namespace tarvo_emu

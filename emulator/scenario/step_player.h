@@ -1,0 +1,77 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <google/protobuf/repeated_ptr_field.h>
+
+#include <android-base/result.h>
+
+#include "rig/rig.h"
+#include "scenario/scenario.pb.h"
+#include "scenario/scenario_loader.h"
+
+namespace tarvo_emu {
+
+// A step being played: the step, its name in the transcript ("step 3", or "step 3, round 2,
+// step 0" inside a repeat) and its place in the scenario file, null when not known.
+struct StepCall {
+    const tarvo_scenario::Step& step;
+    const std::string& name;
+    const StepPlace* place;
+};
+
+// What a mark step recorded of the daemon.
+struct UsageMark {
+    pid_t pid = 0;
+    size_t descriptors = 0;
+    size_t threads = 0;
+    long rss_kib = 0;
+    size_t log_lines = 0;
+};
+
+// What the steps of a session leave for later steps.
+struct PlayState {
+    std::map<std::string, UsageMark> marks;
+    // Writes to the thermal driver's node that an earlier step already looked at.
+    size_t thermal_writes_seen = 0;
+};
+
+// Plays steps on a rig, each by the handler of its kind (see step_player.cpp), showing each in
+// the transcript before it is played.
+class StepPlayer {
+  public:
+    StepPlayer(Rig* rig, const ScenarioOrigin* origin) : rig_(rig), origin_(origin) {}
+
+    // Plays the steps in order, up to the first failure, which names its file, line and step.
+    // `places` are the steps' places in the file, when known.
+    android::base::Result<void> PlayAll(
+        const google::protobuf::RepeatedPtrField<tarvo_scenario::Step>& steps,
+        const std::string& label, const std::vector<StepPlace>* places);
+
+    // Plays a step shown in the transcript as `name`. The error names the step (with its file and
+    // line when its `place` is known) and says why it failed.
+    android::base::Result<void> PlayNamed(const tarvo_scenario::Step& step, const std::string& name,
+                                          const StepPlace* place);
+
+    Rig& rig() { return *rig_; }
+    PlayState& state() { return state_; }
+
+    // The daemon's pid, known from its first log line; an error when none came within the step
+    // time.
+    android::base::Result<pid_t> AwaitDaemonPid();
+
+  private:
+    Rig* rig_;
+    const ScenarioOrigin* origin_;
+    PlayState state_;
+};
+
+// Plays one kind of step; the error says why it failed.
+using StepHandler = android::base::Result<void> (*)(StepPlayer& player, const StepCall& call);
+
+}  // namespace tarvo_emu

@@ -1,0 +1,33 @@
+#!/bin/sh
+# Plays a scenario that holds the largest message the daemon reads (65,568 bytes), writes its
+# transcript as pcapng, and has Debian's tshark decode it with the schema: every message must come
+# out as a protobuf packet, in its direction, with its fields.
+# Usage: check_pcapng.sh TARVO_EMU SOURCE_DIR WORK_DIR
+set -eu
+emu=$1 source=$2 work=$3
+mkdir -p "$work"
+"$emu" run "$source/tests/scenarios/largest_message.textproto" --quiet \
+    --transcript "$work/largest.transcript"
+"$emu" decode "$work/largest.transcript" --pcapng "$work/largest.pcapng" >/dev/null
+tshark -r "$work/largest.pcapng" \
+    -o "uat:protobuf_search_paths:\"$source/proto\",\"TRUE\"" \
+    -o 'uat:protobuf_udp_message_types:"40001-40002","tarvo_message.TarvoMessage"' \
+    -o protobuf.preload_protos:TRUE -o protobuf.pbf_as_hf:TRUE -N n \
+    -Y protobuf -T fields -E separator=, -e _ws.col.Source -e _ws.col.Destination \
+    -e pbf.tarvo_message.TarvoMessage.type -e pbf.tarvo_message.TarvoMessage.token \
+    -e frame.packet_flags_direction -e pbf.tarvo_message.FileWriteRequest.data \
+    >"$work/largest.fields"
+# What the transcript says, field by field, in tshark's terms.
+expected=$(grep -E '  (modem > tarvo|tarvo > modem)  \{' "$work/largest.transcript" | sed -E \
+    -e 's/^.*(modem > tarvo|tarvo > modem)  \{ type: ([A-Z]+)( message_id: [0-9]+)? token: ([0-9]+).*/\1\/\2\/\4/' \
+    -e 's/^modem > tarvo\/(.*)/modem,tarvo,\1,0x00000001/' -e 's/^tarvo > modem\/(.*)/tarvo,modem,\1,0x00000002/' \
+    -e 's/\//,/g')
+actual=$(cut -d, -f1-5 "$work/largest.fields" | sed -E 's/^([a-z]+,[a-z]+),([0-9]+),([0-9]+),(.*)/\1,T\2,\3,\4/' |
+    sed -e 's/,T1,/,REQUEST,/' -e 's/,T2,/,RESPONSE,/')
+if [ "$expected" != "$actual" ]; then
+    printf 'tshark read:\n%s\nthe transcript holds:\n%s\n' "$actual" "$expected" >&2
+    exit 1
+fi
+# The data field of the 65,568-byte message arrived whole: 65,539 bytes "x", in hex.
+grep '^modem,tarvo,1,1,' "$work/largest.fields" | cut -d, -f6 | tr -d '\n' | wc -c |
+    grep -qx "$((65539 * 2))"
