@@ -6,6 +6,8 @@
 
 #include <android-base/stringprintf.h>
 
+#include "rig/device_facts.h"
+
 using android::base::StringPrintf;
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
@@ -18,7 +20,6 @@ constexpr int kDebug = tarvo_scenario::DEBUG;
 constexpr int kInfo = tarvo_scenario::INFO;
 constexpr int kError = tarvo_scenario::ERROR;
 
-constexpr int kOnline = 4;
 constexpr mode_t kDiagnosticsMode = 0664;
 constexpr char kStatDump[] = "/data/vendor/modem_stat/debug.txt";
 
@@ -105,7 +106,7 @@ void DiagnosticsModel::Configuration() {
 void DiagnosticsModel::OfflineAndBack() {
     steps_.Log(kInfo, "Modem state changed from 4 to 0");
     Step online;
-    online.set_modem_state(kOnline);
+    online.set_modem_state(kModemOnline);
     steps_.Add(std::move(online));
     steps_.Log(kInfo, "Modem state changed from 0 to 4");
     Configuration();

@@ -2,6 +2,8 @@
 
 #include <random>
 
+#include "rig/device_facts.h"
+
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
 
@@ -11,8 +13,6 @@ namespace {
 
 constexpr int kInfo = tarvo_scenario::INFO;
 constexpr int kError = tarvo_scenario::ERROR;
-
-constexpr int kOnline = 4;
 
 // Resident memory may grow this much over a run before the soak calls it a leak.
 constexpr uint32_t kRssGrowthKib = 16384;
@@ -62,7 +62,7 @@ std::string GeneratedData(const tarvo_scenario::Generated& generated) {
 
 tarvo_scenario::Scenario SoakModel::Setup(uint64_t seed) {
     tarvo_scenario::Scenario setup;
-    setup.set_initial_state(kOnline);
+    setup.set_initial_state(kModemOnline);
     const auto file = [&setup](const std::string& path, const std::string& content,
                                mode_t mode) -> tarvo_scenario::SeedFile& {
         tarvo_scenario::SeedFile* seeded = setup.add_file();
