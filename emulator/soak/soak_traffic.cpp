@@ -150,7 +150,9 @@ Step SoakTraffic::Block(const SoakModel& model) {
         // A block missing before this one.
         offset += Uniform(1, 1000);
     } else if (pick < 90) {
-        total = Chance(0.5) ? total + Uniform(1, 100) : Uniform(0, total);
+        // The wrong total: larger, smaller, or ending where this block starts.
+        const uint64_t wrong = Uniform(0, 2);
+        total = wrong == 0 ? total + Uniform(1, 100) : wrong == 1 ? Uniform(0, total) : offset;
     } else if (pick < 95) {
         offset = 0;
     } else {
