@@ -84,9 +84,18 @@ Result<void> PlayExpectFile(StepPlayer& player, const StepCall& call) {
     const auto deadline = std::chrono::steady_clock::now() + milliseconds(expect.timeout_ms());
     while (true) {
         Result<void> checked = CheckFile(player.rig(), expect);
-        if (checked.ok() || std::chrono::steady_clock::now() >= deadline) return checked;
+        if (checked.ok() || std::chrono::steady_clock::now() >= deadline || player.cancelled()) {
+            return checked;
+        }
         std::this_thread::sleep_for(kFilePollInterval);
     }
+}
+
+Result<void> PlaySetProperty(StepPlayer& player, const StepCall& call) {
+    const tarvo_scenario::Property& property = call.step.set_property();
+    if (player.rig().SetProperty(property.name(), property.value())) return {};
+    return Error() << "the property store refuses " << property.name() << " = "
+                   << Quoted(property.value());
 }
 
 Result<void> PlayExpectProperty(StepPlayer& player, const StepCall& call) {
