@@ -58,8 +58,6 @@ constexpr std::pair<Step::ActionCase, StepHandler> kHandlers[] = {
     {Step::kSetProperty, PlaySetProperty},
 };
 
-// How often a wait for the daemon's pid looks again.
-constexpr std::chrono::milliseconds kPidPollInterval{10};
 // The longest a wait goes on without looking whether its step was cancelled.
 constexpr std::chrono::milliseconds kCancelSlice{50};
 
@@ -123,11 +121,7 @@ void StepPlayer::SleepUnlessCancelled(std::chrono::milliseconds duration) {
 }
 
 Result<pid_t> StepPlayer::AwaitDaemonPid() {
-    const auto deadline = std::chrono::steady_clock::now() + kDefaultStepTimeout;
-    while (rig_->daemon_pid() == 0 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(kPidPollInterval);
-    }
-    const pid_t pid = rig_->daemon_pid();
+    const pid_t pid = rig_->AwaitDaemonPid(kDefaultStepTimeout);
     if (pid == 0) return Error() << "the daemon's pid is not known";
     return pid;
 }
