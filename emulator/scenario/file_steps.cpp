@@ -86,10 +86,17 @@ Result<void> PlayExpectFile(StepPlayer& player, const StepCall& call) {
     WaitUntil(
         [&] {
             checked = CheckFile(player.rig(), expect);
-            return checked.ok();
+            return checked.ok() || player.cancelled();
         },
         milliseconds(expect.timeout_ms()), kFilePollInterval);
     return checked;
+}
+
+Result<void> PlaySetProperty(StepPlayer& player, const StepCall& call) {
+    const tarvo_scenario::Property& property = call.step.set_property();
+    if (player.rig().SetProperty(property.name(), property.value())) return {};
+    return Error() << "the property store refuses " << property.name() << " = "
+                   << Quoted(property.value());
 }
 
 Result<void> PlayExpectProperty(StepPlayer& player, const StepCall& call) {

@@ -89,7 +89,8 @@ Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
         const auto answers = [token](const tarvo_message::TarvoMessage& response) {
             return response.type() == tarvo_message::RESPONSE && response.token() == token;
         };
-        if (!rig.modem().WaitFor(answers, timeout)) {
+        if (!player.WaitUnlessCancelled(
+                timeout, [&](milliseconds slice) { return rig.modem().WaitFor(answers, slice); })) {
             return Errorf("no response to the block at {} (token {}) within {} ms", start, token,
                           timeout.count());
         }
@@ -126,8 +127,14 @@ Result<void> PlayExpect(StepPlayer& player, const StepCall& call) {
         const auto matches = [&](const tarvo_message::TarvoMessage& message) {
             return PartiallyMatches(header, message) && PayloadsEqual(expect.message(), message);
         };
-        if (rig.modem().Await(matches, timeout)) return {};
-    } else if (rig.AwaitMessage(expect.message(), timeout)) {
+        if (player.WaitUnlessCancelled(timeout, [&](milliseconds slice) {
+                return rig.modem().Await(matches, slice).has_value();
+            })) {
+            return {};
+        }
+    } else if (player.WaitUnlessCancelled(timeout, [&](milliseconds slice) {
+                   return rig.AwaitMessage(expect.message(), slice).has_value();
+               })) {
         return {};
     }
     return Errorf("no such message from the daemon within {} ms", timeout.count())
@@ -135,10 +142,14 @@ Result<void> PlayExpect(StepPlayer& player, const StepCall& call) {
 }
 
 Result<void> PlayExpectSilence(StepPlayer& player, const StepCall& call) {
-    std::optional<tarvo_message::TarvoMessage> message =
-        player.rig().modem().NextNew(milliseconds(call.step.expect_silence_ms()));
-    if (!message) return {};
-    return Error() << "the daemon sent { " << ShortText(*message) << " }";
+    const auto& received = player.rig().modem().received_events();
+    const size_t before = received.size();
+    player.WaitUnlessCancelled(
+        milliseconds(call.step.expect_silence_ms()), [&](milliseconds slice) {
+            return player.rig().modem().NextNew(slice).has_value() || received.size() > before;
+        });
+    if (received.size() == before) return {};
+    return Error() << "the daemon sent { " << ShortText(received.All()[before]) << " }";
 }
 
 }  // namespace tarvo_emu

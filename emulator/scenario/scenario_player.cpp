@@ -32,11 +32,14 @@ Result<void> ScenarioSession::Start() {
     return {};
 }
 
+void ScenarioSession::CancelStep() { player_->Cancel(); }
+
 Result<void> ScenarioSession::Play(const Step& step, int index) {
     if (recorder_ != nullptr) recorder_->BeforeStep(step, rig_);
     const StepPlace* place = origin_ != nullptr && index < static_cast<int>(origin_->steps.size())
                                  ? &origin_->steps[index]
                                  : nullptr;
+    player_->ClearCancel();
     const Result<void> played = player_->PlayNamed(step, fmt::format("step {}", index), place);
     if (played.ok()) return {};
     if (recorder_ != nullptr) recorder_->StepFailed();

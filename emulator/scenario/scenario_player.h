@@ -29,6 +29,8 @@ class ScenarioSession {
     // Plays one step. The error names it (file and line when known, index from 0 and text form)
     // and says why it failed.
     android::base::Result<void> Play(const tarvo_scenario::Step& step, int index);
+    // Ends the step being played at its next wait (see StepPlayer::Cancel).
+    void CancelStep();
     // Every step played from now on goes to `recorder` too.
     void Record(ScenarioRecorder* recorder) { recorder_ = recorder; }
     Rig& rig() { return rig_; }

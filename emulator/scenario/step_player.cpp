@@ -55,7 +55,11 @@ constexpr std::pair<Step::ActionCase, StepHandler> kHandlers[] = {
     {Step::kSendGenerated, PlaySendGenerated},
     {Step::kExpectThermalWrites, PlayExpectThermalWrites},
     {Step::kSignalDaemon, PlaySignalDaemon},
+    {Step::kSetProperty, PlaySetProperty},
 };
+
+// The longest a wait goes on without looking whether its step was cancelled.
+constexpr std::chrono::milliseconds kCancelSlice{50};
 
 }  // namespace
 
@@ -87,12 +91,33 @@ Result<void> StepPlayer::PlayNamed(const Step& step, const std::string& name,
     if (handler != std::end(kHandlers))
         played = handler->second(*this, StepCall{step, name, place});
     // A failure inside a repeat names its own step.
-    if (played.ok() || step.has_repeat()) return played;
+    // A cancelled step did not wait its time, whatever it saw meanwhile.
+    if ((played.ok() && !cancelled()) || step.has_repeat()) return played;
     std::string where;
     if (origin_ != nullptr && place != nullptr) {
         where = fmt::format("{}:{}: ", origin_->path, place->line);
     }
+    if (cancelled()) return Error() << where << name << " (" << text << ") cancelled";
     return Error() << where << name << " (" << text << ") failed: " << played.error();
+}
+
+bool StepPlayer::WaitUnlessCancelled(std::chrono::milliseconds timeout,
+                                     const std::function<bool(std::chrono::milliseconds)>& wait) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!cancelled()) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (wait(std::clamp(left, std::chrono::milliseconds(0), kCancelSlice))) return true;
+        if (left <= kCancelSlice) return false;
+    }
+    return false;
+}
+
+void StepPlayer::SleepUnlessCancelled(std::chrono::milliseconds duration) {
+    WaitUnlessCancelled(duration, [](std::chrono::milliseconds slice) {
+        std::this_thread::sleep_for(slice);
+        return false;
+    });
 }
 
 Result<pid_t> StepPlayer::AwaitDaemonPid() {
