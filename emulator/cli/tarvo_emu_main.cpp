@@ -1,12 +1,14 @@
 // tarvo-emu: the host rig's command. `tarvo-emu --help` and `tarvo-emu COMMAND --help` say
 // what each command does.
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
+#include <ext/stdio_filebuf.h>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -37,8 +39,8 @@ constexpr uint64_t kMaxBlockSize = 65568;
 constexpr char kExitStatuses[] =
     "Exit status: 0 when every expectation held (or the command did its work), 1 when one\n"
     "failed or the rig could not start (the message says which), 2 for a wrong command line,\n"
-    "128+N when signal N ended it (Ctrl-C: 130; SIGTERM: 143), after stopping the daemon and\n"
-    "removing the sandbox's temporary tree.\n";
+    "128+N when signal N ended it (Ctrl-C: 130; its output's reader gone: 141; SIGTERM: 143),\n"
+    "after stopping the daemon and removing the sandbox's temporary tree.\n";
 
 // A command line's fault, said in the words of the option it concerns.
 [[noreturn]] void Refuse(const std::string& why) { throw CLI::ValidationError(why); }
@@ -229,17 +231,22 @@ int Run(const CommandLine& line) {
         fmt::print(stderr, "{}\n", scenario.error().message());
         return 1;
     }
-    std::ofstream full_transcript;
+    // Opened close-on-exec, which std::ofstream cannot ask for: the daemon is to hold its own
+    // descriptors only.
+    std::unique_ptr<__gnu_cxx::stdio_filebuf<char>> transcript_buffer;
     if (!line.transcript_file.empty()) {
-        full_transcript.open(line.transcript_file);
-        if (!full_transcript) {
+        const int fd = open(line.transcript_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
+                            DEFFILEMODE);
+        if (fd < 0) {
             fmt::print(stderr, "cannot write {}: {}\n", line.transcript_file, strerror(errno));
             return 1;
         }
+        transcript_buffer = std::make_unique<__gnu_cxx::stdio_filebuf<char>>(fd, std::ios::out);
     }
+    std::ostream full_transcript(transcript_buffer.get());
     Result<void> played =
         tarvo_emu::PlayScenario(*scenario, line.quiet ? nullptr : &std::cout, line.record, &origin,
-                                line.transcript_file.empty() ? nullptr : &full_transcript);
+                                transcript_buffer ? &full_transcript : nullptr);
     if (!played.ok()) {
         std::cout << std::flush;
         // The failure names the file itself.

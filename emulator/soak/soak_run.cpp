@@ -2,11 +2,11 @@
 
 #include <unistd.h>
 
-#include <fstream>
 #include <iostream>
 
 #include <google/protobuf/text_format.h>
 
+#include <android-base/file.h>
 #include <android-base/stringprintf.h>
 
 #include "scenario/scenario_loader.h"
@@ -193,11 +193,10 @@ int RunSoak(const SoakOptions& options) {
             : "No replay diverged alike (a timing of the run's own); the whole run is kept.\n";
     header += "Divergence: " + shrunk.outcome.message + "\n";
     header += "Play it: tarvo-emu run " + options.out;
-    std::ofstream out(options.out);
-    out << Commented(header) << "\n"
-        << ScenarioText(SoakScenario(setup, shrunk.stimuli, shrunk.numbers));
-    out.close();
-    if (!out) {
+    if (!android::base::WriteStringToFile(
+            Commented(header) + "\n" +
+                ScenarioText(SoakScenario(setup, shrunk.stimuli, shrunk.numbers)),
+            options.out, /*follow_symlinks=*/true)) {
         fprintf(stderr, "soak: cannot write %s\n", options.out.c_str());
         return 1;
     }
