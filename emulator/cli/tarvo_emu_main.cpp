@@ -18,6 +18,7 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include "capture/wireshark_profile.h"
 #include "cli/command_formatter.h"
 #include "cli/console.h"
 #include "cli/decode_command.h"
@@ -53,6 +54,7 @@ struct CommandLine {
     std::vector<std::string> command;
     tarvo_emu::TputCommandOptions tput;
     tarvo_emu::DecodeOptions decode;
+    std::string profile_dir;
 };
 
 CLI::App* AddRun(CLI::App& app, CommandLine& line) {
@@ -194,6 +196,34 @@ CLI::App* AddTput(CLI::App& app, CommandLine& line) {
     return tput;
 }
 
+CLI::App* AddWiresharkProfile(CLI::App& app, CommandLine& line) {
+    CLI::App* profile = app.add_subcommand(
+        "wireshark-profile",
+        fmt::format(
+            "Writes a Wireshark configuration profile into DIR that decodes the pcapng files of\n"
+            "`decode --pcapng`, `run --pcapng` and `console --pcapng`: a copy of the message\n"
+            "schema, the protobuf search path pointing at it, UDP ports 40001-40002 (the modem "
+            "and\n"
+            "the daemon) as TarvoMessage, every field filterable (pbf.tarvo_message.TarvoMessage.\n"
+            "token), the ends named modem and tarvo. Kept as\n"
+            "~/.config/wireshark/profiles/{0}, it is chosen with `wireshark -C {0} FILE` or\n"
+            "`tshark -C {0} -r FILE -V -O protobuf`; as DIR of its own, with\n"
+            "`WIRESHARK_CONFIG_DIR=DIR wireshark FILE`. Write it again after moving it.",
+            tarvo_emu::kWiresharkProfileName));
+    profile->add_option("DIR", line.profile_dir, "the profile's folder, made when missing")
+        ->required()
+        ->type_name("");
+    return profile;
+}
+
+int WiresharkProfile(const CommandLine& line) {
+    if (Result<void> written = tarvo_emu::WriteWiresharkProfile(line.profile_dir); !written.ok()) {
+        fmt::print(stderr, "tarvo-emu wireshark-profile: {}\n", written.error().message());
+        return 1;
+    }
+    return 0;
+}
+
 // Says what was wrong with the command line and where to read how it goes.
 int UsageError(const CLI::App* command, const std::string& why) {
     fmt::print(stderr, "tarvo-emu {}: {}\nSee: tarvo-emu {} --help\n", command->get_name(), why,
@@ -281,8 +311,9 @@ int main(int argc, char** argv) {
     CLI::App* const exec = AddExec(app, line);
     CLI::App* const tput = AddTput(app, line);
     CLI::App* const decode = tarvo_emu::AddDecodeCommand(app, &line.decode);
+    CLI::App* const profile = AddWiresharkProfile(app, line);
     CLI::App* const help = app.add_subcommand("help")->group("");
-    for (CLI::App* command : {run, console, exec, tput, decode}) {
+    for (CLI::App* command : {run, console, exec, tput, decode, profile}) {
         command->allow_extras()->footer(kExitStatuses);
     }
 
@@ -292,7 +323,9 @@ int main(int argc, char** argv) {
         fmt::print("{}", app.help());
         return 0;
     } catch (const CLI::RequiredError&) {
-        // The scenario file of `run` is the only argument that must be given.
+        // The scenario file of `run` and the profile's folder are the arguments that must be
+        // given.
+        if (profile->parsed()) return UsageError(profile, "no folder given");
         return UsageError(run, "no scenario file given");
     } catch (const CLI::ParseError& error) {
         const std::vector<CLI::App*> given = app.get_subcommands();
@@ -317,6 +350,7 @@ int main(int argc, char** argv) {
     if (command == exec && line.command.empty()) return UsageError(exec, "no command after --");
     // Reads a file and runs nothing, so it needs neither root nor the rig.
     if (command == decode) return tarvo_emu::RunDecode(line.decode);
+    if (command == profile) return WiresharkProfile(line);
 
     if (geteuid() != 0) {
         fmt::print(stderr,

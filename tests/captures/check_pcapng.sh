@@ -1,7 +1,8 @@
 #!/bin/sh
 # Plays a scenario that holds the largest message the daemon reads (65,568 bytes), writes its
-# transcript as pcapng, and has Debian's tshark decode it with the schema: every message must come
-# out as a protobuf packet, in its direction, with its fields.
+# transcript as pcapng, and has Debian's tshark decode it with nothing but the profile that
+# `tarvo-emu wireshark-profile` writes: every message must come out as a protobuf packet, in its
+# direction, between the named ends, with its fields.
 # Usage: check_pcapng.sh TARVO_EMU SOURCE_DIR WORK_DIR
 set -eu
 emu=$1 source=$2 work=$3
@@ -9,10 +10,9 @@ mkdir -p "$work"
 "$emu" run "$source/tests/scenarios/largest_message.textproto" --quiet \
     --transcript "$work/largest.transcript"
 "$emu" decode "$work/largest.transcript" --pcapng "$work/largest.pcapng" >/dev/null
-tshark -r "$work/largest.pcapng" \
-    -o "uat:protobuf_search_paths:\"$source/proto\",\"TRUE\"" \
-    -o 'uat:protobuf_udp_message_types:"40001-40002","tarvo_message.TarvoMessage"' \
-    -o protobuf.preload_protos:TRUE -o protobuf.pbf_as_hf:TRUE -N n \
+rm -rf "$work/wireshark"
+"$emu" wireshark-profile "$work/wireshark/profiles/tarvo"
+WIRESHARK_CONFIG_DIR="$work/wireshark" tshark -C tarvo -r "$work/largest.pcapng" \
     -Y protobuf -T fields -E separator=, -e _ws.col.Source -e _ws.col.Destination \
     -e pbf.tarvo_message.TarvoMessage.type -e pbf.tarvo_message.TarvoMessage.token \
     -e frame.packet_flags_direction -e pbf.tarvo_message.FileWriteRequest.data \
