@@ -130,14 +130,15 @@ Result<double> Transfer(BenchRig& bench, const std::string& name, uint64_t size)
 // target, so that the next transfer starts clean and the disk does not fill.
 Result<void> CheckAndRemoveTarget(BenchRig& bench, const std::string& name, uint64_t size) {
     std::error_code ec;
-    const std::string host = bench.rig().sandbox().HostPath(kTargetDir + name);
+    const std::string host = *bench.rig().sandbox().HostPath(kTargetDir + name);
     const uintmax_t arrived = std::filesystem::file_size(host, ec);
     if (ec || arrived != size) {
         return Error() << name << ": " << arrived << " bytes arrived of " << size;
     }
-    if (bench.rig().FileMode(kStagingDir + name)) return Error() << name << ": staging file left";
-    bench.rig().RemoveFile(kTargetDir + name);
-    return {};
+    if (bench.rig().FileMode(kStagingDir + name).ok()) {
+        return Error() << name << ": staging file left";
+    }
+    return bench.rig().RemoveFile(kTargetDir + name);
 }
 
 // Whole-process figures of a running process, from /proc.
@@ -234,18 +235,16 @@ BenchSettings BenchSettings::Smoke() {
 }
 
 Figures MicroFigures(const BenchSettings& settings) {
-    tarvo_emu::RigOptions options;
-    options.start_daemon = false;
-    options.keep_logs = false;
-    tarvo_emu::Rig rig(options);
+    tarvo_emu::Rig rig({.start_daemon = false}, {.keep_logs = false});
     if (Result<void> started = rig.Start(); !started.ok()) return started.error();
     constexpr char kOut[] = "/data/micro_bench.tsv";
-    const tarvo_emu::ProcessResult result = rig.Run(
+    const Result<tarvo_emu::ProcessResult> result = rig.Run(
         {BenchBinary("tarvo-micro-bench"), "--rounds", std::to_string(settings.micro_rounds),
          "--min-time", StringPrintf("%g", settings.micro_min_time_s), "--out", kOut},
         std::chrono::minutes(30));
-    std::optional<std::string> tsv = rig.ReadFile(kOut);
-    if (result.status != 0 || !tsv) return Error() << "micro benchmarks: " << result.output;
+    if (!result.ok()) return Error() << "micro benchmarks: " << result.error();
+    Result<std::string> tsv = rig.ReadFile(kOut);
+    if (result->status != 0 || !tsv.ok()) return Error() << "micro benchmarks: " << result->output;
 
     std::vector<Figure> figures;
     for (const std::string& line : android::base::Split(*tsv, "\n")) {
@@ -471,7 +470,8 @@ void UplinkFigures(const std::string& name, const char* sides, const NodeRates& 
     std::map<uint64_t, Figure> by_size;
     for (const auto& [bytes, rate] : value) {
         const auto floor_rate = floor.find(bytes);
-        if (bytes == tarvo_emu::kOpeningWrite || floor_rate == floor.end()) continue;
+        if (bytes == tarvo_emu::UplinkSchedule::kOpeningWrite || floor_rate == floor.end())
+            continue;
         const double mb_s = rate.bytes_per_s() / 1e6;
         const double floor_mb_s = floor_rate->second.bytes_per_s() / 1e6;
         if (!std::isfinite(mb_s) || !std::isfinite(floor_mb_s)) continue;
@@ -492,7 +492,8 @@ void UplinkFigures(const std::string& name, const char* sides, const NodeRates& 
             lowest = at;
             lowest_at = bytes;
         }
-        const double moved = static_cast<double>(bytes) * tarvo_emu::kWritesPerSize / 1e6;
+        const double moved =
+            static_cast<double>(bytes) * tarvo_emu::UplinkSchedule::kWritesPerSize / 1e6;
         value_s += moved / at.value;
         floor_s += moved / at.floor;
         total += moved;
@@ -639,8 +640,8 @@ Figures SoakFigures(const BenchSettings& settings) {
             sent += batch.size();
             ++batches;
         }
-        const std::optional<tarvo_emu::ProcessUsage> usage = tarvo_emu::ReadProcessUsage(*pid);
-        if (!usage) return Error() << "the daemon is gone after " << sent;
+        const Result<tarvo_emu::ProcessUsage> usage = tarvo_emu::ReadProcessUsage(*pid);
+        if (!usage.ok()) return Error() << "the daemon is gone after " << sent;
         samples.push_back({sent, static_cast<uint64_t>(usage->rss_kib), usage->descriptors});
     }
     const double seconds =

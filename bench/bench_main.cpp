@@ -48,11 +48,12 @@ std::string LoadAverages() {
 }
 
 std::string Commit() {
-    const tarvo_emu::ProcessResult git = tarvo_emu::RunProcess(
+    const android::base::Result<tarvo_emu::ProcessResult> git = tarvo_emu::RunProcess(
         {"/usr/bin/git", "-C", TARVO_SOURCE_DIR, "describe", "--always", "--dirty", "--abbrev=12"},
         {}, std::chrono::seconds(10));
-    const std::string commit = android::base::Trim(git.output);
-    return git.status == 0 && !commit.empty() ? commit : "unknown";
+    if (!git.ok()) return "unknown";
+    const std::string commit = android::base::Trim(git->output);
+    return git->status == 0 && !commit.empty() ? commit : "unknown";
 }
 
 std::string BenchmarkNames() {
@@ -85,7 +86,7 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : kUsageError;
     }
-    if (!tarvo_emu::EnterPrivateMountNamespace()) {
+    if (!tarvo_emu::EnterPrivateMountNamespace().ok()) {
         fprintf(stderr, "tarvo-bench: cannot enter a private mount namespace (run as root)\n");
     }
     const tarvo_bench::BenchSettings settings =

@@ -22,6 +22,7 @@
 #include "cli/command_formatter.h"
 #include "cli/console.h"
 #include "cli/decode_command.h"
+#include "cli/soak_command.h"
 #include "cli/tput_command.h"
 #include "process/signal_cleanup.h"
 #include "rig/rig.h"
@@ -51,6 +52,7 @@ struct CommandLine {
     bool quiet = false;
     tarvo_emu::ConsoleOptions console;
     tarvo_emu::RigOptions exec;
+    tarvo_emu::RigHooks exec_hooks;
     std::vector<std::string> command;
     tarvo_emu::TputCommandOptions tput;
     tarvo_emu::DecodeOptions decode;
@@ -116,9 +118,9 @@ CLI::App* AddExec(CLI::App& app, CommandLine& line) {
     exec->add_flag("--daemon", options.start_daemon, "start `tarvo -s` too");
     exec->add_flag_callback(
         "--discard-uplink",
-        [&options] {
-            options.uplink_tap = [](std::string_view) { return true; };
-            options.keep_logs = false;
+        [&line] {
+            line.exec_hooks.uplink_tap = [](std::string_view) { return true; };
+            line.exec_hooks.keep_logs = false;
         },
         "drop every message written on /dev/oem_ipc1 unread, keep no log\n"
         "lines (for a fuzzer's millions of messages)");
@@ -281,17 +283,21 @@ int Run(const CommandLine& line) {
 int Exec(const CommandLine& line) {
     tarvo_emu::RigOptions options = line.exec;
     options.transcript = &std::cout;
-    tarvo_emu::Rig rig(options);
+    tarvo_emu::Rig rig(options, line.exec_hooks);
     if (Result<void> started = rig.Start(); !started.ok()) {
         fmt::print(stderr, "tarvo-emu: {}\n", started.error().message());
         return 1;
     }
-    const tarvo_emu::ProcessResult result = rig.Run(line.command, std::chrono::hours(1));
+    Result<tarvo_emu::ProcessResult> result = rig.Run(line.command, std::chrono::hours(1));
+    if (!result.ok()) {
+        fmt::print(stderr, "tarvo-emu: {}\n", result.error().message());
+        return 1;
+    }
     if (Result<void> health = rig.CheckHealth(); !health.ok()) {
         fmt::print(stderr, "tarvo-emu: {}\n", health.error().message());
-        return result.status == 0 ? 1 : result.status;
+        return result->status == 0 ? 1 : result->status;
     }
-    return result.status;
+    return result->status;
 }
 
 }  // namespace
@@ -311,9 +317,11 @@ int main(int argc, char** argv) {
     CLI::App* const exec = AddExec(app, line);
     CLI::App* const tput = AddTput(app, line);
     CLI::App* const decode = tarvo_emu::AddDecodeCommand(app, &line.decode);
+    tarvo_emu::SoakOptions soak_options;
+    CLI::App* const soak = tarvo_emu::AddSoakCommand(app, &soak_options);
     CLI::App* const profile = AddWiresharkProfile(app, line);
     CLI::App* const help = app.add_subcommand("help")->group("");
-    for (CLI::App* command : {run, console, exec, tput, decode, profile}) {
+    for (CLI::App* command : {run, console, exec, tput, decode, soak, profile}) {
         command->allow_extras()->footer(kExitStatuses);
     }
 
@@ -360,12 +368,16 @@ int main(int argc, char** argv) {
     }
     // Without a namespace of its own, a crash would leave the emulator's mount behind. Entered
     // while the process has one thread only.
-    if (!tarvo_emu::EnterPrivateMountNamespace()) {
-        perror("tarvo-emu: cannot enter a private mount namespace");
+    if (Result<void> entered = tarvo_emu::EnterPrivateMountNamespace(); !entered.ok()) {
+        fmt::print(stderr, "tarvo-emu: cannot enter a private mount namespace: {}\n",
+                   entered.error().message());
     }
-    tarvo_emu::InstallSignalCleanup();
+    if (Result<void> installed = tarvo_emu::InstallSignalCleanup(); !installed.ok()) {
+        fmt::print(stderr, "tarvo-emu: no clean-up on signals: {}\n", installed.error().message());
+    }
     if (command == run) return Run(line);
     if (command == console) return tarvo_emu::RunConsole(line.console);
     if (command == exec) return Exec(line);
+    if (command == soak) return tarvo_emu::RunSoak(soak_options);
     return tarvo_emu::RunTputCommand(line.tput);
 }

@@ -82,8 +82,9 @@ Phase PhaseOf(const std::vector<tarvo_message::TarvoMessage>& messages) {
 // Runs the daemon's test and waits for its end, showing progress on stderr when `progress`.
 Result<void> RunDaemonTest(Rig& rig, bool progress) {
     rig.emulator().test().ResetStats();
-    const ProcessResult client = rig.RunClient({"-t"});
-    if (client.status != 0) return Error() << "tarvo -t exited with " << client.status;
+    Result<ProcessResult> client = rig.RunClient({"-t"});
+    if (!client.ok()) return Error() << "tarvo -t: " << client.error();
+    if (client->status != 0) return Error() << "tarvo -t exited with " << client->status;
     const auto start = std::chrono::steady_clock::now();
     const auto answered = [](const LogLine& line) {
         return StartsWith(line.text, "Got modem test response ") ||
@@ -124,12 +125,14 @@ Result<void> RunDaemonTest(Rig& rig, bool progress) {
 std::map<uint64_t, NodeRate> MeasureBareWriter(Rig& rig) {
     TestNode& node = rig.emulator().test();
     node.ResetStats();
+    using Schedule = UplinkSchedule;
     const std::string script = fmt::format(
         "dd if=/dev/zero of=/dev/oem_test bs={} count=1 conv=notrunc status=none && "
-        "for size in $(seq 1000 1000 20000); do "
+        "for size in $(seq {} {} {}); do "
         "dd if=/dev/zero of=/dev/oem_test bs=$size count={} conv=notrunc status=none || exit 1; "
         "done",
-        kOpeningWrite, kWritesPerSize);
+        Schedule::kOpeningWrite, Schedule::kFirstBlockSize, Schedule::kBlockSizeStep,
+        Schedule::kLastBlockSize, Schedule::kWritesPerSize);
     rig.Run({"/bin/sh", "-c", script}, kBareWriterTimeout);
     return RatesBySize(node.uplink());
 }
@@ -170,23 +173,20 @@ Result<NodeRate> MeasureNodeReads(Rig& rig, const DownlinkSettings& downlink,
     TestNode& node = rig.emulator().test();
     node.ResetStats();
     node.StartDownlink(downlink.block_size, downlink.bytes_per_s);
-    const ProcessResult run = rig.Run(reader);
+    Result<ProcessResult> run = rig.Run(reader);
     node.StopDownlink();
+    if (!run.ok()) return run.error();
     const TestNode::Downlink down = node.downlink();
-    if (run.status != 0) return Error() << reader[0] << " failed: " << run.output;
+    if (run->status != 0) return Error() << reader[0] << " failed: " << run->output;
     return RateOf(down.reads, down.bytes, down.span);
 }
 
 Result<TputReport> MeasureTput(Rig& rig, const DownlinkSettings& downlink, bool progress) {
-    if (!rig.WaitForLog(0, "Start modem state monitoring")) {
+    if (!rig.log_events().Wait(IsDaemonStarted, kDefaultWait)) {
         return Error() << "the daemon did not start";
     }
-    rig.SetModemState(4);
-    const auto online = [](const LogLine& line) {
-        return android::base::EndsWith(line.text, " to 4") &&
-               StartsWith(line.text, "Modem state changed from ");
-    };
-    if (!rig.log_events().Wait(online, Rig::kDefaultTimeout)) {
+    rig.SetModemState(kModemOnline);
+    if (!rig.log_events().Wait(IsOnlineReport, kDefaultWait)) {
         return Error() << "the daemon did not see the modem online";
     }
     if (Result<void> ran = RunDaemonTest(rig, progress); !ran.ok()) return ran.error();

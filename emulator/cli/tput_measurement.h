@@ -11,9 +11,6 @@
 
 namespace tarvo_emu {
 
-// The uplink schedule of the daemon's pump: one opening write, then this many blocks of each size.
-constexpr uint64_t kOpeningWrite = 10;
-constexpr uint64_t kWritesPerSize = 10000;
 // How long one of the daemon's downlink samples lasts.
 constexpr double kSampleSeconds = 0.1;
 

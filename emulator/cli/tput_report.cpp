@@ -27,7 +27,7 @@ std::set<uint64_t> UplinkSizes(const TputReport& report) {
     std::set<uint64_t> sizes;
     for (const auto* rates : {&report.pump, &report.bare_writer}) {
         for (const auto& [size, rate] : *rates) {
-            if (size != kOpeningWrite) sizes.insert(size);
+            if (size != UplinkSchedule::kOpeningWrite) sizes.insert(size);
         }
     }
     return sizes;
@@ -92,10 +92,11 @@ Result<void> WritePlot(const TputReport& report, const std::string& svg) {
         !android::base::WriteStringToFile(PlotScript(report, dir, svg), dir + "/plot.gp")) {
         drawn = Error() << "cannot write the plot's data in " << dir;
     } else {
-        const ProcessResult gnuplot = RunProcess({kGnuplot, dir + "/plot.gp"}, {}, kGnuplotTimeout);
-        if (gnuplot.status != 0) {
+        Result<ProcessResult> gnuplot =
+            RunProcess({kGnuplot, dir + "/plot.gp"}, {}, kGnuplotTimeout);
+        if (!gnuplot.ok() || gnuplot->status != 0) {
             drawn = Error() << "gnuplot failed (is gnuplot-nox installed? make deps): "
-                            << gnuplot.output;
+                            << (gnuplot.ok() ? gnuplot->output : gnuplot.error().message());
         }
     }
     std::error_code ignored;
