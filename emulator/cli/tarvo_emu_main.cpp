@@ -18,6 +18,7 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include "capture/pcapng_recorder.h"
 #include "capture/wireshark_profile.h"
 #include "cli/command_formatter.h"
 #include "cli/console.h"
@@ -49,6 +50,7 @@ struct CommandLine {
     std::string scenario_file;
     std::string record;
     std::string transcript_file;
+    std::string pcapng;
     bool quiet = false;
     tarvo_emu::ConsoleOptions console;
     tarvo_emu::RigOptions exec;
@@ -73,6 +75,11 @@ CLI::App* AddRun(CLI::App& app, CommandLine& line) {
                     "write the session to OUT as a scenario: the setup, the steps,\n"
                     "and after each step what the daemon did that no step expected")
         ->type_name("OUT");
+    run->add_option("--pcapng", line.pcapng,
+                    "write the session to OUT as pcapng for Wireshark (see `tarvo-emu\n"
+                    "wireshark-profile`): each message when the daemon reads or writes it,\n"
+                    "faults as packet comments, the log lines in the same timeline")
+        ->type_name("OUT");
     run->add_option("--transcript", line.transcript_file,
                     "write the whole transcript to OUT, every payload in full")
         ->type_name("OUT");
@@ -94,6 +101,12 @@ CLI::App* AddConsole(CLI::App& app, CommandLine& line) {
     console
         ->add_option("--record", line.console.record,
                      "write the session to OUT as a scenario that `tarvo-emu run` plays")
+        ->type_name("OUT");
+    console
+        ->add_option("--pcapng", line.console.pcapng,
+                     "write the session to OUT as pcapng for Wireshark (see `tarvo-emu\n"
+                     "wireshark-profile`): each message when the daemon reads or writes it,\n"
+                     "faults as packet comments, the log lines in the same timeline")
         ->type_name("OUT");
     return console;
 }
@@ -267,9 +280,27 @@ int Run(const CommandLine& line) {
             return 1;
         }
     }
-    Result<void> played =
-        tarvo_emu::PlayScenario(*scenario, line.quiet ? nullptr : &std::cout, line.record, &origin,
-                                line.transcript_file.empty() ? nullptr : &full_transcript);
+    tarvo_emu::RigHooks hooks;
+    std::unique_ptr<tarvo_emu::PcapngRecorder> pcapng;
+    if (!line.pcapng.empty()) {
+        Result<std::unique_ptr<tarvo_emu::PcapngRecorder>> opened =
+            tarvo_emu::PcapngRecorder::Open(line.pcapng);
+        if (!opened.ok()) {
+            fmt::print(stderr, "{}\n", opened.error().message());
+            return 1;
+        }
+        pcapng = std::move(*opened);
+        pcapng->Attach(&hooks);
+    }
+    Result<void> played = tarvo_emu::PlayScenario(
+        *scenario, line.quiet ? nullptr : &std::cout, line.record, &origin,
+        line.transcript_file.empty() ? nullptr : &full_transcript, std::move(hooks));
+    if (pcapng) {
+        if (Result<void> closed = pcapng->Close(); !closed.ok()) {
+            fmt::print(stderr, "{}\n", closed.error().message());
+            return 1;
+        }
+    }
     if (!played.ok()) {
         std::cout << std::flush;
         // The failure names the file itself.

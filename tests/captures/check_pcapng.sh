@@ -2,7 +2,8 @@
 # Plays a scenario that holds the largest message the daemon reads (65,568 bytes), writes its
 # transcript as pcapng, and has Debian's tshark decode it with nothing but the profile that
 # `tarvo-emu wireshark-profile` writes: every message must come out as a protobuf packet, in its
-# direction, between the named ends, with its fields.
+# direction, between the named ends, with its fields. Then a session that `run --pcapng` takes at
+# the node, with a fault and log lines.
 # Usage: check_pcapng.sh TARVO_EMU SOURCE_DIR WORK_DIR
 set -eu
 emu=$1 source=$2 work=$3
@@ -31,3 +32,23 @@ fi
 # The data field of the 65,568-byte message arrived whole: 65,539 bytes "x", in hex.
 grep '^modem,tarvo,1,1,' "$work/largest.fields" | cut -d, -f6 | tr -d '\n' | wc -c |
     grep -qx "$((65539 * 2))"
+
+# A session taken at the node by `run --pcapng`: the end of file injected is a packet whose comment
+# names it, after the request and response before it and before the daemon's line about it;
+# the daemon's and its RIL library's log lines are logcat packets in the same timeline.
+"$emu" run "$source/tests/scenarios/end_of_file_errno.textproto" --quiet --pcapng "$work/eof.pcapng"
+WIRESHARK_CONFIG_DIR="$work/wireshark" tshark -C tarvo -r "$work/eof.pcapng" \
+    -T fields -E separator='|' -e frame.comment -e logcat_text.tag -e logcat_text.log -e pbf.tarvo_message.TarvoMessage.type \
+    -e pbf.tarvo_message.TarvoMessage.token >"$work/eof.fields"
+order=$(awk -F'|' '
+    $4 == 1 && $5 == 1 { print "request" }
+    $4 == 2 && $5 == 1 { print "response" }
+    $1 == "fault on oem_ipc1: end of file" { print "fault" }
+    $2 == "tarvo" && $3 == "Read channel error, size:0, errno:2" { print "log" }' "$work/eof.fields" |
+    tr '\n' ' ')
+if [ "$order" != "request response fault log " ]; then
+    printf 'run --pcapng: the request, its response, the fault and its log line came as: %s\n' \
+        "$order" >&2
+    exit 1
+fi
+grep -q '^|libvekril-client|RilClientHelperDLImpl::Open|' "$work/eof.fields"
