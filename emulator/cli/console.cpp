@@ -10,7 +10,9 @@
 #include <atomic>
 #include <csignal>
 #include <cstring>
+#include <iostream>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -19,6 +21,7 @@
 #include <android-base/unique_fd.h>
 #include <fmt/format.h>
 
+#include "capture/pcapng_recorder.h"
 #include "cli/live_output.h"
 #include "cli/step_examples.h"
 #include "cli/step_text.h"
@@ -335,10 +338,22 @@ int RunConsole(const ConsoleOptions& options) {
     }
     LiveOutput output(wake_write.get());
     std::ostream transcript(&output);
-    ScenarioSession session(scenario, &transcript);
+    RigHooks hooks;
+    std::unique_ptr<PcapngRecorder> pcapng;
+    if (!options.pcapng.empty()) {
+        Result<std::unique_ptr<PcapngRecorder>> opened = PcapngRecorder::Open(options.pcapng);
+        if (!opened.ok()) {
+            fprintf(stderr, "tarvo-emu console: %s\n", opened.error().message().c_str());
+            return 1;
+        }
+        pcapng = std::move(*opened);
+        pcapng->Attach(&hooks);
+    }
+    auto session = std::make_unique<ScenarioSession>(scenario, &transcript, nullptr, nullptr,
+                                                     std::move(hooks));
     ScenarioRecorder recorder(scenario);
-    if (!options.record.empty()) session.Record(&recorder);
-    if (Result<void> started = session.Start(); !started.ok()) {
+    if (!options.record.empty()) session->Record(&recorder);
+    if (Result<void> started = session->Start(); !started.ok()) {
         fprintf(stderr, "tarvo-emu console: %s\n", started.error().message().c_str());
         return 1;
     }
@@ -348,20 +363,28 @@ int RunConsole(const ConsoleOptions& options) {
         return 1;
     }
     TakeOverSignals(signal_write.release());
-    Console console(&session, &output, wake_read.get(), signal_read.get());
+    Console console(session.get(), &output, wake_read.get(), signal_read.get());
     console.PlayFirst(scenario);
     console.Interact();
     bool failed = console.failed();
-    if (Result<void> health = session.rig().CheckHealth(); !health.ok()) {
+    if (Result<void> health = session->rig().CheckHealth(); !health.ok()) {
         output.Say("FAILED " + health.error().message() + "\n");
         failed = true;
     }
     if (!options.record.empty()) {
-        if (Result<void> written = recorder.Write(options.record, session.rig()); !written.ok()) {
+        if (Result<void> written = recorder.Write(options.record, session->rig()); !written.ok()) {
             output.Say("tarvo-emu console: " + written.error().message() + "\n");
             failed = true;
         } else {
             output.Say("recorded " + options.record + "\n");
+        }
+    }
+    // The capture ends with the daemon's last lines, once the rig is gone.
+    session.reset();
+    if (pcapng) {
+        if (Result<void> closed = pcapng->Close(); !closed.ok()) {
+            output.Say("tarvo-emu console: " + closed.error().message() + "\n");
+            failed = true;
         }
     }
     if (const int signal_number = console.ending_signal(); signal_number != 0) {

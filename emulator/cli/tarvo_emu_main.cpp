@@ -20,6 +20,8 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include "capture/pcapng_recorder.h"
+#include "capture/wireshark_profile.h"
 #include "cli/command_formatter.h"
 #include "cli/console.h"
 #include "cli/decode_command.h"
@@ -50,6 +52,7 @@ struct CommandLine {
     std::string scenario_file;
     std::string record;
     std::string transcript_file;
+    std::string pcapng;
     bool quiet = false;
     tarvo_emu::ConsoleOptions console;
     tarvo_emu::RigOptions exec;
@@ -57,6 +60,7 @@ struct CommandLine {
     std::vector<std::string> command;
     tarvo_emu::TputCommandOptions tput;
     tarvo_emu::DecodeOptions decode;
+    std::string profile_dir;
 };
 
 CLI::App* AddRun(CLI::App& app, CommandLine& line) {
@@ -72,6 +76,11 @@ CLI::App* AddRun(CLI::App& app, CommandLine& line) {
     run->add_option("--record", line.record,
                     "write the session to OUT as a scenario: the setup, the steps,\n"
                     "and after each step what the daemon did that no step expected")
+        ->type_name("OUT");
+    run->add_option("--pcapng", line.pcapng,
+                    "write the session to OUT as pcapng for Wireshark (see `tarvo-emu\n"
+                    "wireshark-profile`): each message when the daemon reads or writes it,\n"
+                    "faults as packet comments, the log lines in the same timeline")
         ->type_name("OUT");
     run->add_option("--transcript", line.transcript_file,
                     "write the whole transcript to OUT, every payload in full")
@@ -94,6 +103,12 @@ CLI::App* AddConsole(CLI::App& app, CommandLine& line) {
     console
         ->add_option("--record", line.console.record,
                      "write the session to OUT as a scenario that `tarvo-emu run` plays")
+        ->type_name("OUT");
+    console
+        ->add_option("--pcapng", line.console.pcapng,
+                     "write the session to OUT as pcapng for Wireshark (see `tarvo-emu\n"
+                     "wireshark-profile`): each message when the daemon reads or writes it,\n"
+                     "faults as packet comments, the log lines in the same timeline")
         ->type_name("OUT");
     return console;
 }
@@ -198,6 +213,34 @@ CLI::App* AddTput(CLI::App& app, CommandLine& line) {
     return tput;
 }
 
+CLI::App* AddWiresharkProfile(CLI::App& app, CommandLine& line) {
+    CLI::App* profile = app.add_subcommand(
+        "wireshark-profile",
+        fmt::format(
+            "Writes a Wireshark configuration profile into DIR that decodes the pcapng files of\n"
+            "`decode --pcapng`, `run --pcapng` and `console --pcapng`: a copy of the message\n"
+            "schema, the protobuf search path pointing at it, UDP ports 40001-40002 (the modem "
+            "and\n"
+            "the daemon) as TarvoMessage, every field filterable (pbf.tarvo_message.TarvoMessage.\n"
+            "token), the ends named modem and tarvo. Kept as\n"
+            "~/.config/wireshark/profiles/{0}, it is chosen with `wireshark -C {0} FILE` or\n"
+            "`tshark -C {0} -r FILE -V -O protobuf`; as DIR of its own, with\n"
+            "`WIRESHARK_CONFIG_DIR=DIR wireshark FILE`. Write it again after moving it.",
+            tarvo_emu::kWiresharkProfileName));
+    profile->add_option("DIR", line.profile_dir, "the profile's folder, made when missing")
+        ->required()
+        ->type_name("");
+    return profile;
+}
+
+int WiresharkProfile(const CommandLine& line) {
+    if (Result<void> written = tarvo_emu::WriteWiresharkProfile(line.profile_dir); !written.ok()) {
+        fmt::print(stderr, "tarvo-emu wireshark-profile: {}\n", written.error().message());
+        return 1;
+    }
+    return 0;
+}
+
 // Says what was wrong with the command line and where to read how it goes.
 int UsageError(const CLI::App* command, const std::string& why) {
     fmt::print(stderr, "tarvo-emu {}: {}\nSee: tarvo-emu {} --help\n", command->get_name(), why,
@@ -244,9 +287,27 @@ int Run(const CommandLine& line) {
         transcript_buffer = std::make_unique<__gnu_cxx::stdio_filebuf<char>>(fd, std::ios::out);
     }
     std::ostream full_transcript(transcript_buffer.get());
+    tarvo_emu::RigHooks hooks;
+    std::unique_ptr<tarvo_emu::PcapngRecorder> pcapng;
+    if (!line.pcapng.empty()) {
+        Result<std::unique_ptr<tarvo_emu::PcapngRecorder>> opened =
+            tarvo_emu::PcapngRecorder::Open(line.pcapng);
+        if (!opened.ok()) {
+            fmt::print(stderr, "{}\n", opened.error().message());
+            return 1;
+        }
+        pcapng = std::move(*opened);
+        pcapng->Attach(&hooks);
+    }
     Result<void> played =
         tarvo_emu::PlayScenario(*scenario, line.quiet ? nullptr : &std::cout, line.record, &origin,
-                                transcript_buffer ? &full_transcript : nullptr);
+                                transcript_buffer ? &full_transcript : nullptr, std::move(hooks));
+    if (pcapng) {
+        if (Result<void> closed = pcapng->Close(); !closed.ok()) {
+            fmt::print(stderr, "{}\n", closed.error().message());
+            return 1;
+        }
+    }
     if (!played.ok()) {
         std::cout << std::flush;
         // The failure names the file itself.
@@ -296,8 +357,9 @@ int main(int argc, char** argv) {
     CLI::App* const decode = tarvo_emu::AddDecodeCommand(app, &line.decode);
     tarvo_emu::SoakOptions soak_options;
     CLI::App* const soak = tarvo_emu::AddSoakCommand(app, &soak_options);
+    CLI::App* const profile = AddWiresharkProfile(app, line);
     CLI::App* const help = app.add_subcommand("help")->group("");
-    for (CLI::App* command : {run, console, exec, tput, decode, soak}) {
+    for (CLI::App* command : {run, console, exec, tput, decode, soak, profile}) {
         command->allow_extras()->footer(kExitStatuses);
     }
 
@@ -307,7 +369,9 @@ int main(int argc, char** argv) {
         fmt::print("{}", app.help());
         return 0;
     } catch (const CLI::RequiredError&) {
-        // The scenario file of `run` is the only argument that must be given.
+        // The scenario file of `run` and the profile's folder are the arguments that must be
+        // given.
+        if (profile->parsed()) return UsageError(profile, "no folder given");
         return UsageError(run, "no scenario file given");
     } catch (const CLI::ParseError& error) {
         const std::vector<CLI::App*> given = app.get_subcommands();
@@ -332,6 +396,7 @@ int main(int argc, char** argv) {
     if (command == exec && line.command.empty()) return UsageError(exec, "no command after --");
     // Reads a file and runs nothing, so it needs neither root nor the rig.
     if (command == decode) return tarvo_emu::RunDecode(line.decode);
+    if (command == profile) return WiresharkProfile(line);
 
     if (geteuid() != 0) {
         fmt::print(stderr,

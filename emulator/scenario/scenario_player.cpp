@@ -14,8 +14,9 @@ using tarvo_scenario::Step;
 namespace tarvo_emu {
 
 ScenarioSession::ScenarioSession(const Scenario& setup, std::ostream* transcript,
-                                 const ScenarioOrigin* origin, std::ostream* full_transcript)
-    : rig_(RigOptionsOf(setup, transcript, full_transcript)),
+                                 const ScenarioOrigin* origin, std::ostream* full_transcript,
+                                 RigHooks hooks)
+    : rig_(RigOptionsOf(setup, transcript, full_transcript), std::move(hooks)),
       player_(std::make_unique<StepPlayer>(&rig_, origin)),
       origin_(origin) {}
 
@@ -49,8 +50,8 @@ Result<void> ScenarioSession::Play(const Step& step, int index) {
 
 Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript,
                           const std::string& record, const ScenarioOrigin* origin,
-                          std::ostream* full_transcript) {
-    ScenarioSession session(scenario, transcript, origin, full_transcript);
+                          std::ostream* full_transcript, RigHooks hooks) {
+    ScenarioSession session(scenario, transcript, origin, full_transcript, std::move(hooks));
     if (Result<void> started = session.Start(); !started.ok()) return started.error();
     ScenarioRecorder recorder(scenario);
     if (!record.empty()) session.Record(&recorder);

@@ -19,10 +19,11 @@ class StepPlayer;
 // file's by `tarvo-emu run`, each as it is typed by `tarvo-emu console`.
 class ScenarioSession {
   public:
-    // `origin`, when given, names the file and lines of the steps played by index.
+    // `origin`, when given, names the file and lines of the steps played by index; `hooks` go
+    // to the rig.
     ScenarioSession(const tarvo_scenario::Scenario& setup, std::ostream* transcript,
-                    const ScenarioOrigin* origin = nullptr,
-                    std::ostream* full_transcript = nullptr);
+                    const ScenarioOrigin* origin = nullptr, std::ostream* full_transcript = nullptr,
+                    RigHooks hooks = {});
     ~ScenarioSession();
 
     android::base::Result<void> Start();
@@ -48,10 +49,11 @@ class ScenarioSession {
 // names the step (its file and line when `origin` is given, its index from 0 and text form), why
 // it failed and what came nearest to what it expected. With a `record` path, the session is
 // written there as a scenario, failed or not. `transcript` shows long payloads shortened;
-// `full_transcript`, when given, gets the whole transcript.
+// `full_transcript`, when given, gets the whole transcript; `hooks` go to the rig.
 android::base::Result<void> PlayScenario(const tarvo_scenario::Scenario& scenario,
                                          std::ostream* transcript, const std::string& record = {},
                                          const ScenarioOrigin* origin = nullptr,
-                                         std::ostream* full_transcript = nullptr);
+                                         std::ostream* full_transcript = nullptr,
+                                         RigHooks hooks = {});
 
 }  // namespace tarvo_emu
