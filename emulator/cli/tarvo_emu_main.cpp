@@ -47,7 +47,7 @@ const std::map<std::string, std::string>& HelpTexts() {
          "than 300 bytes shown by their start and size. A failure names the step's file and\n"
          "line, and shows what came nearest to what the step expected.\n"
          "\n"
-         "  --quiet           print only a failure\n"
+         "  --quiet           print only a failure and the summary\n"
          "  --transcript OUT  write the whole transcript to OUT, every payload in full\n"
          "  --record OUT      write the session to OUT as a scenario: the setup, the steps,\n"
          "                    and after each step what the daemon did that no step expected\n"},
@@ -163,16 +163,23 @@ int Run(const std::vector<std::string>& args) {
             return 1;
         }
     }
-    Result<void> played =
-        tarvo_emu::PlayScenario(*scenario, quiet ? nullptr : &std::cout, record, &origin,
-                                transcript_file.empty() ? nullptr : &full_transcript);
+    tarvo_emu::PlaySummary summary;
+    Result<void> played = tarvo_emu::PlayScenario(
+        *scenario, {.transcript = quiet ? nullptr : &std::cout,
+                    .full_transcript = transcript_file.empty() ? nullptr : &full_transcript,
+                    .record = record,
+                    .origin = &origin,
+                    .colour = tarvo_emu::WantsColour(STDOUT_FILENO),
+                    .summary = &summary});
+    const std::string steps = tarvo_emu::SummaryText(summary);
     if (!played.ok()) {
         std::cout << std::flush;
         // The failure names the file itself.
-        fprintf(stderr, "FAILED %s\n", played.error().message().c_str());
+        fprintf(stderr, "FAILED %s\n%s: %s\n", played.error().message().c_str(), file.c_str(),
+                steps.c_str());
         return 1;
     }
-    if (!quiet) printf("PASSED %s\n", file.c_str());
+    printf("PASSED %s: %s\n", file.c_str(), steps.c_str());
     return 0;
 }
 

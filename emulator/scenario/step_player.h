@@ -14,6 +14,7 @@
 #include "rig/rig.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/scenario_loader.h"
+#include "scenario/wait_notice.h"
 
 namespace tarvo_emu {
 
@@ -42,10 +43,11 @@ struct PlayState {
 };
 
 // Plays steps on a rig, each by the handler of its kind (see step_player.cpp), showing each in
-// the transcript before it is played.
+// the transcript before it is played and, once it is over, whether it held and how long it took.
 class StepPlayer {
   public:
-    StepPlayer(Rig* rig, const ScenarioOrigin* origin) : rig_(rig), origin_(origin) {}
+    StepPlayer(Rig* rig, const ScenarioOrigin* origin)
+        : rig_(rig), origin_(origin), wait_notice_(&rig->transcript()) {}
 
     // Plays the steps in order, up to the first failure, which names its file, line and step.
     // `places` are the steps' places in the file, when known.
@@ -69,6 +71,7 @@ class StepPlayer {
     Rig* rig_;
     const ScenarioOrigin* origin_;
     PlayState state_;
+    WaitNotice wait_notice_;
 };
 
 // Plays one kind of step; the error says why it failed.

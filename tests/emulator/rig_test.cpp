@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <future>
+#include <sstream>
 #include <string>
 
 #include <android/log.h>
@@ -106,7 +107,7 @@ TEST(ScenarioPlayerTest, NamesTheStepThatFailedAndWhatCameNearest) {
         step { expect_log { priority: INFO text: "IO handler started" } }
         step { expect_log { priority: ERROR text: "Start modem state monitorin" timeout_ms: 300 } }
     )");
-    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, nullptr);
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario);
     ASSERT_FALSE(played.ok());
     const std::string failure = played.error().message();
     EXPECT_EQ(failure.rfind("step 1 (expect_log { priority: ERROR text: \"Start modem state "
@@ -119,6 +120,40 @@ TEST(ScenarioPlayerTest, NamesTheStepThatFailedAndWhatCameNearest) {
                            "priority INFO, not ERROR; text differs from byte 27"),
               std::string::npos)
         << failure;
+}
+
+TEST(ScenarioPlayerTest, SaysWhenEachStepWasMetWhatALongWaitIsForAndSumsUp) {
+    const auto scenario = ParseScenario(R"(
+        step { expect_log { priority: INFO text: "IO handler started" } }
+        step { note: "only a note" }
+        step { expect_silence_ms: 1300 }
+        step { expect_log { text: "never printed" timeout_ms: 100 } }
+        step { sleep_ms: 1 }
+    )");
+    std::ostringstream out;
+    tarvo_emu::PlaySummary summary;
+    tarvo_emu::PlayOptions options;
+    options.transcript = &out;
+    options.summary = &summary;
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, options);
+    ASSERT_FALSE(played.ok());
+    const std::string transcript = out.str();
+    // Each verdict follows what met the step, and gives the time the step took.
+    const size_t started = transcript.find("I tarvo: IO handler started\n");
+    const size_t met = transcript.find("ok step 0 (0.");
+    ASSERT_NE(met, std::string::npos) << transcript;
+    EXPECT_LT(started, met) << transcript;
+    EXPECT_NE(transcript.find("waiting 1 s so far on step 2: expect_silence_ms: 1300\n"),
+              std::string::npos)
+        << transcript;
+    EXPECT_NE(transcript.find("ok step 2 (1.3"), std::string::npos) << transcript;
+    EXPECT_NE(transcript.find("FAILED step 3 (0.1"), std::string::npos) << transcript;
+    EXPECT_EQ(transcript.find("waiting 1 s so far on step 3"), std::string::npos) << transcript;
+    EXPECT_EQ(transcript.find("step 1"), std::string::npos) << transcript;
+    EXPECT_EQ(transcript.find("step 4"), std::string::npos) << transcript;
+    EXPECT_EQ(
+        tarvo_emu::SummaryText(summary).rfind("3 of 4 steps played, 2 passed, 1 failed, 1.", 0), 0u)
+        << tarvo_emu::SummaryText(summary);
 }
 
 TEST(ScenarioPlayerTest, ChecksFilesPropertiesAndClients) {
@@ -135,7 +170,7 @@ TEST(ScenarioPlayerTest, ChecksFilesPropertiesAndClients) {
         step { expect_no_log { text: "Failed to get pid" } }
         step { expect_file { path: "/data/vendor/radio/a.conf" mode: 0644 } }
     )");
-    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, nullptr);
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario);
     ASSERT_FALSE(played.ok());
     const std::string failure = played.error().message();
     EXPECT_EQ(failure.substr(0, 7), "step 7 ") << failure;
@@ -154,7 +189,7 @@ TEST(ScenarioPlayerTest, ExactPayloadTellsAFieldSentFromOneLeftOut) {
                         message { modem_stat { enable_request { module: "L1" } } } } }
     )");
     // The first step passes over the request with v and takes the one without.
-    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, nullptr);
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario);
     ASSERT_FALSE(played.ok());
     EXPECT_EQ(played.error().message().substr(0, 7), "step 2 ") << played.error().message();
 }
@@ -170,7 +205,7 @@ TEST(ScenarioPlayerTest, RegularExpressionsMatchWholeTextsAndSeedsHaveSizes) {
         step { expect_no_log { text_regex: "modem state" } }
         step { expect_no_log { priority: INFO text_regex: "Start modem state .*" } }
     )");
-    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, nullptr);
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario);
     ASSERT_FALSE(played.ok());
     const std::string failure = played.error().message();
     EXPECT_EQ(failure.substr(0, 7), "step 5 ") << failure;
@@ -180,7 +215,7 @@ TEST(ScenarioPlayerTest, RegularExpressionsMatchWholeTextsAndSeedsHaveSizes) {
         file { path: "/data/vendor/radio/a.bin" content: "abc" }
         step { expect_file { path: "/data/vendor/radio/a.bin" content_regex: "ab" } }
     )");
-    const android::base::Result<void> unmatched = tarvo_emu::PlayScenario(partial, nullptr);
+    const android::base::Result<void> unmatched = tarvo_emu::PlayScenario(partial);
     ASSERT_FALSE(unmatched.ok());
     EXPECT_NE(unmatched.error().message().find("holds 3 bytes, mode 0664: \"abc\""),
               std::string::npos)
