@@ -22,12 +22,6 @@ namespace {
 // Larger than any request the daemon sends; a packet that does not fit is cut and shown so.
 constexpr size_t kMaxPacket = 64 * 1024;
 
-std::string Hex(const std::string& bytes) {
-    std::string hex;
-    for (unsigned char byte : bytes) hex += StringPrintf("%02x", byte);
-    return hex;
-}
-
 }  // namespace
 
 struct RilSide::Connection {
@@ -103,9 +97,9 @@ void RilSide::Serve(std::shared_ptr<Connection> connection) {
         RilRequest request;
         request.request = header.request;
         request.data = packet.substr(sizeof(header), size - sizeof(header));
-        transcript_->Ril(
-            Transcript::Direction::kFromDaemon,
-            StringPrintf("request %u data %s", request.request, Hex(request.data).c_str()));
+        transcript_->Ril(Transcript::Direction::kFromDaemon,
+                         StringPrintf("request: %u data: %s", request.request,
+                                      QuotedBytes(request.data).c_str()));
         const RilReplyRule rule = TakeRule(request.request);
         received_.Add(std::move(request));
         if (rule.no_reply) continue;
@@ -150,7 +144,7 @@ std::optional<RilRequest> RilSide::NextNew(std::chrono::milliseconds timeout) {
 
 void RilSide::Deliver(const Answer& answer) {
     transcript_->Ril(Transcript::Direction::kToDaemon,
-                     StringPrintf("request %u error %d", answer.request, answer.error));
+                     StringPrintf("request: %u error: %d", answer.request, answer.error));
     const RilWireAnswer packet = {answer.serial, answer.error};
     send(answer.connection->fd.get(), &packet, sizeof(packet), MSG_NOSIGNAL);
 }
