@@ -7,6 +7,7 @@
 
 #include <android-base/result.h>
 
+#include "peers/transcript.h"
 #include "scenario/generated_data.h"
 #include "scenario/near_miss.h"
 #include "scenario/scenario_setup.h"
@@ -94,10 +95,10 @@ Result<void> PlayExpectProperty(StepPlayer& player, const StepCall& call) {
     const std::optional<std::string> value = player.rig().Property(expect.name());
     if (!expect.has_value()) {
         if (!value) return {};
-        return Error() << "the property is " << Quoted(*value);
+        return Error() << "the property is " << QuotedBytes(*value);
     }
     if (!value) return Error() << "the property is not set";
-    if (*value != expect.value()) return Error() << "the property is " << Quoted(*value);
+    if (*value != expect.value()) return Error() << "the property is " << QuotedBytes(*value);
     return {};
 }
 

@@ -26,6 +26,8 @@ constexpr size_t kLongestCompared = 512;
 constexpr size_t kLogLinesCompared = 2000;
 // Bytes of a file shown when an expectation on it failed.
 constexpr size_t kFileBytesShown = 256;
+// Bytes shown before a first difference, and as many from it on.
+constexpr size_t kBytesAroundDifference = 16;
 
 // Each line of `report` indented, long lines cut.
 std::string Indented(const std::string& report, const std::string& indent) {
@@ -160,21 +162,22 @@ std::string NearestLogLines(std::vector<LogLine> untaken, int priority, const st
     return shown;
 }
 
-std::string FirstDifference(const std::string& actual, const std::string& expected) {
+std::string FirstDifference(const std::string& actual, const std::string& expected, uint64_t base) {
     const auto [at, _] =
         std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
     const size_t offset = at - actual.begin();
-    if (offset < actual.size() && offset < expected.size()) {
-        return fmt::format("byte {} is 0x{:02x}, not 0x{:02x}", offset,
-                           static_cast<unsigned char>(actual[offset]),
-                           static_cast<unsigned char>(expected[offset]));
-    }
-    return fmt::format("{} bytes, not {}, alike up to the shorter's end", actual.size(),
-                       expected.size());
-}
-
-std::string Quoted(const std::string& bytes) {
-    return "\"" + google::protobuf::CEscape(bytes) + "\"";
+    const std::string sizes =
+        actual.size() == expected.size()
+            ? fmt::format("{} bytes on both sides", actual.size())
+            : fmt::format("{} bytes here, {} expected", actual.size(), expected.size());
+    const size_t from = offset - std::min(offset, kBytesAroundDifference);
+    const auto around = [&](const std::string& bytes) {
+        return QuotedBytes(bytes.substr(std::min(from, bytes.size()), 2 * kBytesAroundDifference));
+    };
+    const bool differs = offset < actual.size() && offset < expected.size();
+    return fmt::format("{} byte {} ({}); from byte {}: {} here, {} expected",
+                       differs ? "first difference at" : "alike up to", base + offset, sizes,
+                       base + from, around(actual), around(expected));
 }
 
 std::string Holdings(const std::string& content, std::optional<mode_t> mode) {

@@ -156,6 +156,42 @@ TEST(ScenarioPlayerTest, SaysWhenEachStepWasMetWhatALongWaitIsForAndSumsUp) {
         << tarvo_emu::SummaryText(summary);
 }
 
+TEST(ScenarioPlayerTest, GeneratedDataThatDiffersIsShownWhereItDiffers) {
+    // The file is 70000 x; the generator's bytes turn to y at 40000, in the read of the second
+    // block.
+    const auto train = ParseScenario(R"(
+        initial_state: 4
+        file { path: "/data/vendor/radio/mds/x" content: "x" size: 70000 }
+        step { send_generated {
+          message { type: REQUEST token: 10 file { read_request { file_name: "x" file_dir: 1 } } }
+          data { pattern: "xy" run: 40000 size: 70000 }
+          block_size: 32768 } }
+    )");
+    const android::base::Result<void> read = tarvo_emu::PlayScenario(train);
+    ASSERT_FALSE(read.ok());
+    EXPECT_NE(read.error().message().find(
+                  "the read at 32768 (token 11) holds other bytes: first difference at byte "
+                  "40000 (32768 bytes on both sides); from byte 39984: \"xxxxxxxxxxxxxxxx"
+                  "xxxxxxxxxxxxxxxx\" here, \"xxxxxxxxxxxxxxxxyyyyyyyyyyyyyyyy\" expected"),
+              std::string::npos)
+        << read.error().message();
+
+    const auto whole = ParseScenario(R"(
+        initial_state: 4
+        file { path: "/data/vendor/radio/mds/x" content: "x" size: 70000 }
+        step { send { type: REQUEST token: 20 file { read_request {
+                 file_name: "x" file_dir: 1 offset: 0 max_data_size: 100 } } } }
+        step { expect { message { token: 20 } data { pattern: "x" size: 99 } timeout_ms: 500 } }
+    )");
+    const android::base::Result<void> expected = tarvo_emu::PlayScenario(whole);
+    ASSERT_FALSE(expected.ok());
+    EXPECT_NE(expected.error().message().find(
+                  "no such message from the daemon within 500 ms; the earliest that matches but "
+                  "for its data, token 20: alike up to byte 99 (100 bytes here, 99 expected)"),
+              std::string::npos)
+        << expected.error().message();
+}
+
 TEST(ScenarioPlayerTest, ChecksFilesPropertiesAndClients) {
     const auto scenario = ParseScenario(R"(
         file { path: "/data/vendor/radio/a.conf" content: "abc" mode: 0640 }
