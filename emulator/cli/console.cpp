@@ -108,7 +108,8 @@ int OpenBraces(const std::string& text) {
 class ErrorCollector : public google::protobuf::io::ErrorCollector {
   public:
     void AddError(int, int column, const std::string& message) override {
-        errors += "column " + std::to_string(column + 1) + ": " + message + "; ";
+        errors += "column " + std::to_string(column + 1) + ": " + message +
+                  NearestNamesHint(message) + "; ";
     }
     std::string errors;
 };

@@ -10,6 +10,7 @@
 #include <android-base/strings.h>
 
 #include "peers/transcript.h"
+#include "scenario/nearest_names.h"
 #include "scenario/scenario.pb.h"
 
 namespace tarvo_emu {
@@ -68,22 +69,10 @@ std::string DifferenceReport(const tarvo_message::TarvoMessage& expected,
     return report + payload_report;
 }
 
-// Bytes to change to turn one text into the other (Levenshtein), over their first bytes.
-size_t EditDistance(const std::string& a_text, const std::string& b_text) {
-    const std::string_view a = std::string_view(a_text).substr(0, kLongestCompared);
-    const std::string_view b = std::string_view(b_text).substr(0, kLongestCompared);
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
-    for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= b.size(); ++j) {
-            const size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
-            diagonal = above;
-        }
-    }
-    return row[b.size()];
+// Bytes to change to turn one text into the other, over their first bytes.
+size_t PrefixEditDistance(const std::string& a, const std::string& b) {
+    return EditDistance(std::string_view(a).substr(0, kLongestCompared),
+                        std::string_view(b).substr(0, kLongestCompared));
 }
 
 std::string PriorityName(int priority) {
@@ -134,7 +123,7 @@ std::string NearestLogLines(std::vector<LogLine> untaken, int priority, const st
     constexpr size_t kOtherPriority = 4;
     std::vector<std::pair<size_t, const LogLine*>> nearest;
     for (const LogLine& line : untaken) {
-        size_t distance = EditDistance(text, line.text);
+        size_t distance = PrefixEditDistance(text, line.text);
         if (line.tag != tag) distance += kOtherTag;
         if (priority != 0 && line.priority != priority) distance += kOtherPriority;
         nearest.emplace_back(distance, &line);

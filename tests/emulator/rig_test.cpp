@@ -267,12 +267,34 @@ TEST(ScenarioPlayerTest, KeepsTheCauseOfALoadFailure) {
               "cannot read /nonexistent/x.textproto: No such file or directory");
 }
 
-TEST(ScenarioPlayerTest, NamesTheSourceAndPlaceOfAParseError) {
-    const android::base::Result<tarvo_scenario::Scenario> bad =
-        tarvo_emu::ParseScenario("step { sleep_ms: 1 }\nstep { bogus: 1 }\n", "x.textproto");
+TEST(ScenarioPlayerTest, NamesTheSourceStepPlaceAndNearestNamesOfAParseError) {
+    const android::base::Result<tarvo_scenario::Scenario> bad = tarvo_emu::ParseScenario(
+        "step { sleep_ms: 1 }\n# step { x: 1 }\nstep {\n  sleep_m: 1 }\n", "x.textproto");
     ASSERT_FALSE(bad.ok());
-    EXPECT_EQ(bad.error().message().rfind("x.textproto: line 2 column 13: ", 0), 0u)
+    EXPECT_EQ(bad.error().message().rfind("x.textproto: line 4 column 10: step 1: Message type "
+                                          "\"tarvo_scenario.Step\" has no field named "
+                                          "\"sleep_m\". Did you mean: sleep_ms, ",
+                                          0),
+              0u)
         << bad.error().message();
+    const android::base::Result<tarvo_scenario::Scenario> value = tarvo_emu::ParseScenario(
+        "initial_state: 4\nstep { expect_log { text: \"{\" priority: EROR } }", "y");
+    ASSERT_FALSE(value.ok());
+    EXPECT_EQ(value.error().message().rfind("y: line 2 column 46: step 0: Unknown enumeration "
+                                            "value of \"EROR\" for field \"priority\". Did you "
+                                            "mean: ERROR,",
+                                            0),
+              0u)
+        << value.error().message();
+    const android::base::Result<tarvo_scenario::Scenario> setup =
+        tarvo_emu::ParseScenario("step { sleep_ms: 1 }\ninitial_stat: 4", "z");
+    ASSERT_FALSE(setup.ok());
+    EXPECT_EQ(setup.error().message().rfind("z: line 2 column 13: Message type "
+                                            "\"tarvo_scenario.Scenario\" has no field named "
+                                            "\"initial_stat\". Did you mean: initial_state,",
+                                            0),
+              0u)
+        << setup.error().message();
     EXPECT_TRUE(tarvo_emu::ParseScenario("initial_state: 4", "y").ok());
 }
 
