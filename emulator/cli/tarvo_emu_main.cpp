@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,6 +19,7 @@
 
 #include "cli/console.h"
 #include "cli/decode_command.h"
+#include "cli/output_path.h"
 #include "cli/tput_command.h"
 #include "process/signal_cleanup.h"
 #include "rig/rig.h"
@@ -123,6 +125,15 @@ const std::string* ValueOf(const std::vector<std::string>& args, size_t* i) {
     return &args[++*i];
 }
 
+// A usage error when `option`'s output file cannot be written, checked before any work.
+std::optional<int> OutputError(const std::string& command, const std::string& option,
+                               const std::string& path) {
+    if (Result<void> writable = tarvo_emu::CheckOutputPath(path); !writable.ok()) {
+        return UsageError(command, option + ": " + writable.error().message());
+    }
+    return std::nullopt;
+}
+
 int Run(const std::vector<std::string>& args) {
     std::string file;
     std::string record;
@@ -148,6 +159,9 @@ int Run(const std::vector<std::string>& args) {
         }
     }
     if (file.empty()) return UsageError("run", "no scenario file given");
+    if (!record.empty()) {
+        if (std::optional<int> error = OutputError("run", "--record", record)) return *error;
+    }
 
     tarvo_emu::ScenarioOrigin origin;
     Result<tarvo_scenario::Scenario> scenario = tarvo_emu::LoadScenario(file, &origin);
@@ -196,6 +210,11 @@ int Console(const std::vector<std::string>& args) {
             return UsageError("console", "one scenario at a time, not also " + args[i]);
         } else {
             options.file = args[i];
+        }
+    }
+    if (!options.record.empty()) {
+        if (std::optional<int> error = OutputError("console", "--record", options.record)) {
+            return *error;
         }
     }
     return tarvo_emu::RunConsole(options);
@@ -284,6 +303,11 @@ int Tput(const std::vector<std::string>& args) {
             return UsageError("tput",
                               "--rate takes a number of bytes per second, not \"" + *value + "\"");
         }
+    }
+    for (const auto& [option, path] :
+         {std::pair{"--plot", options.plot}, {"--json", options.json}}) {
+        if (path.empty() || path == "-") continue;
+        if (std::optional<int> error = OutputError("tput", option, path)) return *error;
     }
     return tarvo_emu::RunTputCommand(options);
 }

@@ -305,6 +305,13 @@ TEST(TarvoEmuTest, UsageErrorsSayWhatWasWrong) {
         {{"tput", "--block-size", "0"}, "--block-size takes a number of bytes from 1 to 65568"},
         {{"run"}, "no scenario file given"},
         {{"console", "--quiet"}, "unknown option --quiet"},
+        // Outputs that cannot be written are refused before the rig starts.
+        {{"tput", "--plot", "/nonexistent/dir/x.svg"},
+         "--plot: cannot create /nonexistent/dir/x.svg in /nonexistent/dir: No such file"},
+        {{"tput", "--json", "/tmp"}, "--json: /tmp is a directory"},
+        {{"run", TARVO_SOURCE_DIR "/tests/scenarios/first.textproto", "--record", "/nonexistent/r"},
+         "--record: cannot create /nonexistent/r"},
+        {{"console", "--record", "/nonexistent/r"}, "--record: cannot create /nonexistent/r"},
     };
     for (const auto& [args, why] : cases) {
         std::vector<std::string> command = {TARVO_BINARY_DIR "/tarvo-emu"};
