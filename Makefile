@@ -4,13 +4,16 @@
 # run the whole suite again on sanitized builds of everything, the daemon in the sandbox included;
 # `make bench` runs the benchmarks; `make fuzz` runs every fuzz target for FUZZ_SECONDS;
 # `make coverage` measures what the suite runs of the daemon's code;
-# `make mutants` plants each fault of scripts/mutants.tsv in turn and says which the tests catch.
+# `make mutants` plants each fault of scripts/mutants.tsv in turn and says which the tests catch;
+# `make soak` plays random traffic with faults for SOAK_SECONDS against a model of the daemon.
 BUILD_DIR ?= build
 ASAN_BUILD_DIR ?= build-asan
 TSAN_BUILD_DIR ?= build-tsan
 COVERAGE_BUILD_DIR ?= build-coverage
 JOBS ?= 2
 FUZZ_SECONDS ?= 60
+SOAK_SECONDS ?= 600
+SOAK_SEED ?= 0x$(shell git rev-parse --short=8 HEAD 2>/dev/null || echo 1)
 FUZZ_TARGETS := $(patsubst tests/fuzz/%_fuzzer.cpp,%,$(wildcard tests/fuzz/*_fuzzer.cpp))
 
 # The first report ends the process with a failure, whichever process it is; the rig's sandbox
@@ -22,8 +25,8 @@ export UBSAN_OPTIONS ?= halt_on_error=1:print_stacktrace=1
 # until it sleeps), so ThreadSanitizer's signal-unsafe-call check does not apply.
 export TSAN_OPTIONS ?= halt_on_error=1:second_deadlock_stack=1:report_signal_unsafe=0:suppressions=$(CURDIR)/tests/sanitizer/tsan.supp
 
-.PHONY: all deps configure build test test-sanitize test-tsan coverage bench demo tput fuzz mutants format \
-	clean
+.PHONY: all deps configure build test test-sanitize test-tsan coverage bench demo tput soak fuzz mutants \
+	format clean
 
 all: build
 
@@ -110,6 +113,12 @@ demo: configure
 # The IPC throughput test against the emulated modem: prints the table, draws build/tput.svg.
 tput: build
 	$(BUILD_DIR)/tarvo-emu tput --plot $(BUILD_DIR)/tput.svg --json $(BUILD_DIR)/tput.json
+
+# Random traffic with faults against the daemon, checked against a model, for SOAK_SECONDS with
+# SOAK_SEED (the commit's by default); a divergence is shrunk to build/soak-failure.textproto.
+soak: build
+	$(BUILD_DIR)/tarvo-emu soak --seed $(SOAK_SEED) --duration $(SOAK_SECONDS) \
+		--out $(BUILD_DIR)/soak-failure.textproto
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -20,7 +20,7 @@
 #include <android-base/strings.h>
 
 #include "bench_rig.h"
-#include "cli/tput_command.h"
+#include "cli/tput_measurement.h"
 #include "process/process_usage.h"
 #include "proto/tarvo_message.pb.h"
 #include "rig/rig.h"
@@ -37,10 +37,6 @@ namespace {
 
 constexpr uint64_t kMiB = 1 << 20;
 constexpr uint64_t kBlock = 64 * 1024;
-// The uplink's single opening write, not one of its block sizes.
-constexpr uint64_t kOpeningWrite = 10;
-// Writes of each block size in the uplink schedule.
-constexpr uint64_t kWritesPerSize = 10000;
 constexpr char kTargetDir[] = "/data/vendor/radio/mds/";
 constexpr char kStagingDir[] = "/data/vendor/radio/modem_temp_file/";
 
@@ -134,14 +130,15 @@ Result<double> Transfer(BenchRig& bench, const std::string& name, uint64_t size)
 // target, so that the next transfer starts clean and the disk does not fill.
 Result<void> CheckAndRemoveTarget(BenchRig& bench, const std::string& name, uint64_t size) {
     std::error_code ec;
-    const std::string host = bench.rig().sandbox().HostPath(kTargetDir + name);
+    const std::string host = *bench.rig().sandbox().HostPath(kTargetDir + name);
     const uintmax_t arrived = std::filesystem::file_size(host, ec);
     if (ec || arrived != size) {
         return Error() << name << ": " << arrived << " bytes arrived of " << size;
     }
-    if (bench.rig().FileMode(kStagingDir + name)) return Error() << name << ": staging file left";
-    bench.rig().RemoveFile(kTargetDir + name);
-    return {};
+    if (bench.rig().FileMode(kStagingDir + name).ok()) {
+        return Error() << name << ": staging file left";
+    }
+    return bench.rig().RemoveFile(kTargetDir + name);
 }
 
 // Whole-process figures of a running process, from /proc.
@@ -237,18 +234,16 @@ BenchSettings BenchSettings::Smoke() {
 }
 
 Figures MicroFigures(const BenchSettings& settings) {
-    tarvo_emu::RigOptions options;
-    options.start_daemon = false;
-    options.keep_logs = false;
-    tarvo_emu::Rig rig(options);
+    tarvo_emu::Rig rig({.start_daemon = false}, {.keep_logs = false});
     if (Result<void> started = rig.Start(); !started.ok()) return started.error();
     constexpr char kOut[] = "/data/micro_bench.tsv";
-    const tarvo_emu::ProcessResult result = rig.Run(
+    const Result<tarvo_emu::ProcessResult> result = rig.Run(
         {BenchBinary("tarvo-micro-bench"), "--rounds", std::to_string(settings.micro_rounds),
          "--min-time", StringPrintf("%g", settings.micro_min_time_s), "--out", kOut},
         std::chrono::minutes(30));
-    std::optional<std::string> tsv = rig.ReadFile(kOut);
-    if (result.status != 0 || !tsv) return Error() << "micro benchmarks: " << result.output;
+    if (!result.ok()) return Error() << "micro benchmarks: " << result.error();
+    Result<std::string> tsv = rig.ReadFile(kOut);
+    if (result->status != 0 || !tsv.ok()) return Error() << "micro benchmarks: " << result->output;
 
     std::vector<Figure> figures;
     for (const std::string& line : android::base::Split(*tsv, "\n")) {
@@ -454,19 +449,13 @@ Figures LinearityFigures(const BenchSettings& settings) {
 // `block_size` as fast as they are read.
 Result<double> SelectReadRate(tarvo_emu::Rig& rig, uint64_t block_size, uint64_t reads,
                               bool clear) {
-    tarvo_emu::TestNode& node = rig.emulator().test();
-    node.ResetStats();
-    node.StartDownlink(block_size, 0);
     std::vector<std::string> command = {BenchBinary("tarvo-bench-peer"), "read", "/dev/oem_test",
                                         std::to_string(reads), "--select"};
     if (clear) command.push_back("--clear");
-    const tarvo_emu::ProcessResult run = rig.Run(command);
-    node.StopDownlink();
-    const tarvo_emu::TestNode::Downlink down = node.downlink();
-    if (run.status != 0 || down.span.seconds() <= 0) {
-        return Error() << "select reader: " << run.output;
-    }
-    return down.bytes / down.span.seconds();
+    Result<tarvo_emu::NodeRate> rate = MeasureNodeReads(rig, {.block_size = block_size}, command);
+    if (!rate.ok()) return Error() << "select reader: " << rate.error().message();
+    if (rate->seconds <= 0) return Error() << "select reader: no time between its reads";
+    return rate->bytes_per_s();
 }
 
 using NodeRates = std::map<uint64_t, tarvo_emu::NodeRate>;
@@ -480,7 +469,8 @@ void UplinkFigures(const std::string& name, const char* sides, const NodeRates& 
     std::map<uint64_t, Figure> by_size;
     for (const auto& [bytes, rate] : value) {
         const auto floor_rate = floor.find(bytes);
-        if (bytes == kOpeningWrite || floor_rate == floor.end()) continue;
+        if (bytes == tarvo_emu::UplinkSchedule::kOpeningWrite || floor_rate == floor.end())
+            continue;
         const double mb_s = rate.bytes_per_s() / 1e6;
         const double floor_mb_s = floor_rate->second.bytes_per_s() / 1e6;
         if (!std::isfinite(mb_s) || !std::isfinite(floor_mb_s)) continue;
@@ -501,7 +491,8 @@ void UplinkFigures(const std::string& name, const char* sides, const NodeRates& 
             lowest = at;
             lowest_at = bytes;
         }
-        const double moved = static_cast<double>(bytes) * kWritesPerSize / 1e6;
+        const double moved =
+            static_cast<double>(bytes) * tarvo_emu::UplinkSchedule::kWritesPerSize / 1e6;
         value_s += moved / at.value;
         floor_s += moved / at.floor;
         total += moved;
@@ -528,14 +519,12 @@ Figures DownlinkFigures(const BenchSettings& settings) {
     }
     // What `tarvo-emu tput` measures, and then the select reader in the same rig: the emulator
     // that served the daemon serves its floor.
-    const tarvo_emu::TputCommandOptions options;
-    tarvo_emu::Rig rig(tarvo_emu::TputRigOptions(options));
+    const tarvo_emu::DownlinkSettings downlink;
+    tarvo_emu::Rig rig(tarvo_emu::TputRigOptions(downlink));
     if (Result<void> started = rig.Start(); !started.ok()) return started.error();
-    tarvo_emu::TputReport report;
-    std::string error;
-    if (!tarvo_emu::MeasureTput(rig, options, false, &report, &error)) {
-        return Error() << "throughput test: " << error;
-    }
+    Result<tarvo_emu::TputReport> measured = tarvo_emu::MeasureTput(rig, downlink, false);
+    if (!measured.ok()) return Error() << "throughput test: " << measured.error().message();
+    const tarvo_emu::TputReport& report = *measured;
 
     const double monitor = report.monitor.bytes_per_s();
     std::vector<Figure> figures;
@@ -546,7 +535,7 @@ Figures DownlinkFigures(const BenchSettings& settings) {
 
     // As many reads as the monitor made, so that both sides span the same stretch of time.
     const uint64_t reads = std::clamp<uint64_t>(report.monitor.transfers, 1000, 1000000);
-    Result<double> selecting = SelectReadRate(rig, options.block_size, reads, false);
+    Result<double> selecting = SelectReadRate(rig, downlink.block_size, reads, false);
     if (!selecting.ok()) return selecting.error();
     Figure vs_select = RatioAtLeast("downlink.monitor_read_rate.vs_select_reader", "MB/s",
                                     monitor / 1e6, *selecting / 1e6, 0.9);
@@ -556,7 +545,7 @@ Figures DownlinkFigures(const BenchSettings& settings) {
         static_cast<unsigned long long>(reads));
     figures.push_back(vs_select);
     // The same loop with the monitor's other required step: the clear of its buffer.
-    Result<double> clearing = SelectReadRate(rig, options.block_size, reads, true);
+    Result<double> clearing = SelectReadRate(rig, downlink.block_size, reads, true);
     if (!clearing.ok()) return clearing.error();
     figures.push_back(RatioInfo("downlink.monitor_read_rate.vs_select_clear_reader", "MB/s",
                                 monitor / 1e6, *clearing / 1e6,
@@ -650,8 +639,8 @@ Figures SoakFigures(const BenchSettings& settings) {
             sent += batch.size();
             ++batches;
         }
-        const std::optional<tarvo_emu::ProcessUsage> usage = tarvo_emu::ReadProcessUsage(*pid);
-        if (!usage) return Error() << "the daemon is gone after " << sent;
+        const Result<tarvo_emu::ProcessUsage> usage = tarvo_emu::ReadProcessUsage(*pid);
+        if (!usage.ok()) return Error() << "the daemon is gone after " << sent;
         samples.push_back({sent, static_cast<uint64_t>(usage->rss_kib), usage->descriptors});
     }
     const double seconds =

@@ -1,10 +1,5 @@
-// tarvo-bench: every benchmark of the daemon against its floor, as one table.
-//
-//   tarvo-bench [--smoke] [--only NAME[,NAME...]] [--json FILE]
-//
-// NAME is one of micro, roundtrip, file_transfer, linearity, downlink, idle, soak. --smoke runs
-// each for a moment, only to show that it still runs; its figures mean nothing. Exit 0 when
-// every benchmark ran, whether or not its goal was met; 1 when one could not run.
+// tarvo-bench: every benchmark of the daemon against its floor, as one table. `tarvo-bench --help`
+// says how it goes.
 
 #include <stdio.h>
 
@@ -16,6 +11,7 @@
 #include <android-base/file.h>
 #include <android-base/parsedouble.h>
 #include <android-base/strings.h>
+#include <CLI/CLI.hpp>
 
 #include "bench_figures.h"
 #include "figure.h"
@@ -23,6 +19,8 @@
 #include "rig/rig.h"
 
 namespace {
+
+constexpr int kUsageError = 2;
 
 struct Benchmark {
     const char* name;
@@ -49,39 +47,49 @@ std::string LoadAverages() {
 }
 
 std::string Commit() {
-    const tarvo_emu::ProcessResult git = tarvo_emu::RunProcess(
+    const android::base::Result<tarvo_emu::ProcessResult> git = tarvo_emu::RunProcess(
         {"/usr/bin/git", "-C", TARVO_SOURCE_DIR, "describe", "--always", "--dirty", "--abbrev=12"},
         {}, std::chrono::seconds(10));
-    const std::string commit = android::base::Trim(git.output);
-    return git.status == 0 && !commit.empty() ? commit : "unknown";
+    if (!git.ok()) return "unknown";
+    const std::string commit = android::base::Trim(git->output);
+    return git->status == 0 && !commit.empty() ? commit : "unknown";
 }
 
-int Usage() {
-    fprintf(stderr, "usage: tarvo-bench [--smoke] [--only NAME[,NAME...]] [--json FILE]\n");
-    return 2;
+std::string BenchmarkNames() {
+    std::string names;
+    for (const Benchmark& benchmark : kBenchmarks) {
+        names += (names.empty() ? "" : ", ") + std::string(benchmark.name);
+    }
+    return names;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (!tarvo_emu::EnterPrivateMountNamespace()) {
-        fprintf(stderr, "tarvo-bench: cannot enter a private mount namespace (run as root)\n");
-    }
-    tarvo_bench::BenchSettings settings;
+    CLI::App app(
+        "Runs every benchmark of the daemon against its floor and prints them as one table. Exit\n"
+        "0 when every benchmark ran, whether or not its goal was met; 1 when one could not run.",
+        "tarvo-bench");
+    bool smoke = false;
     std::vector<std::string> only;
     std::string json_path;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "--smoke") {
-            settings = tarvo_bench::BenchSettings::Smoke();
-        } else if (arg == "--only" && i + 1 < argc) {
-            only = android::base::Split(argv[++i], ",");
-        } else if (arg == "--json" && i + 1 < argc) {
-            json_path = argv[++i];
-        } else {
-            return Usage();
-        }
+    app.add_flag("--smoke", smoke,
+                 "run each for a moment, only to show that it still runs; its figures\n"
+                 "mean nothing");
+    app.add_option("--only", only, "run only these of:\n" + BenchmarkNames())
+        ->delimiter(',')
+        ->type_name("NAME[,NAME...]");
+    app.add_option("--json", json_path, "write the figures to FILE as JSON too")->type_name("FILE");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : kUsageError;
     }
+    if (!tarvo_emu::EnterPrivateMountNamespace().ok()) {
+        fprintf(stderr, "tarvo-bench: cannot enter a private mount namespace (run as root)\n");
+    }
+    const tarvo_bench::BenchSettings settings =
+        smoke ? tarvo_bench::BenchSettings::Smoke() : tarvo_bench::BenchSettings();
 
     const std::string load_at_start = LoadAverages();
     std::vector<tarvo_bench::Figure> figures;

@@ -1,25 +1,5 @@
 // tarvo-bench-peer: the floors that the daemon's figures are held against, run in the sandbox
-// where the daemon would run.
-//
-//   tarvo-bench-peer echo RESPONSE_FILE [--select] [--status]
-//       Reads "/dev/oem_ipc1" one message at a time and writes the bytes of RESPONSE_FILE back
-//       for each, until killed: the IPC channel's own cost of one round trip. --select waits for
-//       each message with select first, --status asks "/dev/umts_boot0" for the modem's state
-//       before each: the two steps the daemon's reader takes per message, to show their share.
-//   tarvo-bench-peer steps
-//       Serves "/dev/oem_ipc1" as the daemon must, making per message exactly the calls its
-//       behaviour requires and nothing else: the floor of the daemon's own steps. For a property
-//       read: the boot node's status, select, clearing the 65,568-byte buffer, read, parse, the
-//       property lookup, the two log lines, serialise, write. For a file write block: the same
-//       with the block's log lines, the stats of the staging directory and the temporary file,
-//       the append, chmod and, once the file is whole, the final copy. Its answers are the
-//       daemon's, byte for byte.
-//   tarvo-bench-peer read NODE COUNT [--select] [--clear]
-//       Reads NODE COUNT times, 65,568 bytes at a time, each read after a select with --select
-//       and into a buffer cleared first with --clear.
-//   tarvo-bench-peer write PATH TOTAL_BYTES BLOCK_BYTES
-//       Writes TOTAL_BYTES into PATH in blocks of BLOCK_BYTES, closes it, removes it and prints
-//       the seconds that took: the storage's own cost of a file.
+// where the daemon would run. `tarvo-bench-peer --help` says how each goes.
 
 #include <fcntl.h>
 #include <stdio.h>
@@ -30,14 +10,14 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <set>
+#include <limits>
 #include <string>
 #include <vector>
 
 #include <android-base/file.h>
-#include <android-base/parseint.h>
 #include <android-base/unique_fd.h>
 #include <log/log.h>
+#include <CLI/CLI.hpp>
 
 #include "properties.h"
 #include "proto/tarvo_message.pb.h"
@@ -47,14 +27,7 @@ namespace {
 // The largest message the daemon reads, so the peer reads as much per call.
 constexpr size_t kLargestMessage = 0x10020;
 
-int Usage() {
-    fprintf(stderr,
-            "usage: tarvo-bench-peer echo RESPONSE_FILE [--select] [--status]\n"
-            "       tarvo-bench-peer steps\n"
-            "       tarvo-bench-peer read NODE COUNT [--select] [--clear]\n"
-            "       tarvo-bench-peer write PATH TOTAL_BYTES BLOCK_BYTES\n");
-    return 2;
-}
+constexpr int kUsageError = 2;
 
 constexpr unsigned long kStatusIoctl = 0x6F27;
 
@@ -234,7 +207,6 @@ int Read(const std::string& node, uint64_t count, bool wait_with_select, bool cl
 }
 
 int Write(const std::string& path, uint64_t total, uint64_t block) {
-    if (block == 0) return Usage();
     const std::vector<char> data(block, '\x5a');
     const auto start = std::chrono::steady_clock::now();
     android::base::unique_fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0664));
@@ -259,36 +231,66 @@ int Write(const std::string& path, uint64_t total, uint64_t block) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::vector<std::string> args(argv + 1, argv + argc);
-    if (args.size() >= 2 && args[0] == "echo") {
-        bool wait_with_select = false;
-        bool ask_status = false;
-        for (size_t i = 2; i < args.size(); ++i) {
-            if (args[i] == "--select") {
-                wait_with_select = true;
-            } else if (args[i] == "--status") {
-                ask_status = true;
-            } else {
-                return Usage();
-            }
-        }
-        return Echo(args[1], wait_with_select, ask_status);
+    CLI::App app(
+        "The floors that the daemon's figures are held against, run in the sandbox where\n"
+        "the daemon would run.",
+        "tarvo-bench-peer");
+    app.require_subcommand(1);
+
+    std::string response_file;
+    bool wait_with_select = false;
+    bool ask_status = false;
+    CLI::App* echo = app.add_subcommand(
+        "echo",
+        "Reads /dev/oem_ipc1 one message at a time and writes the bytes of RESPONSE_FILE back\n"
+        "for each, until killed: the IPC channel's own cost of one round trip.");
+    echo->add_option("RESPONSE_FILE", response_file, "the bytes of every answer")
+        ->required()
+        ->type_name("");
+    echo->add_flag("--select", wait_with_select,
+                   "wait for each message with select first, as the daemon's reader does");
+    echo->add_flag("--status", ask_status,
+                   "ask /dev/umts_boot0 for the modem's state before each, as the daemon's\n"
+                   "reader does");
+
+    CLI::App* steps = app.add_subcommand(
+        "steps",
+        "Serves /dev/oem_ipc1 as the daemon must, making per message exactly the calls its\n"
+        "behaviour requires and nothing else: the floor of the daemon's own steps. For a\n"
+        "property read: the boot node's status, select, clearing the 65,568-byte buffer, read,\n"
+        "parse, the property lookup, the two log lines, serialise, write. For a file write\n"
+        "block: the same with the block's log lines, the stats of the staging directory and\n"
+        "the temporary file, the append, chmod and, once the file is whole, the final copy.\n"
+        "Its answers are the daemon's, byte for byte.");
+
+    std::string path;
+    uint64_t count = 0;
+    bool clear = false;
+    CLI::App* read = app.add_subcommand("read", "Reads NODE COUNT times, 65,568 bytes at a time.");
+    read->add_option("NODE", path, "the node to read")->required()->type_name("");
+    read->add_option("COUNT", count, "how many reads")->required()->type_name("");
+    read->add_flag("--select", wait_with_select, "select before each read");
+    read->add_flag("--clear", clear, "clear the buffer before each read");
+
+    uint64_t block = 0;
+    CLI::App* write = app.add_subcommand(
+        "write",
+        "Writes TOTAL_BYTES into PATH in blocks of BLOCK_BYTES, closes it, removes it and\n"
+        "prints the seconds that took: the storage's own cost of a file.");
+    write->add_option("PATH", path, "the file to write")->required()->type_name("");
+    write->add_option("TOTAL_BYTES", count, "the file's size")->required()->type_name("");
+    write->add_option("BLOCK_BYTES", block, "bytes per write")
+        ->required()
+        ->type_name("")
+        ->check(CLI::Range(uint64_t{1}, std::numeric_limits<uint64_t>::max()));
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : kUsageError;
     }
-    if (args.size() == 1 && args[0] == "steps") return Steps();
-    uint64_t total;
-    uint64_t block;
-    if (args.size() >= 3 && args[0] == "read" && android::base::ParseUint(args[2], &total)) {
-        const std::set<std::string> flags(args.begin() + 3, args.end());
-        const bool select = flags.count("--select") != 0;
-        const bool clear = flags.count("--clear") != 0;
-        const size_t known = (select ? 1 : 0) + (clear ? 1 : 0);
-        if (flags.size() == args.size() - 3 && flags.size() == known) {
-            return Read(args[1], total, select, clear);
-        }
-    }
-    if (args.size() == 4 && args[0] == "write" && android::base::ParseUint(args[2], &total) &&
-        android::base::ParseUint(args[3], &block)) {
-        return Write(args[1], total, block);
-    }
-    return Usage();
+    if (echo->parsed()) return Echo(response_file, wait_with_select, ask_status);
+    if (steps->parsed()) return Steps();
+    if (read->parsed()) return Read(path, count, wait_with_select, clear);
+    return Write(path, count, block);
 }

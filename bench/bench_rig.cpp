@@ -1,7 +1,5 @@
 #include "bench_rig.h"
 
-#include <thread>
-
 #include <android-base/parsedouble.h>
 #include <android-base/strings.h>
 
@@ -73,16 +71,18 @@ Result<std::unique_ptr<BenchRig>> BenchRig::Create() {
     tarvo_emu::RigOptions options;
     options.initial_state = 4;
     options.start_daemon = false;
-    options.keep_logs = false;
-    options.uplink_tap = [responses](std::string_view bytes) { return responses->OnUplink(bytes); };
     options.properties = {{"ro.bench.probe", "1"}, {"persist.vendor.radio.bench", "1"}};
-    std::unique_ptr<BenchRig> bench(new BenchRig(responses, std::move(options)));
+    tarvo_emu::RigHooks hooks;
+    hooks.keep_logs = false;
+    hooks.uplink_tap = [responses](std::string_view bytes) { return responses->OnUplink(bytes); };
+    std::unique_ptr<BenchRig> bench(new BenchRig(responses, std::move(options), std::move(hooks)));
     if (Result<void> started = bench->rig_.Start(); !started.ok()) return started.error();
     return bench;
 }
 
-BenchRig::BenchRig(std::shared_ptr<ResponseCounter> responses, tarvo_emu::RigOptions options)
-    : responses_(std::move(responses)), rig_(std::move(options)) {}
+BenchRig::BenchRig(std::shared_ptr<ResponseCounter> responses, tarvo_emu::RigOptions options,
+                   tarvo_emu::RigHooks hooks)
+    : responses_(std::move(responses)), rig_(std::move(options), std::move(hooks)) {}
 
 BenchRig::~BenchRig() { StopPeer(); }
 
@@ -98,12 +98,7 @@ Result<void> BenchRig::AwaitFirstAnswer() {
 Result<void> BenchRig::StartDaemon() {
     if (Result<void> started = rig_.StartDaemon(); !started.ok()) return started.error();
     if (Result<void> answered = AwaitFirstAnswer(); !answered.ok()) return answered.error();
-    // The pid comes with the daemon's first log line, which the rig takes in bulk now and then.
-    const auto deadline = std::chrono::steady_clock::now() + kResponseTimeout;
-    while (rig_.daemon_pid() == 0) {
-        if (std::chrono::steady_clock::now() > deadline) return Error() << "no daemon pid";
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    if (rig_.AwaitDaemonPid(kResponseTimeout) == 0) return Error() << "no daemon pid";
     return {};
 }
 
@@ -123,7 +118,9 @@ Result<void> BenchRig::StartPeer(const std::vector<std::string>& args) {
 
 Result<void> BenchRig::StartEcho(const std::string& response,
                                  const std::vector<std::string>& steps) {
-    if (!rig_.WriteFile(kEchoResponseFile, response)) return Error() << "cannot write response";
+    if (!rig_.WriteFile(kEchoResponseFile, response).ok()) {
+        return Error() << "cannot write response";
+    }
     std::vector<std::string> args = {"echo", kEchoResponseFile};
     args.insert(args.end(), steps.begin(), steps.end());
     return StartPeer(args);
@@ -169,13 +166,14 @@ Result<void> BenchRig::Batch(const std::vector<std::string>& messages, int answe
 }
 
 Result<double> BenchRig::PlainWrite(const std::string& path, uint64_t total, uint64_t block) {
-    const tarvo_emu::ProcessResult result =
+    const Result<tarvo_emu::ProcessResult> result =
         rig_.Run({BenchBinary("tarvo-bench-peer"), "write", path, std::to_string(total),
                   std::to_string(block)});
+    if (!result.ok()) return Error() << "plain write failed: " << result.error();
     double seconds;
-    if (result.status != 0 ||
-        !android::base::ParseDouble(android::base::Trim(result.output), &seconds)) {
-        return Error() << "plain write failed: " << result.output;
+    if (result->status != 0 ||
+        !android::base::ParseDouble(android::base::Trim(result->output), &seconds)) {
+        return Error() << "plain write failed: " << result->output;
     }
     return seconds;
 }

@@ -84,7 +84,8 @@ class BenchRig {
     ResponseCounter& responses() { return *responses_; }
 
   private:
-    BenchRig(std::shared_ptr<ResponseCounter> responses, tarvo_emu::RigOptions options);
+    BenchRig(std::shared_ptr<ResponseCounter> responses, tarvo_emu::RigOptions options,
+             tarvo_emu::RigHooks hooks);
     android::base::Result<void> AwaitFirstAnswer();
     android::base::Result<void> StartPeer(const std::vector<std::string>& args);
 

@@ -10,7 +10,7 @@ packages="build-essential cmake pkg-config ccache clang-format \
   libfuse3-dev fuse3 bubblewrap gnuplot-nox clang libclang-rt-14-dev \
   blueprint-tools golang-go golang-github-google-blueprint-dev \
   checkpolicy selinux-utils setools python3-selinux m4 python3 \
-  nlohmann-json3-dev libedit-dev gcovr strace tshark"
+  nlohmann-json3-dev libedit-dev libcli11-dev gcovr strace tshark"
 
 missing=""
 for p in $packages; do

@@ -9,7 +9,6 @@
 
 #include <android-base/file.h>
 #include <android-base/result.h>
-#include <CLI/CLI.hpp>
 
 #include "capture/capture_reader.h"
 #include "capture/capture_scenario.h"
@@ -19,8 +18,9 @@ using android::base::Result;
 
 namespace tarvo_emu {
 
-int RunDecode(const std::vector<std::string>& args) {
-    CLI::App app(
+CLI::App* AddDecodeCommand(CLI::App& app, DecodeOptions* options) {
+    CLI::App* decode = app.add_subcommand(
+        "decode",
         "Reads a capture of the daemon's IPC node and prints it as the transcript shows a "
         "session: every message both ways in text format (bytes that do not parse as bytes), "
         "and between them read errors, end of file, signals and the boot node's states.\n"
@@ -28,32 +28,30 @@ int RunDecode(const std::vector<std::string>& args) {
         "error, with -f), the whole transcript that `tarvo-emu run --transcript OUT` writes, or "
         "plain hex, one message a line. On a device:\n"
         "  strace -f -ttt -y -xx -s 70000 -e trace=read,write,ioctl -P /dev/oem_ipc1 "
-        "-P /dev/umts_boot0 -o /data/local/tmp/tarvo.strace -p $(pidof tarvo)",
-        "tarvo-emu decode");
-    std::string file;
-    std::optional<int> fd;
-    bool full = false;
-    app.add_option("FILE", file, "the capture; standard input when not given");
-    app.add_option("--fd", fd,
-                   "the descriptor of /dev/oem_ipc1, for a capture without -y and without the "
-                   "open");
-    app.add_flag("--full", full, "show every payload whole, not by its start and size");
-    std::string pcapng;
-    app.add_option("--pcapng", pcapng,
-                   "write the capture to OUT as pcapng for Wireshark (see `tarvo-emu "
-                   "wireshark-profile`)")
-        ->option_text("OUT");
-    std::string scenario;
-    app.add_option("--scenario", scenario,
-                   "write the capture to OUT as a scenario that `tarvo-emu run OUT` replays")
-        ->option_text("OUT");
-    std::vector<std::string> reversed(args.rbegin(), args.rend());
-    try {
-        app.parse(reversed);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error);
-    }
+        "-P /dev/umts_boot0 -o /data/local/tmp/tarvo.strace -p $(pidof tarvo)");
+    decode->add_option("FILE", options->file, "the capture; standard input when not given")
+        ->type_name("");
+    decode
+        ->add_option("--fd", options->fd,
+                     "the descriptor of /dev/oem_ipc1, for a capture without -y and without the "
+                     "open")
+        ->type_name("FD");
+    decode->add_flag("--full", options->full,
+                     "show every payload whole, not by its start and size");
+    decode
+        ->add_option("--pcapng", options->pcapng,
+                     "write the capture to OUT as pcapng for Wireshark (see `tarvo-emu "
+                     "wireshark-profile`)")
+        ->type_name("OUT");
+    decode
+        ->add_option("--scenario", options->scenario,
+                     "write the capture to OUT as a scenario that `tarvo-emu run OUT` replays")
+        ->type_name("OUT");
+    return decode;
+}
 
+int RunDecode(const DecodeOptions& options) {
+    const std::string& file = options.file;
     std::ifstream stream;
     if (!file.empty()) {
         stream.open(file);
@@ -63,28 +61,29 @@ int RunDecode(const std::vector<std::string>& args) {
             return 1;
         }
     }
-    StraceOptions options;
-    options.ipc_fd = fd;
-    Result<Capture> capture = ReadCapture(file.empty() ? std::cin : stream, options);
+    StraceOptions strace;
+    strace.ipc_fd = options.fd;
+    Result<Capture> capture = ReadCapture(file.empty() ? std::cin : stream, strace);
     if (!capture.ok()) {
         std::cerr << "tarvo-emu decode: " << (file.empty() ? "<stdin>" : file) << ": "
                   << capture.error().message() << "\n";
         return 1;
     }
-    PrintCapture(*capture, std::cout, full);
-    if (!pcapng.empty()) {
-        if (Result<void> written = WritePcapng(*capture, pcapng); !written.ok()) {
+    PrintCapture(*capture, std::cout, options.full);
+    if (!options.pcapng.empty()) {
+        if (Result<void> written = WritePcapng(*capture, options.pcapng); !written.ok()) {
             std::cerr << "tarvo-emu decode: " << written.error().message() << "\n";
             return 1;
         }
         std::cerr << "Read it with the schema's folder as PROTO_DIR:\n  "
-                  << TsharkCommand("PROTO_DIR", pcapng) << "\n";
+                  << TsharkCommand("PROTO_DIR", options.pcapng) << "\n";
     }
-    if (!scenario.empty() &&
+    if (!options.scenario.empty() &&
         !android::base::WriteStringToFile(
-            CaptureScenarioText(*capture, file.empty() ? "standard input" : file), scenario)) {
-        std::cerr << "tarvo-emu decode: cannot write " << scenario << ": " << strerror(errno)
-                  << "\n";
+            CaptureScenarioText(*capture, file.empty() ? "standard input" : file),
+            options.scenario)) {
+        std::cerr << "tarvo-emu decode: cannot write " << options.scenario << ": "
+                  << strerror(errno) << "\n";
         return 1;
     }
     return 0;

@@ -1,13 +1,27 @@
 #pragma once
 
+#include <optional>
 #include <string>
-#include <vector>
+
+#include <CLI/CLI.hpp>
 
 namespace tarvo_emu {
 
-// `tarvo-emu decode [FILE] [OPTION...]`: prints a capture (strace's output of the daemon, the
-// rig's transcript, or plain hex) as the transcript shows a session, and writes it as a scenario
-// or a pcapng file when asked. Needs no root: it runs nothing. Returns the exit status.
-int RunDecode(const std::vector<std::string>& args);
+// What `tarvo-emu decode` was given.
+struct DecodeOptions {
+    std::string file;  // the capture; standard input when empty
+    std::optional<int> fd;
+    bool full = false;
+    std::string pcapng;    // none when empty
+    std::string scenario;  // none when empty
+};
+
+// Declares `tarvo-emu decode [FILE] [OPTION...]` on `app`, filling `options`.
+CLI::App* AddDecodeCommand(CLI::App& app, DecodeOptions* options);
+
+// Prints a capture (strace's output of the daemon, the rig's transcript, or plain hex) as the
+// transcript shows a session, and writes it as a scenario or a pcapng file when asked. Needs no
+// root: it runs nothing. Returns the exit status.
+int RunDecode(const DecodeOptions& options);
 
 }  // namespace tarvo_emu

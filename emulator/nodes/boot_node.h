@@ -2,6 +2,8 @@
 
 #include <mutex>
 
+#include <android-base/thread_annotations.h>
+
 #include "nodes/emulated_node.h"
 
 namespace tarvo_emu {
@@ -28,9 +30,9 @@ class BootNode : public EmulatedNode {
 
   private:
     std::mutex mutex_;
-    int state_;
+    int state_ GUARDED_BY(mutex_);
     bool changed_ = false;
-    PollWaiters waiters_;
+    PollWaiters waiters_ GUARDED_BY(mutex_);
     uint64_t ioctl_count_ = 0;
     uint64_t poll_count_ = 0;
 };

@@ -40,7 +40,6 @@ void StreamNode::Read(fuse_req_t req, size_t size, off_t /*offset*/, int flags) 
     // lock held, and OnInterrupt takes ours, so the opposite order could deadlock.
     fuse_req_interrupt_func(req, &StreamNode::OnInterrupt, this);
     std::lock_guard<std::mutex> lock(mutex_);
-    ++read_count_;
     if (HasItemLocked()) {
         ServeLocked(req, size);
         return;
@@ -91,11 +90,6 @@ void StreamNode::Shutdown() {
     std::lock_guard<std::mutex> lock(mutex_);
     for (const HeldRead& held : held_) fuse_reply_err(held.req, EINTR);
     held_.clear();
-}
-
-uint64_t StreamNode::read_count() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return read_count_;
 }
 
 }  // namespace tarvo_emu

@@ -3,12 +3,12 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
-#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <map>
 #include <mutex>
 
+#include <android-base/thread_annotations.h>
 #include <fuse_lowlevel.h>
 
 namespace tarvo_emu {
@@ -31,13 +31,6 @@ class EmulatedNode {
     virtual void Ioctl(fuse_req_t req, unsigned int cmd);
     // Answers every request still held; the filesystem is going away.
     virtual void Shutdown() {}
-
-    uint64_t open_count() const { return open_count_; }
-    void CountOpen() { ++open_count_; }
-
-  private:
-    // Counted on the filesystem's threads, read by tests.
-    std::atomic<uint64_t> open_count_{0};
 };
 
 // Poll handles of the descriptors that wait on one node, one per open file.
@@ -60,15 +53,13 @@ class StreamNode : public EmulatedNode {
     void Poll(fuse_req_t req, uint64_t fh, fuse_pollhandle* handle) override;
     void Shutdown() override;
 
-    uint64_t read_count();
-
   protected:
     virtual bool HasItemLocked() const = 0;
     // Answers `req` with the next item; called only when HasItemLocked().
     virtual void ServeLocked(fuse_req_t req, size_t size) = 0;
-    virtual unsigned int PollEventsLocked() const;
-    // Hands new items to held reads and wakes pollers; call after a change, with mutex_ held.
-    void WakeLocked();
+    virtual unsigned int PollEventsLocked() const REQUIRES(mutex_);
+    // Hands new items to held reads and wakes pollers; call after a change.
+    void WakeLocked() REQUIRES(mutex_);
 
     std::mutex mutex_;
 
@@ -79,9 +70,8 @@ class StreamNode : public EmulatedNode {
     };
     static void OnInterrupt(fuse_req_t req, void* data);
 
-    std::deque<HeldRead> held_;
-    PollWaiters waiters_;
-    uint64_t read_count_ = 0;
+    std::deque<HeldRead> held_ GUARDED_BY(mutex_);
+    PollWaiters waiters_ GUARDED_BY(mutex_);
 };
 
 }  // namespace tarvo_emu

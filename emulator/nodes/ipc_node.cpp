@@ -10,7 +10,6 @@ namespace tarvo_emu {
 void IpcNode::Open() {
     std::lock_guard<std::mutex> lock(mutex_);
     hung_up_ = false;
-    last_open_at_ = std::chrono::steady_clock::now();
 }
 
 void IpcNode::Write(fuse_req_t req, const char* data, size_t size, off_t /*offset*/) {
@@ -52,22 +51,6 @@ void IpcNode::InjectFault(IpcFault fault) {
     WakeLocked();
 }
 
-size_t IpcNode::queued() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return std::count_if(items_.begin(), items_.end(),
-                         [](const Item& item) { return item.kind == Item::kMessage; });
-}
-
-std::chrono::steady_clock::time_point IpcNode::last_read_fault_at() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return last_read_fault_at_;
-}
-
-std::chrono::steady_clock::time_point IpcNode::last_open_at() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return last_open_at_;
-}
-
 bool IpcNode::HasItemLocked() const { return hung_up_ || !items_.empty(); }
 
 void IpcNode::ServeLocked(fuse_req_t req, size_t size) {
@@ -77,7 +60,6 @@ void IpcNode::ServeLocked(fuse_req_t req, size_t size) {
     }
     Item item = std::move(items_.front());
     items_.pop_front();
-    if (item.kind != Item::kMessage) last_read_fault_at_ = std::chrono::steady_clock::now();
     switch (item.kind) {
         case Item::kEndOfFile:
             fuse_reply_buf(req, nullptr, 0);

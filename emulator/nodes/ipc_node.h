@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <deque>
 #include <functional>
 #include <string>
@@ -33,16 +32,11 @@ class IpcNode : public StreamNode {
     // Queues one message from the modem.
     void Push(std::string message);
     void InjectFault(IpcFault fault);
-    size_t queued();
-    // When a read last ended in an injected end of file or error, and when the node was last
-    // opened: the daemon pauses between the two.
-    std::chrono::steady_clock::time_point last_read_fault_at();
-    std::chrono::steady_clock::time_point last_open_at();
 
   protected:
-    bool HasItemLocked() const override;
-    void ServeLocked(fuse_req_t req, size_t size) override;
-    unsigned int PollEventsLocked() const override;
+    bool HasItemLocked() const override REQUIRES(mutex_);
+    void ServeLocked(fuse_req_t req, size_t size) override REQUIRES(mutex_);
+    unsigned int PollEventsLocked() const override REQUIRES(mutex_);
 
   private:
     struct Item {
@@ -51,11 +45,9 @@ class IpcNode : public StreamNode {
     };
 
     UplinkHandler on_uplink_;
-    std::deque<Item> items_;
+    std::deque<Item> items_ GUARDED_BY(mutex_);
     bool hung_up_ = false;
     bool fail_next_write_ = false;
-    std::chrono::steady_clock::time_point last_read_fault_at_;
-    std::chrono::steady_clock::time_point last_open_at_;
 };
 
 }  // namespace tarvo_emu

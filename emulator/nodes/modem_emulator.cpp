@@ -197,7 +197,6 @@ void ModemEmulator::Open(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi) {
     fi->direct_io = 1;
     fi->nonseekable = node->seekable() ? 0 : 1;
     fi->fh = self->next_fh_++;
-    node->CountOpen();
     node->Open();
     fuse_reply_open(req, fi);
 }

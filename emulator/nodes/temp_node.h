@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include <android-base/thread_annotations.h>
+
 #include "nodes/emulated_node.h"
 
 namespace tarvo_emu {
@@ -25,10 +27,10 @@ class TempNode : public EmulatedNode {
     void KeepWrites(bool keep);
 
   private:
-    std::string JoinedLocked() const;
+    std::string JoinedLocked() const REQUIRES(mutex_);
 
     std::mutex mutex_;
-    std::vector<std::string> writes_;
+    std::vector<std::string> writes_ GUARDED_BY(mutex_);
     bool keep_writes_ = true;
 };
 

@@ -52,14 +52,6 @@ void TestNode::Write(fuse_req_t req, const char* /*data*/, size_t size, off_t /*
     changed_.notify_all();
 }
 
-void TestNode::SetDownlink(size_t block_size, uint64_t count) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    block_size_ = block_size;
-    blocks_left_ = block_size == 0 ? 0 : count;
-    interval_ = Clock::duration::zero();
-    WakeLocked();
-}
-
 void TestNode::StartDownlink(size_t block_size, uint64_t bytes_per_s) {
     {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -101,11 +93,6 @@ TestNode::Uplink TestNode::uplink() {
 TestNode::Downlink TestNode::downlink() {
     std::lock_guard<std::mutex> lock(mutex_);
     return downlink_;
-}
-
-uint64_t TestNode::downlink_left() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return blocks_left_;
 }
 
 bool TestNode::WaitForUplink(const std::function<bool(const Uplink&)>& done,

@@ -43,8 +43,6 @@ class TestNode : public StreamNode {
     void Write(fuse_req_t req, const char* data, size_t size, off_t offset) override;
     void Shutdown() override;
 
-    // Makes `count` blocks of `block_size` bytes readable, one per read.
-    void SetDownlink(size_t block_size, uint64_t count);
     // Streams blocks of `block_size` bytes until StopDownlink: at `bytes_per_s`, or as fast as
     // they are read when it is 0.
     void StartDownlink(size_t block_size, uint64_t bytes_per_s);
@@ -57,14 +55,13 @@ class TestNode : public StreamNode {
 
     Uplink uplink();
     Downlink downlink();
-    uint64_t downlink_left();
     // Waits until `done` holds for the uplink counters; false when it does not within `timeout`.
     bool WaitForUplink(const std::function<bool(const Uplink&)>& done,
                        std::chrono::milliseconds timeout);
 
   protected:
-    bool HasItemLocked() const override;
-    void ServeLocked(fuse_req_t req, size_t size) override;
+    bool HasItemLocked() const override REQUIRES(mutex_);
+    void ServeLocked(fuse_req_t req, size_t size) override REQUIRES(mutex_);
 
   private:
     // Hands out paced blocks as they fall due.
@@ -72,12 +69,13 @@ class TestNode : public StreamNode {
 
     size_t block_size_ = 0;
     uint64_t blocks_left_ = 0;
-    Clock::duration interval_{0};  // between paced blocks; 0 when not paced
-    Clock::time_point next_due_;
+    // Between paced blocks; 0 when not paced.
+    Clock::duration interval_{0};
+    Clock::time_point next_due_ GUARDED_BY(mutex_);
     uint64_t attempts_ = 0;
-    std::set<uint64_t> fail_at_;
-    Uplink uplink_;
-    Downlink downlink_;
+    std::set<uint64_t> fail_at_ GUARDED_BY(mutex_);
+    Uplink uplink_ GUARDED_BY(mutex_);
+    Downlink downlink_ GUARDED_BY(mutex_);
 
     std::condition_variable changed_;
     bool stopping_ = false;

@@ -2,7 +2,7 @@
 
 #include <google/protobuf/util/message_differencer.h>
 
-#include <android-base/stringprintf.h>
+#include <fmt/format.h>
 
 using tarvo_message::TarvoMessage;
 
@@ -23,8 +23,7 @@ void ModemSide::Stop() { replies_.Stop(); }
 void ModemSide::OnUplink(std::string_view bytes) {
     TarvoMessage message;
     if (!message.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()))) {
-        transcript_->Note(android::base::StringPrintf("tarvo > modem: %zu bytes that do not parse",
-                                                      bytes.size()));
+        transcript_->Note(fmt::format("tarvo > modem: {} bytes that do not parse", bytes.size()));
         return;
     }
     transcript_->Message(Transcript::Direction::kFromDaemon, message);

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <thread>
 
+#include <android-base/thread_annotations.h>
+
 #include "nodes/ipc_node.h"
 #include "peers/transcript.h"
 #include "process/delayed_calls.h"
@@ -89,7 +91,7 @@ class ModemSide {
     std::function<void(const tarvo_message::TarvoMessage&)> observer_;
 
     std::mutex mutex_;
-    std::map<int, AutoReply> rules_;
+    std::map<int, AutoReply> rules_ GUARDED_BY(mutex_);
     // Last, so that no reply runs once the rest is gone.
     DelayedCalls replies_;
 };

@@ -6,14 +6,13 @@
 
 #include <cstring>
 
-#include <android-base/stringprintf.h>
 #include <android-base/strings.h>
+#include <fmt/format.h>
 
 #include "ril_library/ril_wire.h"
 
 using android::base::ErrnoError;
 using android::base::Error;
-using android::base::StringPrintf;
 
 namespace tarvo_emu {
 
@@ -97,9 +96,9 @@ void RilSide::Serve(std::shared_ptr<Connection> connection) {
         RilRequest request;
         request.request = header.request;
         request.data = packet.substr(sizeof(header), size - sizeof(header));
-        transcript_->Ril(Transcript::Direction::kFromDaemon,
-                         StringPrintf("request: %u data: %s", request.request,
-                                      QuotedBytes(request.data).c_str()));
+        transcript_->Ril(
+            Transcript::Direction::kFromDaemon,
+            fmt::format("request: {} data: {}", request.request, QuotedBytes(request.data)));
         const RilReplyRule rule = TakeRule(request.request);
         received_.Add(std::move(request));
         if (rule.no_reply) continue;
@@ -144,7 +143,7 @@ std::optional<RilRequest> RilSide::NextNew(std::chrono::milliseconds timeout) {
 
 void RilSide::Deliver(const Answer& answer) {
     transcript_->Ril(Transcript::Direction::kToDaemon,
-                     StringPrintf("request: %u error: %d", answer.request, answer.error));
+                     fmt::format("request: {} error: {}", answer.request, answer.error));
     const RilWireAnswer packet = {answer.serial, answer.error};
     send(answer.connection->fd.get(), &packet, sizeof(packet), MSG_NOSIGNAL);
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <android-base/result.h>
+#include <android-base/thread_annotations.h>
 #include <android-base/unique_fd.h>
 
 #include "peers/transcript.h"
@@ -88,8 +89,8 @@ class RilSide {
     std::thread accept_thread_;
 
     std::mutex mutex_;
-    std::vector<Rule> rules_;
-    std::vector<std::shared_ptr<Connection>> connections_;
+    std::vector<Rule> rules_ GUARDED_BY(mutex_);
+    std::vector<std::shared_ptr<Connection>> connections_ GUARDED_BY(mutex_);
     bool stopping_ = false;
     // Last, so that no answer runs once the rest is gone.
     DelayedCalls answers_;

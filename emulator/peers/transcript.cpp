@@ -10,6 +10,7 @@
 
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
+#include <fmt/format.h>
 
 namespace tarvo_emu {
 
@@ -188,8 +189,7 @@ void Transcript::Print(const std::string& label, const std::string& text,
     if (!enabled()) return;
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-    const std::string prefix =
-        android::base::StringPrintf("%8.3f  %-13s  ", seconds, label.c_str());
+    const std::string prefix = fmt::format("{:8.3f}  {:<13}  ", seconds, label);
     std::lock_guard<std::mutex> lock(mutex_);
     if (out_ != nullptr) *out_ << prefix << text << std::endl;
     if (full_ != nullptr) *full_ << prefix << full_text << std::endl;

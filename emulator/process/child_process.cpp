@@ -13,6 +13,7 @@
 #include "process/signal_cleanup.h"
 
 using android::base::ErrnoError;
+using android::base::Error;
 using android::base::Result;
 using android::base::unique_fd;
 
@@ -186,21 +187,19 @@ void ChildProcess::TakeLines(Stream* stream, bool at_end) {
     }
 }
 
-ProcessResult RunProcess(const std::vector<std::string>& argv, ChildOptions options,
-                         std::chrono::milliseconds timeout) {
+Result<ProcessResult> RunProcess(const std::vector<std::string>& argv, ChildOptions options,
+                                 std::chrono::milliseconds timeout) {
     ProcessResult result;
     Result<std::unique_ptr<ChildProcess>> process = ChildProcess::Start(argv, std::move(options));
-    if (!process.ok()) {
-        result.output = process.error().message();
-        return result;
-    }
+    if (!process.ok()) return Error() << argv[0] << ": " << process.error();
     std::optional<int> status = (*process)->Wait(timeout);
     if (!status) {
         result.timed_out = true;
         (*process)->Kill();
         status = (*process)->Wait(std::chrono::seconds(10));
     }
-    result.status = status.value_or(-1);
+    if (!status) return Error() << argv[0] << " still runs after SIGKILL";
+    result.status = *status;
     result.output = (*process)->output();
     result.errors = (*process)->errors();
     return result;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <android-base/result.h>
+#include <android-base/thread_annotations.h>
 #include <android-base/unique_fd.h>
 
 namespace tarvo_emu {
@@ -75,21 +76,22 @@ class ChildProcess {
     const bool keep_output_;
     const std::chrono::milliseconds read_interval_;
     std::mutex output_mutex_;
-    std::string output_;
-    std::string errors_;
+    std::string output_ GUARDED_BY(output_mutex_);
+    std::string errors_ GUARDED_BY(output_mutex_);
     std::thread reader_;
 };
 
 struct ProcessResult {
-    int status = -1;  // exit code, or 128 + signal number
+    int status = 0;  // exit code, or 128 + signal number
     bool timed_out = false;
     std::string output;  // stdout (with stderr, unless kept apart)
     std::string errors;  // stderr, when kept apart
 };
 
-// Runs `argv` to its end, killing it after `timeout`. A process that could not start has status
-// -1 and the reason as its output.
-ProcessResult RunProcess(const std::vector<std::string>& argv, ChildOptions options,
-                         std::chrono::milliseconds timeout);
+// Runs `argv` to its end, killing it after `timeout`; an error when it could not be started, or
+// not be reaped after the kill.
+android::base::Result<ProcessResult> RunProcess(const std::vector<std::string>& argv,
+                                                ChildOptions options,
+                                                std::chrono::milliseconds timeout);
 
 }  // namespace tarvo_emu

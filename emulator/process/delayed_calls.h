@@ -7,6 +7,8 @@
 #include <mutex>
 #include <thread>
 
+#include <android-base/thread_annotations.h>
+
 namespace tarvo_emu {
 
 // Runs calls at their due time, in that order, on a thread of its own: the emulated modem's and
@@ -26,7 +28,8 @@ class DelayedCalls {
     void Loop();
 
     std::mutex mutex_;
-    std::multimap<std::chrono::steady_clock::time_point, std::function<void()>> pending_;
+    std::multimap<std::chrono::steady_clock::time_point, std::function<void()>> pending_
+        GUARDED_BY(mutex_);
     std::condition_variable changed_;
     bool stopping_ = false;
     std::thread thread_;

@@ -7,6 +7,8 @@
 #include <optional>
 #include <vector>
 
+#include <android-base/thread_annotations.h>
+
 namespace tarvo_emu {
 
 // Events in arrival order, each taken at most once. A waiter takes the earliest event not yet
@@ -124,7 +126,7 @@ class EventList {
     }
 
   private:
-    size_t CountLocked(const Predicate& matches, size_t first) const {
+    size_t CountLocked(const Predicate& matches, size_t first) const REQUIRES(mutex_) {
         size_t count = 0;
         for (size_t i = first; i < events_.size(); ++i) count += matches(events_[i].event) ? 1 : 0;
         return count;
@@ -138,7 +140,7 @@ class EventList {
 
     mutable std::mutex mutex_;
     std::condition_variable added_;
-    std::vector<Entry> events_;
+    std::vector<Entry> events_ GUARDED_BY(mutex_);
 };
 
 }  // namespace tarvo_emu

@@ -3,7 +3,8 @@
 #include <sys/types.h>
 
 #include <cstddef>
-#include <optional>
+
+#include <android-base/result.h>
 
 namespace tarvo_emu {
 
@@ -14,7 +15,7 @@ struct ProcessUsage {
     long rss_kib = 0;
 };
 
-// The usage of `pid`, or nullopt when the process is gone (or /proc does not show it).
-std::optional<ProcessUsage> ReadProcessUsage(pid_t pid);
+// The usage of `pid`; an error when the process is gone (or /proc does not show it).
+android::base::Result<ProcessUsage> ReadProcessUsage(pid_t pid);
 
 }  // namespace tarvo_emu

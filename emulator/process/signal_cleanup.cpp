@@ -13,8 +13,11 @@
 #include <thread>
 #include <vector>
 
+#include <android-base/errno_restorer.h>
 #include <android-base/file.h>
+#include <android-base/no_destructor.h>
 #include <android-base/strings.h>
+#include <android-base/thread_annotations.h>
 #include <android-base/unique_fd.h>
 
 namespace tarvo_emu {
@@ -23,13 +26,14 @@ namespace {
 
 struct Registry {
     std::mutex mutex;
-    std::set<std::string> trees;
-    std::set<pid_t> groups;
-    std::function<void()> hook;
+    std::set<std::string> trees GUARDED_BY(mutex);
+    std::set<pid_t> groups GUARDED_BY(mutex);
+    std::function<void()> hook GUARDED_BY(mutex);
 };
 
+// Never destroyed: a signal may end the process while other threads still register.
 Registry& registry() {
-    static Registry* const instance = new Registry;
+    static android::base::NoDestructor<Registry> instance;
     return *instance;
 }
 
@@ -37,6 +41,8 @@ Registry& registry() {
 int signal_pipe = -1;
 
 void OnSignal(int signal_number) {
+    // The interrupted code may look at errno right after the handler returns.
+    android::base::ErrnoRestorer errno_restorer;
     const char byte = static_cast<char>(signal_number);
     if (write(signal_pipe, &byte, 1) < 0) _exit(128 + signal_number);
 }
@@ -79,9 +85,9 @@ std::vector<std::string> MountsUnder(const std::string& dir) {
 
 }  // namespace
 
-void InstallSignalCleanup() {
+android::base::Result<void> InstallSignalCleanup() {
     int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) return;
+    if (pipe2(fds, O_CLOEXEC) != 0) return android::base::ErrnoError() << "pipe2";
     signal_pipe = fds[1];
     std::thread([read_end = fds[0]] {
         char byte = 0;
@@ -94,6 +100,7 @@ void InstallSignalCleanup() {
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
     for (int signal_number : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal_number, &action, nullptr);
+    return {};
 }
 
 void AddTemporaryTree(const std::string& dir) {

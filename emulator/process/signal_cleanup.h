@@ -5,13 +5,15 @@
 #include <functional>
 #include <string>
 
+#include <android-base/result.h>
+
 namespace tarvo_emu {
 
 // What a process that SIGINT, SIGTERM or SIGHUP ends leaves tidy: the process groups it started
 // are killed, the mounts under its temporary trees are detached and the trees removed, then it
 // exits with 128 + the signal's number. Without InstallSignalCleanup the signals keep their
 // default action and the registrations cost nothing but a lock.
-void InstallSignalCleanup();
+android::base::Result<void> InstallSignalCleanup();
 
 // Registered while they exist; each returns at once.
 void AddTemporaryTree(const std::string& dir);

@@ -8,13 +8,16 @@
 #include <filesystem>
 
 #include <android-base/file.h>
-#include <android-base/stringprintf.h>
+#include <android-base/parseint.h>
 #include <android-base/strings.h>
+#include <fmt/format.h>
 
+#include "process/wait_until.h"
 #include "ril_library/ril_wire.h"
 
 namespace fs = std::filesystem;
 
+using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
 
@@ -22,14 +25,23 @@ namespace tarvo_emu {
 
 std::string TarvoBinary() { return TARVO_BINARY_DIR "/tarvo"; }
 
-bool EnterPrivateMountNamespace() {
-    if (unshare(CLONE_NEWNS) != 0) return false;
+Result<void> EnterPrivateMountNamespace() {
+    if (unshare(CLONE_NEWNS) != 0) return ErrnoError() << "unshare";
     // Mounts made here must not propagate back to the host's namespace.
-    return mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr) == 0;
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr) != 0) {
+        return ErrnoError() << "mount / as a slave";
+    }
+    return {};
 }
 
-Rig::Rig(RigOptions options)
+std::chrono::milliseconds RigHooks::DefaultTerminateGrace() {
+    return getenv("GCOV_PREFIX") != nullptr ? std::chrono::seconds(10)
+                                            : std::chrono::milliseconds(0);
+}
+
+Rig::Rig(RigOptions options, RigHooks hooks)
     : options_(std::move(options)),
+      hooks_(std::move(hooks)),
       transcript_(options_.transcript, options_.full_transcript),
       daemon_lines_([this](LogLine line) { OnLogLine(std::move(line), true); }) {}
 
@@ -53,10 +65,10 @@ Result<void> Rig::Start() {
 
     emulator_ =
         std::make_unique<ModemEmulator>(options_.initial_state, [this](std::string_view bytes) {
-            if (options_.uplink_tap && options_.uplink_tap(bytes)) return;
+            if (hooks_.uplink_tap && hooks_.uplink_tap(bytes)) return;
             if (modem_) modem_->OnUplink(bytes);
         });
-    emulator_->temp().KeepWrites(options_.keep_logs);
+    emulator_->temp().KeepWrites(hooks_.keep_logs);
     modem_ = std::make_unique<ModemSide>(&emulator_->ipc(), &transcript_);
     tput_modem_ = std::make_unique<TputModem>(&emulator_->test(), options_.tput);
     modem_->SetObserver([this](const tarvo_message::TarvoMessage& message) {
@@ -83,12 +95,12 @@ Result<void> Rig::Start() {
             return Error() << "cannot seed " << file.path
                            << ": seed files go under /data, /mnt or /vendor";
         }
-        if (!WriteFile(file.path, file.content, file.mode)) {
-            return Error() << "cannot write " << file.path;
+        if (Result<void> written = WriteFile(file.path, file.content, file.mode); !written.ok()) {
+            return written.error();
         }
     }
     for (const auto& [name, value] : options_.properties) {
-        if (!SetProperty(name, value)) return Error() << "cannot set property " << name;
+        if (Result<void> set = SetProperty(name, value); !set.ok()) return set.error();
     }
     for (const std::string& path : options_.read_only) {
         if (Result<void> bound = sandbox_->SetReadOnly(path); !bound.ok()) return bound.error();
@@ -105,7 +117,7 @@ Result<void> Rig::SetUpRil() {
             options.omit_symbol.empty() ? "full" : "without-" + options.omit_symbol;
         const std::string library = TARVO_BINARY_DIR "/vekril/" + variant + "/libvekril-client.so";
         std::error_code ec;
-        fs::copy_file(library, sandbox_->HostPath("/vendor/lib64/libvekril-client.so"), ec);
+        fs::copy_file(library, *sandbox_->HostPath("/vendor/lib64/libvekril-client.so"), ec);
         if (ec) return Error(ec.value()) << "no RIL client library " << variant;
     }
     if (options.open_fails) return {};
@@ -121,10 +133,10 @@ Result<void> Rig::StartDaemon() {
          .on_error_line = [this](const std::string& line) { OnOutputLine(line, &daemon_lines_); },
          .on_drained = [this] { daemon_lines_.Flush(); },
          .separate_stderr = true,
-         .keep_output = options_.keep_logs,
+         .keep_output = hooks_.keep_logs,
          // Nobody waits for a line: take them in bulk, and leave the daemon the processor.
          .read_interval =
-             options_.keep_logs ? std::chrono::milliseconds(0) : std::chrono::milliseconds(10)});
+             hooks_.keep_logs ? std::chrono::milliseconds(0) : std::chrono::milliseconds(10)});
     if (!daemon.ok()) return Error() << "tarvo -s: " << daemon.error();
     daemon_ = std::move(*daemon);
     return {};
@@ -136,13 +148,28 @@ void Rig::StopDaemon() {
 }
 
 void Rig::EndDaemon() {
-    // A coverage build's daemon writes its counters on SIGTERM; any other is killed at once.
-    if (daemon_ && daemon_pid_ != 0 && getenv("GCOV_PREFIX") != nullptr &&
+    if (daemon_ && daemon_pid_ != 0 && hooks_.terminate_grace.count() != 0 &&
         kill(daemon_pid_, SIGTERM) == 0) {
-        daemon_->Wait(std::chrono::seconds(10));
+        daemon_->Wait(hooks_.terminate_grace);
     }
     daemon_.reset();
     daemon_pid_ = 0;
+}
+
+pid_t Rig::AwaitDaemonPid(std::chrono::milliseconds timeout) {
+    // The rig takes the daemon's lines in bulk when it keeps none: no event to wait on.
+    WaitUntil([this] { return daemon_pid_ != 0; }, timeout, std::chrono::milliseconds(1));
+    return daemon_pid_;
+}
+
+Result<pid_t> Rig::AwaitPidFile(std::chrono::milliseconds timeout) {
+    pid_t pid = 0;
+    const auto written = [this, &pid] {
+        const Result<std::string> content = ReadFile(kPidFile);
+        return content.ok() && android::base::ParseInt(*content, &pid) && pid > 0;
+    };
+    if (!WaitUntil(written, timeout)) return Error() << "no pid in " << kPidFile;
+    return pid;
 }
 
 Result<void> Rig::RestartDaemon() {
@@ -159,7 +186,7 @@ bool Rig::NoteDaemonEnd(std::chrono::milliseconds timeout) {
     daemon_->output();
     std::lock_guard<std::mutex> lock(health_mutex_);
     if (daemon_end_.empty()) {
-        daemon_end_ = android::base::StringPrintf("tarvo -s ended with status %d", *status);
+        daemon_end_ = fmt::format("tarvo -s ended with status {}", *status);
     }
     return true;
 }
@@ -214,7 +241,7 @@ bool Rig::KeepReportLine(const std::string& line) {
 void Rig::OnOutputLine(const std::string& line, LogLineJoiner* joiner) {
     // Once the daemon's pid is known, a line that is neither kept nor shown is looked at only
     // for a sanitizer report.
-    if (!options_.keep_logs && !transcript_.enabled() && daemon_pid_ != 0) {
+    if (!hooks_.keep_logs && !transcript_.enabled() && daemon_pid_ != 0) {
         KeepReportLine(line);
         return;
     }
@@ -240,11 +267,11 @@ void Rig::OnOutputLine(const std::string& line, LogLineJoiner* joiner) {
 void Rig::OnLogLine(LogLine line, bool from_daemon) {
     if (from_daemon && daemon_pid_ == 0) daemon_pid_ = line.pid;
     transcript_.Log(line);
-    if (options_.keep_logs) logs_.Add(std::move(line));
+    if (hooks_.keep_logs) logs_.Add(std::move(line));
 }
 
 void Rig::SetModemState(int state) {
-    transcript_.Note(android::base::StringPrintf("modem state %d", state));
+    transcript_.Note(fmt::format("modem state {}", state));
     emulator_->boot().SetState(state);
 }
 
@@ -279,7 +306,8 @@ size_t Rig::CountLog(int priority, const std::string& text, const std::string& t
     return logs_.Count(LineMatcher(priority, text, tag));
 }
 
-ProcessResult Rig::Run(const std::vector<std::string>& command, std::chrono::milliseconds timeout) {
+Result<ProcessResult> Rig::Run(const std::vector<std::string>& command,
+                               std::chrono::milliseconds timeout) {
     LogLineJoiner lines([this](LogLine line) { OnLogLine(std::move(line), false); });
     return RunProcess(
         sandbox_->Command(command),
@@ -290,51 +318,62 @@ ProcessResult Rig::Run(const std::vector<std::string>& command, std::chrono::mil
         timeout);
 }
 
-ProcessResult Rig::RunClient(const std::vector<std::string>& args,
-                             std::chrono::milliseconds timeout) {
+Result<ProcessResult> Rig::RunClient(const std::vector<std::string>& args,
+                                     std::chrono::milliseconds timeout) {
     std::vector<std::string> command = {TarvoBinary()};
     command.insert(command.end(), args.begin(), args.end());
     std::string text = "run tarvo";
     for (const std::string& arg : args) text += " " + arg;
     transcript_.Note(text);
-    ProcessResult result = Run(command, timeout);
-    transcript_.Note(android::base::StringPrintf("tarvo exited with %d", result.status));
+    Result<ProcessResult> result = Run(command, timeout);
+    transcript_.Note(result.ok() ? fmt::format("tarvo exited with {}", result->status)
+                                 : fmt::format("tarvo did not run: {}", result.error().message()));
     return result;
 }
 
-std::optional<std::string> Rig::ReadFile(const std::string& path) const {
+Result<std::string> Rig::ReadFile(const std::string& path) const {
+    Result<std::string> host = sandbox_->HostPath(path);
+    if (!host.ok()) return host.error();
     std::string content;
-    const std::string host = sandbox_->HostPath(path);
-    if (host.empty() || !android::base::ReadFileToString(host, &content)) return std::nullopt;
+    if (!android::base::ReadFileToString(*host, &content)) return ErrnoError() << "read " << path;
     return content;
 }
 
-std::optional<mode_t> Rig::FileMode(const std::string& path) const {
+Result<mode_t> Rig::FileMode(const std::string& path) const {
+    Result<std::string> host = sandbox_->HostPath(path);
+    if (!host.ok()) return host.error();
     struct stat st;
-    const std::string host = sandbox_->HostPath(path);
-    if (host.empty() || stat(host.c_str(), &st) != 0) return std::nullopt;
+    if (stat(host->c_str(), &st) != 0) return ErrnoError() << "stat " << path;
     return st.st_mode & 07777;
 }
 
-bool Rig::RemoveFile(const std::string& path) {
-    const std::string host = sandbox_->HostPath(path);
-    return !host.empty() && unlink(host.c_str()) == 0;
+Result<void> Rig::RemoveFile(const std::string& path) {
+    Result<std::string> host = sandbox_->HostPath(path);
+    if (!host.ok()) return host.error();
+    if (unlink(host->c_str()) != 0) return ErrnoError() << "cannot remove " << path;
+    return {};
 }
 
-bool Rig::WriteFile(const std::string& path, const std::string& content, mode_t mode) {
-    const std::string host = sandbox_->HostPath(path);
-    if (host.empty()) return false;
+Result<void> Rig::WriteFile(const std::string& path, const std::string& content, mode_t mode) {
+    Result<std::string> host = sandbox_->HostPath(path);
+    if (!host.ok()) return host.error();
     std::error_code ec;
-    fs::create_directories(fs::path(host).parent_path(), ec);
-    return android::base::WriteStringToFile(content, host) && chmod(host.c_str(), mode) == 0;
+    fs::create_directories(fs::path(*host).parent_path(), ec);
+    if (!android::base::WriteStringToFile(content, *host) || chmod(host->c_str(), mode) != 0) {
+        return ErrnoError() << "cannot write " << path;
+    }
+    return {};
 }
 
 std::optional<std::string> Rig::Property(const std::string& name) const {
     return sandbox_->properties().Get(name);
 }
 
-bool Rig::SetProperty(const std::string& name, const std::string& value) {
-    return sandbox_->properties().Set(name, value) == 0;
+Result<void> Rig::SetProperty(const std::string& name, const std::string& value) {
+    if (sandbox_->properties().Set(name, value) != 0) {
+        return Error() << "cannot set property " << name;
+    }
+    return {};
 }
 
 }  // namespace tarvo_emu

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include <android-base/result.h>
+#include <android-base/thread_annotations.h>
 
 #include "nodes/modem_emulator.h"
 #include "peers/modem_side.h"
@@ -25,6 +26,8 @@
 #include "process/event_list.h"
 #include "process/log_line.h"
 #include "proto/tarvo_message.pb.h"
+#include "rig/device_facts.h"
+#include "rig/rig_hooks.h"
 #include "sandbox/sandbox.h"
 
 namespace tarvo_emu {
@@ -34,7 +37,7 @@ std::string TarvoBinary();
 
 // Moves this process into a mount namespace of its own, so that the emulator's mount disappears
 // with the process whatever way it ends. Call it first thing in main, while single-threaded.
-bool EnterPrivateMountNamespace();
+android::base::Result<void> EnterPrivateMountNamespace();
 
 struct SeedFile {
     std::string path;  // inside the sandbox, e.g. "/data/vendor/radio/modem_stat.conf"
@@ -77,14 +80,6 @@ struct RigOptions {
     std::vector<std::string> writable = {};
     // Paths under /data or /mnt bound read-only.
     std::vector<std::string> read_only = {};
-    // Sees each message that the daemon writes on oem_ipc1 before the modem side does, on the
-    // filesystem's thread. Returning true keeps the message from the modem side: no parse, no
-    // record, no reply. For benchmarks, which would otherwise time the modem side's bookkeeping.
-    std::function<bool(std::string_view bytes)> uplink_tap = {};
-    // Whether the daemon's output and log lines, and the writes to the thermal driver's file, are
-    // kept for AwaitLog and the like. A long run that reads none of them turns this off, so that
-    // the rig's memory stays flat.
-    bool keep_logs = true;
 };
 
 // The whole host rig: a sandbox root, the emulated modem mounted and bound into it, the daemon
@@ -92,9 +87,7 @@ struct RigOptions {
 // stopped and removed by the destructor, in order: processes, reply timer, mount, files.
 class Rig {
   public:
-    static constexpr std::chrono::milliseconds kDefaultTimeout{5000};
-
-    explicit Rig(RigOptions options = {});
+    explicit Rig(RigOptions options = {}, RigHooks hooks = {});
     ~Rig();
 
     Rig(const Rig&) = delete;
@@ -109,6 +102,10 @@ class Rig {
     android::base::Result<void> RestartDaemon();
     // The daemon's own pid as its log lines show it; 0 before its first line.
     pid_t daemon_pid() const { return daemon_pid_; }
+    // The daemon's pid once its first log line came, waiting up to `timeout`; 0 when none came.
+    pid_t AwaitDaemonPid(std::chrono::milliseconds timeout = kDefaultWait);
+    // The pid that the server wrote to kPidFile, once it has written one, waiting up to `timeout`.
+    android::base::Result<pid_t> AwaitPidFile(std::chrono::milliseconds timeout = kDefaultWait);
     // Fails when a process in the sandbox printed a sanitizer report, or when the daemon ended
     // without being stopped by the rig (a crash, an abort, a sanitizer ending it). The error
     // holds the report. Tests and scenarios check it last, so that a fault that broke nothing
@@ -122,7 +119,7 @@ class Rig {
     void Send(const tarvo_message::TarvoMessage& message) { modem_->Send(message); }
     std::optional<tarvo_message::TarvoMessage> AwaitMessage(
         const tarvo_message::TarvoMessage& partial,
-        std::chrono::milliseconds timeout = kDefaultTimeout) {
+        std::chrono::milliseconds timeout = kDefaultWait) {
         return modem_->Await(partial, timeout);
     }
     void SetAutoReply(int payload_case, AutoReply rule) {
@@ -134,7 +131,7 @@ class Rig {
     // The radio behind the RIL client library.
     std::optional<RilRequest> AwaitRil(uint32_t request,
                                        const std::optional<std::string>& data = std::nullopt,
-                                       std::chrono::milliseconds timeout = kDefaultTimeout) {
+                                       std::chrono::milliseconds timeout = kDefaultWait) {
         return ril_->Await(request, data, timeout);
     }
     void SetRilReply(uint32_t request, RilReplyRule rule) { ril_->SetReply(request, rule); }
@@ -144,11 +141,11 @@ class Rig {
     // Log lines of every process in the sandbox, daemon and clients. `priority` 0 matches any.
     // Takes the earliest line not taken before with this priority, tag and exact text.
     std::optional<LogLine> AwaitLog(int priority, const std::string& text,
-                                    std::chrono::milliseconds timeout = kDefaultTimeout,
+                                    std::chrono::milliseconds timeout = kDefaultWait,
                                     const std::string& tag = kDaemonTag);
     // Waits for such a line, taken or not, without taking it.
     bool WaitForLog(int priority, const std::string& text,
-                    std::chrono::milliseconds timeout = kDefaultTimeout,
+                    std::chrono::milliseconds timeout = kDefaultWait,
                     const std::string& tag = kDaemonTag);
     // How many such lines were printed so far, taken or not.
     size_t CountLog(int priority, const std::string& text,
@@ -159,19 +156,24 @@ class Rig {
 
     // Runs a command inside a second sandbox over the same binds, and waits for it (killing it
     // after `timeout`). Its log lines join the daemon's.
-    ProcessResult Run(const std::vector<std::string>& command,
-                      std::chrono::milliseconds timeout = std::chrono::seconds(60));
+    android::base::Result<ProcessResult> Run(
+        const std::vector<std::string>& command,
+        std::chrono::milliseconds timeout = std::chrono::seconds(60));
     // `tarvo` with these arguments, e.g. {"-m"}.
-    ProcessResult RunClient(const std::vector<std::string>& args,
-                            std::chrono::milliseconds timeout = std::chrono::seconds(10));
+    android::base::Result<ProcessResult> RunClient(
+        const std::vector<std::string>& args,
+        std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
-    // Files and properties in the sandbox, by their paths inside it.
-    std::optional<std::string> ReadFile(const std::string& path) const;
-    std::optional<mode_t> FileMode(const std::string& path) const;  // permission bits only
-    bool WriteFile(const std::string& path, const std::string& content, mode_t mode = 0664);
-    bool RemoveFile(const std::string& path);
+    // Files and properties in the sandbox, by their paths inside it. A property that was never
+    // set is nothing, not an error.
+    android::base::Result<std::string> ReadFile(const std::string& path) const;
+    // Permission bits only.
+    android::base::Result<mode_t> FileMode(const std::string& path) const;
+    android::base::Result<void> WriteFile(const std::string& path, const std::string& content,
+                                          mode_t mode = 0664);
+    android::base::Result<void> RemoveFile(const std::string& path);
     std::optional<std::string> Property(const std::string& name) const;
-    bool SetProperty(const std::string& name, const std::string& value);
+    android::base::Result<void> SetProperty(const std::string& name, const std::string& value);
 
     Sandbox& sandbox() { return *sandbox_; }
     Transcript& transcript() { return transcript_; }
@@ -190,6 +192,7 @@ class Rig {
     void EndDaemon();
 
     RigOptions options_;
+    RigHooks hooks_;
     Transcript transcript_;
     EventList<LogLine> logs_;
     // The daemon's log lines, put back together on its reading thread.
@@ -202,8 +205,10 @@ class Rig {
     std::unique_ptr<TputModem> tput_modem_;
     std::unique_ptr<ChildProcess> daemon_;
     std::mutex health_mutex_;
-    std::vector<std::string> report_;  // the first sanitizer report and the lines that follow
-    std::string daemon_end_;           // how the daemon ended before the rig stopped it
+    // The first sanitizer report and the lines that follow.
+    std::vector<std::string> report_ GUARDED_BY(health_mutex_);
+    // How the daemon ended before the rig stopped it.
+    std::string daemon_end_ GUARDED_BY(health_mutex_);
 };
 
 }  // namespace tarvo_emu

@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 
+#include <android-base/thread_annotations.h>
 #include <android-base/unique_fd.h>
 
 #include "ril_library/ril_wire.h"
@@ -122,10 +123,10 @@ class RilClient {
     }
 
     std::mutex mutex_;
-    unique_fd fd_;
+    unique_fd fd_ GUARDED_BY(mutex_);
     std::thread reader_;
     uint32_t next_serial_ = 1;
-    std::map<uint32_t, Pending> pending_;
+    std::map<uint32_t, Pending> pending_ GUARDED_BY(mutex_);
 };
 
 RilClient* ClientOf(void* handle) { return static_cast<RilClient*>(handle); }

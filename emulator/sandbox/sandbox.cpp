@@ -67,7 +67,7 @@ Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib,
     }
     std::vector<std::string> dirs = {pattern + "/emu", pattern + "/properties",
                                      pattern + "/socket"};
-    for (const std::string& dir : kDeviceDirectories) dirs.push_back(sandbox->HostPath(dir));
+    for (const std::string& dir : kDeviceDirectories) dirs.push_back(*sandbox->HostPath(dir));
     for (const std::string& dir : dirs) {
         if (!fs::create_directories(dir, ec) && ec) return Error(ec.value()) << "mkdir " << dir;
     }
@@ -83,11 +83,11 @@ Sandbox::~Sandbox() {
     RemoveTemporaryTree(dir_);
 }
 
-std::string Sandbox::HostPath(const std::string& path) const {
+Result<std::string> Sandbox::HostPath(const std::string& path) const {
     for (const auto& [prefix, local] : kMappedTrees) {
         if (IsUnder(path, prefix)) return dir_ + "/" + local + path.substr(strlen(prefix));
     }
-    return {};
+    return Error() << path << " is not in the sandbox's tree";
 }
 
 void Sandbox::BindNode(const std::string& device_path, const std::string& host_path) {
@@ -98,9 +98,10 @@ Result<void> Sandbox::SetReadOnly(const std::string& path) {
     if (!IsUnder(path, "/data") && !IsUnder(path, "/mnt")) {
         return Error() << "cannot bind " << path << " read-only: not under /data or /mnt";
     }
-    const std::string host = HostPath(path);
-    if (!fs::exists(host)) return Error(ENOENT) << "cannot bind " << path << " read-only";
-    read_only_.emplace_back(path, host);
+    Result<std::string> host = HostPath(path);
+    if (!host.ok()) return host.error();
+    if (!fs::exists(*host)) return Error(ENOENT) << "cannot bind " << path << " read-only";
+    read_only_.emplace_back(path, *host);
     return {};
 }
 
@@ -111,10 +112,10 @@ Result<void> Sandbox::Remove(const std::string& path) {
         nodes_.erase(node);
         return {};
     }
-    const std::string host = HostPath(path);
-    if (host.empty()) return Error() << "cannot remove " << path << ": not in the sandbox's tree";
+    Result<std::string> host = HostPath(path);
+    if (!host.ok()) return Error() << "cannot remove " << path << ": not in the sandbox's tree";
     std::error_code ec;
-    fs::remove_all(host, ec);
+    fs::remove_all(*host, ec);
     if (ec) return Error(ec.value()) << "cannot remove " << path;
     return {};
 }

@@ -35,8 +35,8 @@ class Sandbox {
     // Shown at /dev/socket inside, for the emulated RIL's socket.
     std::string socket_dir() const { return dir_ + "/socket"; }
     // The host path of a path under /data, /mnt, /vendor or /dev/__properties__ inside the
-    // sandbox; empty for any other path.
-    std::string HostPath(const std::string& path) const;
+    // sandbox; an error for any other path.
+    android::base::Result<std::string> HostPath(const std::string& path) const;
     HostPropertyStore properties() const { return HostPropertyStore(dir_ + "/properties"); }
 
     // Shows the host file `host_path` at `device_path` (an emulated device node).

@@ -21,11 +21,6 @@ namespace tarvo_emu {
 
 namespace {
 
-// Where the server writes its pid for the clients.
-constexpr char kPidFile[] = "/data/vendor/radio/tarvo_pid";
-// How often the wait for the pid file looks again.
-constexpr milliseconds kPidFilePollInterval{10};
-
 IpcFault FaultOf(tarvo_scenario::Fault fault) {
     switch (fault) {
         case tarvo_scenario::READ_ERROR:
@@ -43,14 +38,9 @@ IpcFault FaultOf(tarvo_scenario::Fault fault) {
 // the client is run once the file holds a pid, or when the step's time is up, as on a device
 // whose server never wrote it.
 void AwaitServerPid(Rig& rig) {
-    const auto deadline = std::chrono::steady_clock::now() + kDefaultStepTimeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-        const std::optional<std::string> content = rig.ReadFile(kPidFile);
-        int pid = 0;
-        if (content && android::base::ParseInt(*content, &pid) && pid > 0) return;
-        std::this_thread::sleep_for(kPidFilePollInterval);
+    if (Result<pid_t> pid = rig.AwaitPidFile(kDefaultStepTimeout); !pid.ok()) {
+        rig.transcript().Note(pid.error().message() + ": the client runs anyway");
     }
-    rig.transcript().Note(std::string("no pid in ") + kPidFile + ": the client runs anyway");
 }
 
 }  // namespace
@@ -89,10 +79,11 @@ Result<void> PlayClient(StepPlayer& player, const StepCall& call) {
         if (!arg.empty()) argv.push_back(arg);
     }
     AwaitServerPid(player.rig());
-    const ProcessResult result = player.rig().RunClient(argv);
-    if (result.timed_out) return Error() << "the client did not end within 10 s";
-    if (result.status != call.step.exit_status()) {
-        return Errorf("the client exited with {}, not {}", result.status, call.step.exit_status());
+    Result<ProcessResult> result = player.rig().RunClient(argv);
+    if (!result.ok()) return result.error();
+    if (result->timed_out) return Error() << "the client did not end within 10 s";
+    if (result->status != call.step.exit_status()) {
+        return Errorf("the client exited with {}, not {}", result->status, call.step.exit_status());
     }
     return {};
 }

@@ -3,11 +3,11 @@
 #include <chrono>
 #include <optional>
 #include <regex>
-#include <thread>
 
 #include <android-base/result.h>
 
 #include "peers/transcript.h"
+#include "process/wait_until.h"
 #include "scenario/generated_data.h"
 #include "scenario/near_miss.h"
 #include "scenario/scenario_setup.h"
@@ -53,12 +53,13 @@ Result<void> CheckHoldings(const ExpectFile& expect, const std::string& content,
 
 // Whether the file is as `expect` says; the error shows what it holds.
 Result<void> CheckFile(Rig& rig, const ExpectFile& expect) {
-    const std::optional<std::string> content = rig.ReadFile(expect.path());
-    if (!content) {
+    Result<std::string> content = rig.ReadFile(expect.path());
+    if (!content.ok()) {
         if (expect.absent()) return {};
         return Error() << "no such file";
     }
-    const std::optional<mode_t> mode = rig.FileMode(expect.path());
+    std::optional<mode_t> mode;
+    if (Result<mode_t> bits = rig.FileMode(expect.path()); bits.ok()) mode = *bits;
     if (Result<void> holds = CheckHoldings(expect, *content, mode); !holds.ok()) {
         return Error() << holds.error() << "; " << Holdings(*content, mode);
     }
@@ -69,12 +70,12 @@ Result<void> CheckFile(Rig& rig, const ExpectFile& expect) {
 
 Result<void> PlayWriteFile(StepPlayer& player, const StepCall& call) {
     const tarvo_scenario::SeedFile& file = call.step.write_file();
-    if (player.rig().WriteFile(file.path(), SeedContent(file), SeedMode(file))) return {};
+    if (player.rig().WriteFile(file.path(), SeedContent(file), SeedMode(file)).ok()) return {};
     return Error() << "cannot write " << file.path();
 }
 
 Result<void> PlayRemoveFile(StepPlayer& player, const StepCall& call) {
-    if (player.rig().RemoveFile(call.step.remove_file())) return {};
+    if (player.rig().RemoveFile(call.step.remove_file()).ok()) return {};
     return Error() << "cannot remove " << call.step.remove_file();
 }
 
@@ -82,12 +83,14 @@ Result<void> PlayRemoveFile(StepPlayer& player, const StepCall& call) {
 // until they hold or the step's time is up.
 Result<void> PlayExpectFile(StepPlayer& player, const StepCall& call) {
     const ExpectFile& expect = call.step.expect_file();
-    const auto deadline = std::chrono::steady_clock::now() + milliseconds(expect.timeout_ms());
-    while (true) {
-        Result<void> checked = CheckFile(player.rig(), expect);
-        if (checked.ok() || std::chrono::steady_clock::now() >= deadline) return checked;
-        std::this_thread::sleep_for(kFilePollInterval);
-    }
+    Result<void> checked;
+    WaitUntil(
+        [&] {
+            checked = CheckFile(player.rig(), expect);
+            return checked.ok();
+        },
+        milliseconds(expect.timeout_ms()), kFilePollInterval);
+    return checked;
 }
 
 Result<void> PlayExpectProperty(StepPlayer& player, const StepCall& call) {

@@ -25,9 +25,6 @@ bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 bool IsHexDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
-// The daemon's line once its modem state monitor has opened the boot node.
-constexpr char kMonitorStarted[] = "Start modem state monitoring";
-
 // Hex digits after "0x" from which a number is taken for an address.
 constexpr size_t kAddressDigits = 8;
 
@@ -111,7 +108,7 @@ std::string ScenarioRecorder::Text(Rig& rig) const {
     for (size_t i = 0; i < log_lines.size(); ++i) {
         const LogLine& line = log_lines[i].event;
         pids.insert(std::to_string(line.pid));
-        if (line.tag == kDaemonTag && line.text == kMonitorStarted) started.emplace(line.pid, i);
+        if (IsDaemonStarted(line)) started.emplace(line.pid, i);
     }
 
     using Clock = std::chrono::steady_clock;

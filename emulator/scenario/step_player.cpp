@@ -57,9 +57,6 @@ constexpr std::pair<Step::ActionCase, StepHandler> kHandlers[] = {
     {Step::kSignalDaemon, PlaySignalDaemon},
 };
 
-// How often a wait for the daemon's pid looks again.
-constexpr std::chrono::milliseconds kPidPollInterval{10};
-
 }  // namespace
 
 Result<void> StepPlayer::PlayAll(const google::protobuf::RepeatedPtrField<Step>& steps,
@@ -107,11 +104,7 @@ Result<void> StepPlayer::PlayNamed(const Step& step, const std::string& name,
 }
 
 Result<pid_t> StepPlayer::AwaitDaemonPid() {
-    const auto deadline = std::chrono::steady_clock::now() + kDefaultStepTimeout;
-    while (rig_->daemon_pid() == 0 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(kPidPollInterval);
-    }
-    const pid_t pid = rig_->daemon_pid();
+    const pid_t pid = rig_->AwaitDaemonPid(kDefaultStepTimeout);
     if (pid == 0) return Error() << "the daemon's pid is not known";
     return pid;
 }

@@ -22,7 +22,10 @@ TEST_F(FileTransferTest, NamesNeedNotBeUtf8) {
     ASSERT_TRUE(response);
     EXPECT_EQ(response->result(), tarvo_message::RESULT_SUCCESS);
     EXPECT_TRUE(Logs(ANDROID_LOG_INFO, "file dir: 1 and name: " + name));
-    EXPECT_EQ(rig().ReadFile("/data/vendor/radio/mds/" + name), "abcd");
+    const android::base::Result<std::string> content =
+        rig().ReadFile("/data/vendor/radio/mds/" + name);
+    ASSERT_RESULT_OK(content);
+    EXPECT_EQ(*content, "abcd");
 }
 
 }  // namespace

@@ -3,12 +3,11 @@
 #include <google/protobuf/text_format.h>
 
 #include <android-base/result.h>
-#include <android-base/strings.h>
 
 void TarvoE2eTest::Start(tarvo_emu::RigOptions options) {
     rig_ = std::make_unique<tarvo_emu::Rig>(std::move(options));
     ASSERT_RESULT_OK(rig_->Start());
-    ASSERT_TRUE(rig_->WaitForLog(ANDROID_LOG_INFO, "Start modem state monitoring"))
+    ASSERT_TRUE(rig_->log_events().Wait(tarvo_emu::IsDaemonStarted, kTimeout))
         << "the daemon did not start";
 }
 
@@ -18,16 +17,11 @@ void TarvoE2eTest::TearDown() {
 }
 
 void TarvoE2eTest::GoOnline() {
-    ASSERT_NE(rig_->emulator().boot().state(), 4);
-    // The report names the state the monitor saw before, which it may not have read yet.
-    const auto online = [](const tarvo_emu::LogLine& line) {
-        return android::base::StartsWith(line.text, "Modem state changed from ") &&
-               android::base::EndsWith(line.text, " to 4");
-    };
-    const size_t before = rig_->log_events().Count(online);
-    rig_->SetModemState(4);
-    ASSERT_TRUE(rig_->log_events().WaitForCount(online, before + 1, kTimeout))
-        << "the monitor did not report state 4";
+    ASSERT_NE(rig_->emulator().boot().state(), tarvo_emu::kModemOnline);
+    const size_t before = rig_->log_events().Count(tarvo_emu::IsOnlineReport);
+    rig_->SetModemState(tarvo_emu::kModemOnline);
+    ASSERT_TRUE(rig_->log_events().WaitForCount(tarvo_emu::IsOnlineReport, before + 1, kTimeout))
+        << "the monitor did not report the modem online";
 }
 
 std::optional<TarvoE2eTest::Message> TarvoE2eTest::Request(Message request,

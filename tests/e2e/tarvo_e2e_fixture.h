@@ -24,11 +24,11 @@
 class TarvoE2eTest : public ::testing::Test {
   protected:
     using Message = tarvo_message::TarvoMessage;
-    static constexpr std::chrono::milliseconds kTimeout = tarvo_emu::Rig::kDefaultTimeout;
+    static constexpr std::chrono::milliseconds kTimeout = tarvo_emu::kDefaultWait;
 
     // Builds the rig and starts the daemon, then waits until its monitor runs. Fatal on failure.
     void Start(tarvo_emu::RigOptions options = {});
-    // Sets state 4 and waits until the monitor reports the change. Fatal on failure.
+    // Brings the modem online and waits until the monitor reports the change. Fatal on failure.
     void GoOnline();
 
     tarvo_emu::Rig& rig() { return *rig_; }

@@ -2,6 +2,7 @@
 // Scripted through a pipe, with a recording played back, it is the test "console.pipe".
 
 #include "cli/console.h"
+#include "cli/step_examples.h"
 
 #include <poll.h>
 #include <pty.h>

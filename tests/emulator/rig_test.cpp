@@ -317,19 +317,24 @@ TEST(TarvoEmuTest, UsageErrorsSayWhatWasWrong) {
         std::vector<std::string> command = {TARVO_BINARY_DIR "/tarvo-emu"};
         command.insert(command.end(), args.begin(), args.end());
         const tarvo_emu::ProcessResult result =
-            tarvo_emu::RunProcess(command, {.separate_stderr = true}, std::chrono::seconds(60));
+            tarvo_emu::RunProcess(command, {.separate_stderr = true}, std::chrono::seconds(60))
+                .value();
         EXPECT_EQ(result.status, 2) << why;
         EXPECT_NE(result.errors.find(why), std::string::npos) << result.errors;
     }
-    const tarvo_emu::ProcessResult outside = tarvo_emu::RunProcess(
-        {TARVO_BINARY_DIR "/tarvo-emu", "exec", "--file", "/etc/x=1", "--", "/bin/true"},
-        {.separate_stderr = true}, std::chrono::seconds(60));
+    const tarvo_emu::ProcessResult outside =
+        tarvo_emu::RunProcess(
+            {TARVO_BINARY_DIR "/tarvo-emu", "exec", "--file", "/etc/x=1", "--", "/bin/true"},
+            {.separate_stderr = true}, std::chrono::seconds(60))
+            .value();
     EXPECT_EQ(outside.status, 1);
     EXPECT_NE(outside.errors.find("cannot seed /etc/x: seed files go under /data, /mnt or /vendor"),
               std::string::npos)
         << outside.errors;
-    const tarvo_emu::ProcessResult help = tarvo_emu::RunProcess(
-        {TARVO_BINARY_DIR "/tarvo-emu", "run", "--help"}, {}, std::chrono::seconds(60));
+    const tarvo_emu::ProcessResult help =
+        tarvo_emu::RunProcess({TARVO_BINARY_DIR "/tarvo-emu", "run", "--help"}, {},
+                              std::chrono::seconds(60))
+            .value();
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.output.find("usage: tarvo-emu run FILE"), std::string::npos) << help.output;
 }
@@ -355,7 +360,7 @@ TEST(TarvoEmuTest, ExecOptionsBoundALongRun) {
         if (discard) command.push_back("--discard-uplink");
         command.insert(command.end(), {"--", "/bin/sh", "-c", script});
         const tarvo_emu::ProcessResult result =
-            tarvo_emu::RunProcess(command, {}, std::chrono::seconds(60));
+            tarvo_emu::RunProcess(command, {}, std::chrono::seconds(60)).value();
         EXPECT_EQ(result.status, 0) << result.output;
         std::string copied;
         EXPECT_TRUE(android::base::ReadFileToString(out, &copied));
@@ -371,7 +376,8 @@ TEST(TarvoEmuTest, ExecOptionsWithoutTheirValueAreUsageErrors) {
     for (const char* option : {"--size-limit", "--writable", "--file"}) {
         const tarvo_emu::ProcessResult result =
             tarvo_emu::RunProcess({TARVO_BINARY_DIR "/tarvo-emu", "exec", option},
-                                  {.separate_stderr = true}, std::chrono::seconds(60));
+                                  {.separate_stderr = true}, std::chrono::seconds(60))
+                .value();
         EXPECT_EQ(result.status, 2) << option;
     }
     for (const std::vector<std::string>& bad : std::vector<std::vector<std::string>>{
@@ -379,7 +385,7 @@ TEST(TarvoEmuTest, ExecOptionsWithoutTheirValueAreUsageErrors) {
         std::vector<std::string> command = {TARVO_BINARY_DIR "/tarvo-emu", "exec"};
         command.insert(command.end(), bad.begin(), bad.end());
         command.insert(command.end(), {"--", "/bin/true"});
-        EXPECT_EQ(tarvo_emu::RunProcess(command, {}, std::chrono::seconds(60)).status, 2)
+        EXPECT_EQ(tarvo_emu::RunProcess(command, {}, std::chrono::seconds(60)).value().status, 2)
             << bad[0] << " " << bad[1];
     }
 }

@@ -1,7 +1,7 @@
 // `tarvo-emu tput`'s reading of the daemon's lines and its plot. The whole command is run by the
 // test "tput.command".
 
-#include "cli/tput_command.h"
+#include "cli/tput_report.h"
 
 #include <cmath>
 #include <filesystem>
@@ -37,7 +37,8 @@ TEST(TputCommandTest, ReadsTheDaemonsSampleAndResultLines) {
 }
 
 TEST(TputCommandTest, PlotsWhatWasMeasuredAndWhatWasNot) {
-    const std::string dir = testing::TempDir();
+    TemporaryDir tmp;
+    const std::string dir = tmp.path;
     TputReport report;
     report.samples_gbps = {40.0, 1.5, 2.5, 2.0};
     report.monitor = {100, 6553600, 0.05};
@@ -45,8 +46,7 @@ TEST(TputCommandTest, PlotsWhatWasMeasuredAndWhatWasNot) {
     report.pump = {
         {10, {1, 10, 0}}, {1000, {10000, 10000000, 0.5}}, {2000, {10000, 20000000, 0.5}}};
     report.bare_writer = {{1000, {10000, 10000000, 0.25}}};
-    std::string error;
-    ASSERT_TRUE(tarvo_emu::WritePlot(report, dir + "/full.svg", &error)) << error;
+    ASSERT_RESULT_OK(tarvo_emu::WritePlot(report, dir + "/full.svg"));
     std::string svg;
     ASSERT_TRUE(android::base::ReadFileToString(dir + "/full.svg", &svg));
     for (const char* text : {"daemon's pump", "bare writer (dd)", "first sample 40.00 Gbit/s",
@@ -55,7 +55,7 @@ TEST(TputCommandTest, PlotsWhatWasMeasuredAndWhatWasNot) {
     }
 
     // A run that measured nothing still gets its plot.
-    ASSERT_TRUE(tarvo_emu::WritePlot(TputReport(), dir + "/empty.svg", &error)) << error;
+    ASSERT_RESULT_OK(tarvo_emu::WritePlot(TputReport(), dir + "/empty.svg"));
     EXPECT_GT(std::filesystem::file_size(dir + "/empty.svg"), 0u);
     EXPECT_TRUE(std::isnan(NodeRate{1, 10, 0}.bytes_per_s()));
 }

@@ -42,7 +42,7 @@ class TputNodeTest : public IdleRigTest {
 
     // Checks `done` until it holds or `timeout` passes; nothing announces these changes.
     static bool Eventually(const std::function<bool()>& done,
-                           milliseconds timeout = tarvo_emu::Rig::kDefaultTimeout) {
+                           milliseconds timeout = tarvo_emu::kDefaultWait) {
         const auto deadline = steady_clock::now() + timeout;
         while (!done()) {
             if (steady_clock::now() > deadline) return false;

@@ -21,7 +21,8 @@ const std::string kUsage = "\nUsage for " TARVO_BINARY
 tarvo_emu::ProcessResult Tarvo(std::vector<std::string> args, std::vector<std::string> env = {}) {
     args.insert(args.begin(), TARVO_BINARY);
     return tarvo_emu::RunProcess(args, {.env = std::move(env), .separate_stderr = true},
-                                 std::chrono::seconds(60));
+                                 std::chrono::seconds(60))
+        .value();
 }
 
 // The texts of the log lines on stderr with this priority.

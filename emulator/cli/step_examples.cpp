@@ -1,0 +1,90 @@
+#include "cli/step_examples.h"
+
+#include <algorithm>
+#include <map>
+
+#include <android-base/no_destructor.h>
+#include <google/protobuf/descriptor.h>
+
+#include "scenario/scenario.pb.h"
+
+using google::protobuf::Descriptor;
+using google::protobuf::FieldDescriptor;
+
+namespace tarvo_emu {
+
+namespace {
+
+constexpr size_t kExampleColumn = 24;
+
+const std::map<std::string, std::string>& Examples() {
+    static const android::base::NoDestructor<std::map<std::string, std::string>> kExamples({
+        {"modem_state", "modem_state: 4"},
+        {"send",
+         "send { type: REQUEST message_id: 7 token: 1 property { read_request { name: "
+         "\"ro.build.type\" } } }"},
+        {"expect", "expect { message { type: RESPONSE token: 1 result: RESULT_SUCCESS } }"},
+        {"expect_silence_ms", "expect_silence_ms: 500"},
+        {"expect_log", "expect_log { priority: INFO text: \"Modem state changed from 0 to 4\" }"},
+        {"expect_no_log", "expect_no_log { priority: ERROR text_regex: \"Failed.*\" }"},
+        {"expect_file",
+         "expect_file { path: \"/data/vendor/radio/tarvo_pid\" content_regex: \"[0-9]+\" "
+         "timeout_ms: 5000 }"},
+        {"expect_property", "expect_property { name: \"vendor.radio.demo\" value: \"on\" }"},
+        {"auto_reply", "auto_reply { payload_case: 5 result: 1 delay_ms: 100 }"},
+        {"client", "client: \"-m\""},
+        {"sleep_ms", "sleep_ms: 100"},
+        {"fault", "fault: END_OF_FILE"},
+        {"expect_ril", "expect_ril { request: 227 data: \",\\001\" }"},
+        {"ril_reply", "ril_reply { request: 227 error: 1 count: 1 }"},
+        {"expect_ril_silence_ms", "expect_ril_silence_ms: 500"},
+        {"expect_uplink", "expect_uplink { writes: 1 bytes: 10 timeout_ms: 20000 }"},
+        {"send_raw", "send_raw: \"\\x08\\x01garbage\""},
+        {"restart_daemon", "restart_daemon: true"},
+        {"repeat", "repeat { times: 3 step { client: \"-m\" } step { sleep_ms: 100 } }"},
+        {"mark", "mark: \"before\""},
+        {"expect_usage", "expect_usage { mark: \"before\" threads_tolerance: 1 }"},
+        {"write_file",
+         "write_file { path: \"/data/vendor/radio/gnss_blanking.csv\" content: \"300\\n\" }"},
+        {"remove_file", "remove_file: \"/data/vendor/radio/gnss_blanking.csv\""},
+        {"send_generated",
+         "send_generated { message { type: REQUEST message_id: 9 token: 1 file { write_request "
+         "{ file_name: \"big\" file_dir: FILE_DIR_MDS total_size: 1048576 } } } data { size: "
+         "1048576 } block_size: 65536 }"},
+        {"expect_thermal_writes", "expect_thermal_writes { write: \"1 45000\" }"},
+        {"signal_daemon", "signal_daemon: 10"},
+        {"exit_status", "client: \"-m\" exit_status: 0"},
+        {"note", "note: \"shown in the transcript\" modem_state: 0"},
+    });
+    return *kExamples;
+}
+
+}  // namespace
+
+std::string StepExample(const std::string& kind) {
+    const auto it = Examples().find(kind);
+    return it == Examples().end() ? std::string() : it->second;
+}
+
+std::string ConsoleHelp() {
+    const Descriptor* step = tarvo_scenario::Step::descriptor();
+    std::string help =
+        "Steps, one per line (a line that leaves a brace open goes on on the next):\n";
+    std::string common;
+    for (int i = 0; i < step->field_count(); ++i) {
+        const FieldDescriptor* field = step->field(i);
+        std::string example = StepExample(field->name());
+        if (example.empty())
+            example = field->name() + (field->message_type() ? " { ... }" : ": ...");
+        std::string& list = field->real_containing_oneof() != nullptr ? help : common;
+        list +=
+            "  " + field->name() +
+            std::string(kExampleColumn - std::min(field->name().size(), kExampleColumn - 1), ' ') +
+            example + "\n";
+    }
+    return help + "Any step may also have:\n" + common +
+           "Commands: help, quit (or Ctrl-D). Tab completes step and field names and enum values.\n"
+           "Every field and its meaning: emulator/scenario/scenario.proto.\n";
+}
+
+}  // namespace tarvo_emu

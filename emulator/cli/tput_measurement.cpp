@@ -1,0 +1,226 @@
+#include "cli/tput_measurement.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <string_view>
+#include <thread>
+
+#include <android-base/parsedouble.h>
+#include <android-base/parseint.h>
+#include <android-base/strings.h>
+#include <fmt/format.h>
+
+using android::base::Error;
+using android::base::Result;
+using android::base::StartsWith;
+using std::chrono::milliseconds;
+
+namespace tarvo_emu {
+
+namespace {
+
+constexpr std::string_view kSamplePrefix = "Modem_IPC_Test DL:Tput : ";
+constexpr std::string_view kSampleCounter = " (GBps) | byte_counter: ";
+constexpr std::string_view kResultPrefix = "Modem_IPC_Test DL Results: Average Tput: ";
+constexpr std::string_view kResultMax = " Gbps, Max Tput: ";
+constexpr std::string_view kResultMaxEnd = " Gbps";
+constexpr milliseconds kTestTimeout = std::chrono::minutes(10);
+constexpr milliseconds kProgressInterval{500};
+constexpr milliseconds kBareWriterTimeout = std::chrono::minutes(10);
+
+// The text of `line` between `start` (where it begins) and the first `end` after it; `*rest` is
+// what follows `end`. False when `line` does not have both.
+bool Field(std::string_view line, std::string_view start, std::string_view end, std::string* value,
+           std::string_view* rest) {
+    if (line.substr(0, start.size()) != start) return false;
+    line.remove_prefix(start.size());
+    const size_t at = line.find(end);
+    if (at == std::string_view::npos) return false;
+    *value = line.substr(0, at);
+    *rest = line.substr(at + end.size());
+    return true;
+}
+
+NodeRate RateOf(uint64_t transfers, uint64_t bytes, const TestNode::Span& span) {
+    return {transfers, bytes, transfers == 0 ? 0 : span.seconds()};
+}
+
+std::map<uint64_t, NodeRate> RatesBySize(const TestNode::Uplink& uplink) {
+    std::map<uint64_t, NodeRate> rates;
+    for (const auto& [size, writes] : uplink.writes_by_size) {
+        rates[size] = RateOf(writes, writes * size, uplink.span_by_size.at(size));
+    }
+    return rates;
+}
+
+// Where the test stands, from the daemon's requests to the modem.
+struct Phase {
+    int requests = 0;  // throughput requests so far
+    bool uplink_end = false;
+    const char* name() const {
+        static const char* const kNames[] = {"starting", "downlink", "downlink end", "uplink",
+                                             "uplink end"};
+        return kNames[std::min(requests, 4)];
+    }
+};
+
+Phase PhaseOf(const std::vector<tarvo_message::TarvoMessage>& messages) {
+    Phase phase;
+    for (const tarvo_message::TarvoMessage& message : messages) {
+        if (message.type() != tarvo_message::REQUEST || !message.modem_test().has_tput_request()) {
+            continue;
+        }
+        ++phase.requests;
+        if (TputModem::IsTputRequest(message, false, true)) phase.uplink_end = true;
+    }
+    return phase;
+}
+
+// Runs the daemon's test and waits for its end, showing progress on stderr when `progress`.
+Result<void> RunDaemonTest(Rig& rig, bool progress) {
+    rig.emulator().test().ResetStats();
+    Result<ProcessResult> client = rig.RunClient({"-t"});
+    if (!client.ok()) return Error() << "tarvo -t: " << client.error();
+    if (client->status != 0) return Error() << "tarvo -t exited with " << client->status;
+    const auto start = std::chrono::steady_clock::now();
+    const auto answered = [](const LogLine& line) {
+        return StartsWith(line.text, "Got modem test response ") ||
+               StartsWith(line.text, "Failed to send request, status:");
+    };
+    const auto failed = [](const LogLine& line) {
+        return line.text == "Failed to run UL tput test";
+    };
+    // A terminal gets one line drawn again and again; a file or pipe a line per phase.
+    const bool terminal = isatty(STDERR_FILENO) != 0;
+    const char* shown_phase = nullptr;
+    while (true) {
+        const Phase phase = PhaseOf(rig.modem().received());
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const TestNode::Downlink down = rig.emulator().test().downlink();
+        const TestNode::Uplink up = rig.emulator().test().uplink();
+        if (progress && (terminal || phase.name() != shown_phase)) {
+            fmt::print(stderr, "{}{:<12} {:6.1f} s   downlink {:9.1f} MB   uplink {:9.1f} MB{}",
+                       terminal ? "\r" : "", phase.name(), seconds, down.bytes / 1e6,
+                       up.bytes / 1e6, terminal ? " " : "\n");
+            shown_phase = phase.name();
+        }
+        const bool done = rig.log_events().Count(failed) > 0 ||
+                          (phase.uplink_end &&
+                           rig.log_events().Count(answered) >= static_cast<size_t>(phase.requests));
+        if (done) break;
+        if (seconds * 1000 > kTestTimeout.count()) {
+            return Error() << "the test did not end within 10 minutes";
+        }
+        std::this_thread::sleep_for(kProgressInterval);
+    }
+    if (progress && terminal) fmt::print(stderr, "\n");
+    return {};
+}
+
+// The daemon's uplink schedule written by dd in the sandbox, one process per block size.
+std::map<uint64_t, NodeRate> MeasureBareWriter(Rig& rig) {
+    TestNode& node = rig.emulator().test();
+    node.ResetStats();
+    using Schedule = UplinkSchedule;
+    const std::string script = fmt::format(
+        "dd if=/dev/zero of=/dev/oem_test bs={} count=1 conv=notrunc status=none && "
+        "for size in $(seq {} {} {}); do "
+        "dd if=/dev/zero of=/dev/oem_test bs=$size count={} conv=notrunc status=none || exit 1; "
+        "done",
+        Schedule::kOpeningWrite, Schedule::kFirstBlockSize, Schedule::kBlockSizeStep,
+        Schedule::kLastBlockSize, Schedule::kWritesPerSize);
+    rig.Run({"/bin/sh", "-c", script}, kBareWriterTimeout);
+    return RatesBySize(node.uplink());
+}
+
+}  // namespace
+
+double NodeRate::bytes_per_s() const { return seconds > 0 ? bytes / seconds : NAN; }
+
+bool ParseSampleLine(const std::string& text, double* gbps) {
+    std::string number;
+    std::string_view counter;
+    int bytes = 0;
+    return Field(text, kSamplePrefix, kSampleCounter, &number, &counter) &&
+           android::base::ParseDouble(android::base::Trim(number), gbps) &&
+           android::base::ParseInt(android::base::Trim(std::string(counter)), &bytes);
+}
+
+bool ParseResultLine(const std::string& text, double* average, double* max) {
+    std::string average_text;
+    std::string max_text;
+    std::string_view rest;
+    // The average is "nan" or "-nan" when no sample came.
+    return Field(text, kResultPrefix, kResultMax, &average_text, &rest) &&
+           Field(rest, "", kResultMaxEnd, &max_text, &rest) &&
+           android::base::ParseDouble(average_text, average) &&
+           android::base::ParseDouble(max_text, max);
+}
+
+RigOptions TputRigOptions(const DownlinkSettings& downlink) {
+    RigOptions rig_options;
+    rig_options.tput.downlink_block_size = downlink.block_size;
+    rig_options.tput.downlink_bytes_per_s = downlink.bytes_per_s;
+    return rig_options;
+}
+
+Result<NodeRate> MeasureNodeReads(Rig& rig, const DownlinkSettings& downlink,
+                                  const std::vector<std::string>& reader) {
+    TestNode& node = rig.emulator().test();
+    node.ResetStats();
+    node.StartDownlink(downlink.block_size, downlink.bytes_per_s);
+    Result<ProcessResult> run = rig.Run(reader);
+    node.StopDownlink();
+    if (!run.ok()) return run.error();
+    const TestNode::Downlink down = node.downlink();
+    if (run->status != 0) return Error() << reader[0] << " failed: " << run->output;
+    return RateOf(down.reads, down.bytes, down.span);
+}
+
+Result<TputReport> MeasureTput(Rig& rig, const DownlinkSettings& downlink, bool progress) {
+    if (!rig.log_events().Wait(IsDaemonStarted, kDefaultWait)) {
+        return Error() << "the daemon did not start";
+    }
+    rig.SetModemState(kModemOnline);
+    if (!rig.log_events().Wait(IsOnlineReport, kDefaultWait)) {
+        return Error() << "the daemon did not see the modem online";
+    }
+    if (Result<void> ran = RunDaemonTest(rig, progress); !ran.ok()) return ran.error();
+
+    TputReport report;
+    report.block_size = downlink.block_size;
+    report.bytes_per_s = downlink.bytes_per_s;
+    for (const LogLine& line : rig.logs()) {
+        double gbps = 0;
+        if (ParseSampleLine(line.text, &gbps)) report.samples_gbps.push_back(gbps);
+        if (ParseResultLine(line.text, &report.average_gbps, &report.max_gbps)) {
+            report.result_line = line.text;
+        }
+    }
+    TestNode& node = rig.emulator().test();
+    const TestNode::Downlink down = node.downlink();
+    report.monitor = RateOf(down.reads, down.bytes, down.span);
+    const TestNode::Uplink up = node.uplink();
+    report.pump = RatesBySize(up);
+    report.pump_failed = up.failed;
+
+    if (progress) {
+        fmt::print(stderr, "measuring a bare reader of the node, and a bare writer twice...\n");
+    }
+    const uint64_t reads = std::clamp<uint64_t>(down.reads / 5, 50, 20000);
+    Result<NodeRate> bare_reader =
+        MeasureNodeReads(rig, downlink,
+                         {"/usr/bin/dd", "if=/dev/oem_test", "of=/dev/null", "bs=65568",
+                          fmt::format("count={}", reads), "status=none"});
+    if (!bare_reader.ok()) return bare_reader.error();
+    report.bare_reader = *bare_reader;
+    report.bare_writer = MeasureBareWriter(rig);
+    report.bare_writer_again = MeasureBareWriter(rig);
+    return report;
+}
+
+}  // namespace tarvo_emu

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+namespace tarvo_emu {
+
+// Checks `done` until it holds, every `interval`, and once more when `timeout` has passed;
+// whether it held. For conditions that no event announces, such as a file that a process writes
+// or what /proc shows of it; wait on an event where there is one.
+bool WaitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout,
+               std::chrono::milliseconds interval = std::chrono::milliseconds(10));
+
+}  // namespace tarvo_emu

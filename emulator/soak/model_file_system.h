@@ -1,0 +1,51 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace tarvo_emu {
+
+// What the soak expects the sandbox's tree to hold: the directories the daemon may reach through
+// the names the modem sends, and every file in them with its bytes and mode. Paths are resolved
+// as the kernel resolves them, so that a name holding "../" lands where the daemon's open lands.
+class ModelFileSystem {
+  public:
+    struct File {
+        std::string content;
+        mode_t mode = 0;
+        // Where time stamps begin, each standing in `content` as bytes of its size: their
+        // text is the clock's.
+        std::vector<size_t> stamps;
+    };
+
+    ModelFileSystem(const std::vector<std::string>& directories,
+                    const std::vector<std::string>& read_only);
+
+    // The path with "." and ".." taken out, or nothing when a component before the last is not a
+    // directory of the tree (the daemon's open fails with ENOENT there).
+    std::optional<std::string> Resolve(const std::string& path) const;
+    bool IsDirectory(const std::string& resolved) const { return directories_.count(resolved); }
+    // A file may be created, written or removed at this resolved path.
+    bool IsWritable(const std::string& resolved) const;
+
+    const File* Find(const std::string& resolved) const;
+    File* FindMutable(const std::string& resolved);
+    // Creates the file (empty, with `mode`) when it is missing; the file.
+    File& Open(const std::string& resolved, mode_t mode);
+    void Remove(const std::string& resolved) { files_.erase(resolved); }
+    void Rename(const std::string& from, const std::string& to);
+    // Every file whose path starts with `prefix`, for checks after a step.
+    std::vector<std::string> FilesUnder(const std::string& prefix) const;
+
+  private:
+    std::set<std::string> directories_;
+    std::vector<std::string> read_only_;
+    std::map<std::string, File> files_;
+};
+
+}  // namespace tarvo_emu

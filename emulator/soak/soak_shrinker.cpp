@@ -1,0 +1,158 @@
+#include "soak/soak_shrinker.h"
+
+#include <cctype>
+
+#include <google/protobuf/text_format.h>
+
+#include <android-base/stringprintf.h>
+
+#include "scenario/scenario_player.h"
+#include "soak/soak_model.h"
+
+using android::base::StringPrintf;
+using tarvo_scenario::Step;
+
+namespace tarvo_emu {
+
+namespace {
+
+// Where a failure's kind ends: the details after it name bytes, sizes and tokens.
+std::string KindOf(const std::string& text) {
+    std::string kind;
+    for (char c : text) {
+        if (c == ':' || c == ';' || c == ',' || c == '\n') break;
+        if (!isdigit(static_cast<unsigned char>(c))) kind += c;
+    }
+    return kind;
+}
+
+}  // namespace
+
+std::string SoakSignature(const Step& step, const std::string& why) {
+    const google::protobuf::FieldDescriptor* action =
+        Step::descriptor()->FindFieldByNumber(step.action_case());
+    std::string signature = action != nullptr ? action->name() : "step";
+    if (step.has_expect()) {
+        const tarvo_message::TarvoMessage& message = step.expect().message();
+        signature += StringPrintf(" result %d", message.has_result() ? message.result() : -1);
+        std::string payload;
+        google::protobuf::TextFormat::Printer printer;
+        printer.SetSingleLineMode(true);
+        tarvo_message::TarvoMessage shape = message;
+        shape.clear_token();
+        printer.PrintToString(shape, &payload);
+        signature += " " + KindOf(payload);
+    } else if (step.has_expect_log()) {
+        signature += " " + KindOf(step.expect_log().text() + step.expect_log().text_regex());
+    }
+    return signature + ": " + KindOf(why);
+}
+
+tarvo_scenario::Scenario SoakScenario(const tarvo_scenario::Scenario& setup,
+                                      const std::vector<Step>& stimuli,
+                                      const std::vector<size_t>& numbers) {
+    tarvo_scenario::Scenario scenario = setup;
+    SoakModel model(setup);
+    for (Step& step : model.Start()) *scenario.add_step() = std::move(step);
+    for (size_t i = 0; i < stimuli.size(); ++i) {
+        std::vector<Step> steps = model.Play(stimuli[i]);
+        if (i < numbers.size()) steps.front().set_note(StringPrintf("stimulus %zu", numbers[i]));
+        for (Step& step : steps) *scenario.add_step() = std::move(step);
+    }
+    return scenario;
+}
+
+SoakOutcome PlayStimuli(const tarvo_scenario::Scenario& setup, const std::vector<Step>& stimuli) {
+    SoakOutcome outcome;
+    ScenarioSession session(setup, nullptr);
+    if (android::base::Result<void> started = session.Start(); !started.ok()) {
+        outcome.diverged = true;
+        outcome.signature = "start";
+        outcome.message = started.error().message();
+        return outcome;
+    }
+    SoakModel model(setup);
+    int index = 0;
+    const auto play = [&](const std::vector<Step>& steps, size_t stimulus) {
+        for (const Step& step : steps) {
+            android::base::Result<void> played = session.Play(step, index++);
+            if (played.ok()) continue;
+            outcome.diverged = true;
+            outcome.stimulus = stimulus;
+            outcome.signature = SoakSignature(
+                step, played.error().message().substr(played.error().message().find("failed: ")));
+            outcome.message = played.error().message();
+            return false;
+        }
+        return true;
+    };
+    if (!play(model.Start(), 0)) return outcome;
+    for (size_t i = 0; i < stimuli.size(); ++i) {
+        if (!play(model.Play(stimuli[i]), i)) return outcome;
+    }
+    if (android::base::Result<void> health = session.rig().CheckHealth(); !health.ok()) {
+        outcome.diverged = true;
+        outcome.stimulus = stimuli.empty() ? 0 : stimuli.size() - 1;
+        outcome.signature = "health";
+        outcome.message = health.error().message();
+    }
+    return outcome;
+}
+
+ShrinkResult ShrinkStimuli(const tarvo_scenario::Scenario& setup, std::vector<Step> stimuli,
+                           std::vector<size_t> numbers, const SoakOutcome& divergence,
+                           std::chrono::seconds budget,
+                           const std::function<void(const std::string&)>& report) {
+    const auto deadline = std::chrono::steady_clock::now() + budget;
+    ShrinkResult result;
+    // Plays a candidate; keeps it, cut after the stimulus that failed, when it fails alike.
+    const auto keeps = [&](const std::vector<Step>& candidate,
+                           const std::vector<size_t>& candidate_numbers) {
+        ++result.replays;
+        SoakOutcome outcome = PlayStimuli(setup, candidate);
+        const bool same = outcome.diverged && outcome.signature == divergence.signature;
+        report(StringPrintf("replay %zu: %zu stimuli, %s", result.replays, candidate.size(),
+                            same               ? "diverges alike"
+                            : outcome.diverged ? "diverges otherwise"
+                                               : "passes"));
+        if (!same) return false;
+        const size_t end = std::min(outcome.stimulus + 1, candidate.size());
+        result.stimuli.assign(candidate.begin(), candidate.begin() + end);
+        result.numbers.assign(candidate_numbers.begin(), candidate_numbers.begin() + end);
+        result.outcome = outcome;
+        return true;
+    };
+    const auto in_time = [&deadline] { return std::chrono::steady_clock::now() < deadline; };
+
+    // The shortest tail, doubling: a divergence usually needs only the stimuli just before it.
+    for (size_t tail = 1; in_time(); tail = std::min(tail * 2, stimuli.size())) {
+        const size_t start = stimuli.size() - tail;
+        if (keeps({stimuli.begin() + start, stimuli.end()},
+                  {numbers.begin() + start, numbers.end()})) {
+            result.reproduced = true;
+            break;
+        }
+        if (tail == stimuli.size()) break;
+    }
+    if (!result.reproduced) {
+        result.stimuli = std::move(stimuli);
+        result.numbers = std::move(numbers);
+        result.outcome = divergence;
+        return result;
+    }
+    // Without each stretch, the last stimulus (where it diverges) kept.
+    for (size_t chunk = result.stimuli.size() / 2; chunk >= 1 && in_time(); chunk /= 2) {
+        for (size_t start = 0; start + 1 < result.stimuli.size() && in_time();) {
+            const size_t end = std::min(start + chunk, result.stimuli.size() - 1);
+            std::vector<Step> candidate = result.stimuli;
+            std::vector<size_t> candidate_numbers = result.numbers;
+            candidate.erase(candidate.begin() + start, candidate.begin() + end);
+            candidate_numbers.erase(candidate_numbers.begin() + start,
+                                    candidate_numbers.begin() + end);
+            if (!keeps(candidate, candidate_numbers)) start = end;
+        }
+    }
+    return result;
+}
+
+}  // namespace tarvo_emu

@@ -1,0 +1,475 @@
+#include "soak/soak_traffic.h"
+
+#include <signal.h>
+
+#include <map>
+
+#include <android-base/strings.h>
+
+using tarvo_message::TarvoMessage;
+using tarvo_scenario::Step;
+
+namespace tarvo_emu {
+
+namespace {
+
+// Tokens of one message and the answers it may get (a train of UE-capability blocks).
+constexpr uint32_t kTokenStride = 1024;
+// Data up to this size is written out in the step; longer data is generated.
+constexpr size_t kLiteralData = 64;
+// The largest data block the soak sends, below the largest message.
+constexpr uint32_t kLargeBlock = 65000;
+// Names the modem sends: plain ones, one beside the whitelist's directories, one in a directory
+// that does not exist, one that climbs out and back in.
+const std::vector<std::string>& FileNames() {
+    static const auto* const kNames = new std::vector<std::string>{
+        "a.bin",       "b.bin",         "c.dat",
+        "seed.bin",    "log.txt",       "../x.bin",
+        "nodir/y.bin", "../mds/up.bin", "../../../../data/vendor/radio/mds/esc.bin"};
+    return *kNames;
+}
+
+const std::map<std::string, SoakFault>& FaultNames() {
+    static const auto* const kNames = new std::map<std::string, SoakFault>{
+        {"eof", SoakFault::kEndOfFile},    {"read", SoakFault::kReadError},
+        {"write", SoakFault::kWriteError}, {"hangup", SoakFault::kHangUp},
+        {"offline", SoakFault::kOffline},  {"restart", SoakFault::kRestart}};
+    return *kNames;
+}
+
+constexpr char kAlphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+
+}  // namespace
+
+bool ParseSoakFaults(const std::string& list, std::set<SoakFault>* faults, std::string* error) {
+    faults->clear();
+    if (list == "none") return true;
+    for (const std::string& name : android::base::Split(list, ",")) {
+        if (name == "all") {
+            for (const auto& [_, fault] : FaultNames()) faults->insert(fault);
+            continue;
+        }
+        const auto it = FaultNames().find(name);
+        if (it == FaultNames().end()) {
+            *error = "no fault \"" + name + "\" (eof, read, write, hangup, offline, restart)";
+            return false;
+        }
+        faults->insert(it->second);
+    }
+    return true;
+}
+
+SoakTraffic::SoakTraffic(uint64_t seed, std::set<SoakFault> faults)
+    : random_(seed), faults_(std::move(faults)) {}
+
+uint64_t SoakTraffic::Uniform(uint64_t low, uint64_t high) {
+    return std::uniform_int_distribution<uint64_t>(low, high)(random_);
+}
+
+bool SoakTraffic::Chance(double probability) {
+    return std::bernoulli_distribution(probability)(random_);
+}
+
+std::string SoakTraffic::Text(size_t size) {
+    std::string text(size, ' ');
+    for (char& c : text) c = kAlphabet[Uniform(0, sizeof(kAlphabet) - 2)];
+    return text;
+}
+
+std::string SoakTraffic::Name() {
+    // Mostly the few plain names, so that transfers meet and files are read back.
+    constexpr size_t kPlainNames = 4;
+    if (Chance(0.8)) return FileNames()[Uniform(0, kPlainNames - 1)];
+    return FileNames()[Uniform(0, FileNames().size() - 1)];
+}
+
+uint32_t SoakTraffic::Directory() {
+    const uint64_t pick = Uniform(0, 99);
+    if (pick < 60) return tarvo_message::FILE_DIR_MDS;
+    if (pick < 85) return tarvo_message::FILE_DIR_REPLAY;
+    if (pick < 95) return tarvo_message::FILE_DIR_UECAP;
+    // Outside the whitelist.
+    constexpr uint32_t kUnknown[] = {0, 4, 7};
+    return kUnknown[Uniform(0, 2)];
+}
+
+uint32_t SoakTraffic::BlockSize() {
+    const uint64_t pick = Uniform(0, 99);
+    if (pick < 55) return Uniform(1, 256);
+    if (pick < 85) return Uniform(257, 4096);
+    return Uniform(4097, kLargeBlock);
+}
+
+uint32_t SoakTraffic::TotalSize() {
+    const uint64_t pick = Uniform(0, 99);
+    if (pick < 50) return Uniform(1, 2048);
+    if (pick < 85) return Uniform(2049, 100000);
+    return Uniform(100001, 400000);
+}
+
+SoakTraffic::Transfer SoakTraffic::NewTransfer() {
+    return {Directory(), Name(), TotalSize(), Chance(0.25)};
+}
+
+uint32_t SoakTraffic::NextToken() {
+    const uint32_t token = next_token_;
+    next_token_ += kTokenStride;
+    return token;
+}
+
+Step SoakTraffic::Send(TarvoMessage message, size_t size) {
+    Step step;
+    if (size <= kLiteralData) {
+        std::string data(size, '\0');
+        for (char& c : data) c = static_cast<char>(Uniform(0, 255));
+        if (message.file().has_write_request()) {
+            message.mutable_file()->mutable_write_request()->set_data(data);
+        } else if (message.file().has_write_indication()) {
+            message.mutable_file()->mutable_write_indication()->set_data(data);
+        } else if (message.file().has_append_request()) {
+            message.mutable_file()->mutable_append_request()->set_data(data);
+        } else if (message.modem_stat().has_report_indication()) {
+            message.mutable_modem_stat()->mutable_report_indication()->set_data(data);
+        }
+        *step.mutable_send() = std::move(message);
+        return step;
+    }
+    *step.mutable_send_generated()->mutable_message() = std::move(message);
+    step.mutable_send_generated()->mutable_data()->set_random_seed(random_());
+    step.mutable_send_generated()->mutable_data()->set_size(size);
+    return step;
+}
+
+Step SoakTraffic::Next(const SoakModel& model, bool* fault) {
+    *fault = false;
+    const uint64_t pick = Uniform(0, 99);
+    if (pick < 30) return Block(model);
+    if (pick < 38) return Append();
+    if (pick < 50) return Read(model);
+    if (pick < 62) return Property();
+    if (pick < 68) return Temperature();
+    if (pick < 73) return Uecap();
+    if (pick < 87) return Diagnostics();
+    if (pick < 92 || faults_.empty()) return Malformed();
+    *fault = true;
+    return Fault();
+}
+
+Step SoakTraffic::Block(const SoakModel& model) {
+    constexpr size_t kTransfers = 3;
+    if (transfers_.size() < kTransfers) transfers_.push_back(NewTransfer());
+    Transfer& transfer = transfers_[Uniform(0, transfers_.size() - 1)];
+    std::optional<size_t> staged = model.StagedSize(transfer.name);
+    // Completed, failed or taken over by another transfer of the same name: a new file.
+    if (!staged && transfer.started && Chance(0.7)) {
+        transfer = NewTransfer();
+        staged.reset();
+    }
+    transfer.started = true;
+    uint32_t total = transfer.total;
+    uint32_t offset = staged.value_or(0);
+    bool overshoot = false;
+    const uint64_t pick = Uniform(0, 99);
+    if (pick < 70) {
+        // The next block; now and then one that starts a transfer at a later offset.
+        if (!staged && Chance(0.1)) offset = Uniform(0, total - 1);
+    } else if (pick < 78) {
+        // Repeated or out of order.
+        offset = staged ? Uniform(0, *staged) : 0;
+    } else if (pick < 85) {
+        // A block missing before this one.
+        offset += Uniform(1, 1000);
+    } else if (pick < 90) {
+        total = Chance(0.5) ? total + Uniform(1, 100) : Uniform(0, total);
+    } else if (pick < 95) {
+        offset = 0;
+    } else {
+        overshoot = true;
+    }
+    uint32_t size = BlockSize();
+    if (!overshoot && offset < total) size = std::min(size, total - offset);
+
+    TarvoMessage message;
+    message.set_type(transfer.indication ? tarvo_message::INDICATION : tarvo_message::REQUEST);
+    message.set_token(NextToken());
+    const auto fill = [&](auto* request) {
+        request->set_file_name(transfer.name);
+        request->set_file_dir(static_cast<tarvo_message::FileDirectory>(transfer.directory));
+        request->set_total_size(total);
+        request->set_offset(offset);
+    };
+    if (transfer.indication) {
+        fill(message.mutable_file()->mutable_write_indication());
+    } else {
+        fill(message.mutable_file()->mutable_write_request());
+    }
+    if (Chance(0.03)) {
+        // The largest message the daemon reads, or one byte more.
+        const size_t header = message.ByteSizeLong() + 4;
+        size = SoakModel::kLargestMessage - header + (Chance(0.5) ? 1 : 0);
+    }
+    return Send(std::move(message), size);
+}
+
+Step SoakTraffic::Append() {
+    TarvoMessage message;
+    message.set_type(tarvo_message::REQUEST);
+    message.set_token(NextToken());
+    tarvo_message::FileAppendRequest* append = message.mutable_file()->mutable_append_request();
+    append->set_file_name(Name());
+    append->set_file_dir(static_cast<tarvo_message::FileDirectory>(Directory()));
+    return Send(std::move(message), Chance(0.1) ? 0 : BlockSize());
+}
+
+Step SoakTraffic::Read(const SoakModel& model) {
+    TarvoMessage message;
+    message.set_type(tarvo_message::REQUEST);
+    message.set_token(NextToken());
+    tarvo_message::FileReadRequest* read = message.mutable_file()->mutable_read_request();
+    const uint32_t directory = Directory();
+    const std::string name = Name();
+    read->set_file_name(name);
+    read->set_file_dir(static_cast<tarvo_message::FileDirectory>(directory));
+    // An answer is one message: reads stay below the largest.
+    constexpr uint64_t kLargestRead = 60000;
+    const uint64_t size = model.FileSize(directory, name).value_or(0);
+    const uint64_t offset = Uniform(0, size);
+    uint64_t length = Uniform(0, std::min(size - offset, kLargestRead));
+    // Past the end now and then, which fails the whole read. A read of 0 bytes stays within the
+    // file: past its end the stream's answer is not the daemon's to give.
+    if (Chance(0.15)) length += Uniform(1, 64);
+    read->set_offset(offset);
+    read->set_max_data_size(length);
+    Step step;
+    *step.mutable_send() = std::move(message);
+    return step;
+}
+
+Step SoakTraffic::Property() {
+    static const auto* const kNames = new std::vector<std::string>{
+        "vendor.modem.soak",    "persist.vendor.modem.mode", "vendor.modem.x:y@z-1",
+        "ro.vendor.modem.once", SoakModel::kPingProperty,    "bad name",
+        "vendor..modem",        "vendor.modem.unset"};
+    TarvoMessage message;
+    message.set_type(tarvo_message::REQUEST);
+    message.set_token(NextToken());
+    std::string name = (*kNames)[Uniform(0, kNames->size() - 1)];
+    if (name == "ro.vendor.modem.once") name += std::to_string(Uniform(0, 9));
+    if (Chance(0.5)) {
+        message.mutable_property()->mutable_read_request()->set_name(name);
+    } else {
+        // Now and then longer than a value may be.
+        const size_t size = Chance(0.1) ? Uniform(90, 120) : Uniform(0, 40);
+        tarvo_message::PropertyWriteRequest* write =
+            message.mutable_property()->mutable_write_request();
+        write->set_name(name);
+        write->set_value(Text(size));
+    }
+    Step step;
+    *step.mutable_send() = std::move(message);
+    return step;
+}
+
+Step SoakTraffic::Temperature() {
+    TarvoMessage message;
+    message.set_type(tarvo_message::REQUEST);
+    message.set_token(NextToken());
+    tarvo_message::ModemTemperatureSetRequest* request =
+        message.mutable_modem_temperature()->mutable_set_request();
+    for (uint64_t i = Uniform(0, 4); i > 0; --i) {
+        tarvo_message::ModemTemperatureSensor* sensor = request->add_sensors();
+        sensor->set_sensor(Uniform(0, 20));
+        sensor->set_temperature(static_cast<int64_t>(Uniform(0, 170000)) - 40000);
+        sensor->set_update(Chance(0.5));
+    }
+    Step step;
+    *step.mutable_send() = std::move(message);
+    return step;
+}
+
+Step SoakTraffic::Uecap() {
+    TarvoMessage message;
+    message.set_type(tarvo_message::REQUEST);
+    message.set_token(NextToken());
+    tarvo_message::UecapFileReadRequest* request =
+        message.mutable_uecap_file()->mutable_read_request();
+    if (Chance(0.95)) request->set_file_name(Chance(0.8) ? "uecap.bin" : "missing.bin");
+    if (Chance(0.95)) {
+        constexpr uint32_t kOthers[] = {0, 1, 2, 5};
+        request->set_directory(static_cast<tarvo_message::FileDirectory>(
+            Chance(0.8) ? uint32_t{tarvo_message::FILE_DIR_UECAP} : kOthers[Uniform(0, 3)]));
+    }
+    request->set_read_size(Chance(0.1) ? 0 : Uniform(1, 3500));
+    // Never 0: the daemon then sends empty blocks until a send fails, by design, and a train
+    // stays within the tokens left after each message.
+    request->set_block_size(Uniform(8, 4096));
+    Step step;
+    *step.mutable_send() = std::move(message);
+    return step;
+}
+
+Step SoakTraffic::Diagnostics() {
+    TarvoMessage message;
+    message.set_type(tarvo_message::INDICATION);
+    message.set_token(NextToken());
+    Step step;
+    switch (Uniform(0, 5)) {
+        case 0: {
+            tarvo_message::ModemStatReportIndication* report =
+                message.mutable_modem_stat()->mutable_report_indication();
+            const uint64_t pick = Uniform(0, 9);
+            if (pick < 3) report->set_offset(0);
+            if (pick >= 6) report->set_offset(Uniform(1, 100000));
+            return Send(std::move(message), Uniform(1, 2000));
+        }
+        case 1: {
+            static const auto* const kNames =
+                new std::vector<std::string>{"main", "radio", "", "sub/x"};
+            tarvo_message::ExtendedLogIndication* indication =
+                message.mutable_extended_log()->mutable_indication();
+            indication->set_name((*kNames)[Uniform(0, kNames->size() - 1)]);
+            const uint64_t size = Chance(0.3) ? Uniform(10000, kLargeBlock) : Uniform(0, 300);
+            if (size <= kLiteralData) {
+                indication->set_data(Text(size));
+                *step.mutable_send() = std::move(message);
+                return step;
+            }
+            // Letters and digits, so that the log's content can be matched around its time
+            // stamps.
+            *step.mutable_send_generated()->mutable_message() = std::move(message);
+            step.mutable_send_generated()->mutable_data()->set_pattern(Text(Uniform(1, 40)));
+            step.mutable_send_generated()->mutable_data()->set_size(size);
+            return step;
+        }
+        case 2: {
+            tarvo_message::UserspaceLogIndication* indication =
+                message.mutable_userspace_log()->mutable_indication();
+            indication->set_log(Text(Uniform(1, 80)));
+            if (Chance(0.9)) indication->set_level(Uniform(0, 3));
+            *step.mutable_send() = std::move(message);
+            return step;
+        }
+        case 3:
+        case 4:
+            step.set_signal_daemon(Chance(0.5) ? SIGUSR1 : SIGUSR2);
+            return step;
+        default: {
+            constexpr int kCases[] = {TarvoMessage::kModemStat, TarvoMessage::kExtendedLog,
+                                      TarvoMessage::kUserspaceLog};
+            tarvo_scenario::AutoReply* reply = step.mutable_auto_reply();
+            reply->set_payload_case(kCases[Uniform(0, 2)]);
+            const uint64_t pick = Uniform(0, 9);
+            if (pick >= 9) {
+                reply->set_no_reply(true);
+            } else if (pick >= 6) {
+                reply->set_result(tarvo_message::RESULT_FAILURE);
+            }
+            return step;
+        }
+    }
+}
+
+Step SoakTraffic::Malformed() {
+    TarvoMessage message;
+    message.set_type(tarvo_message::REQUEST);
+    message.set_token(NextToken());
+    Step step;
+    switch (Uniform(0, 5)) {
+        case 0: {
+            // Field 1 with wire type 7, which no message has.
+            std::string bytes = "\x0f";
+            bytes += Text(Uniform(0, 40));
+            step.set_send_raw(bytes);
+            return step;
+        }
+        case 1: {
+            tarvo_message::FileWriteRequest* write =
+                message.mutable_file()->mutable_write_request();
+            write->set_file_path("/data/legacy");
+            write->set_file_name(Name());
+            write->set_file_dir(tarvo_message::FILE_DIR_MDS);
+            write->set_total_size(4);
+            return Send(std::move(message), 4);
+        }
+        case 2: {
+            message.set_type(tarvo_message::INDICATION);
+            tarvo_message::FileWriteIndication* write =
+                message.mutable_file()->mutable_write_indication();
+            // Only a request's legacy field is looked at.
+            write->set_file_path("/data/legacy");
+            write->set_file_name(Name());
+            write->set_file_dir(tarvo_message::FILE_DIR_MDS);
+            write->set_total_size(Uniform(1, 64));
+            return Send(std::move(message), Uniform(1, 64));
+        }
+        case 3: {
+            tarvo_message::FileReadRequest* read = message.mutable_file()->mutable_read_request();
+            if (Chance(0.5)) {
+                read->set_file_name(Name());
+            } else {
+                read->set_file_dir(tarvo_message::FILE_DIR_MDS);
+            }
+            *step.mutable_send() = std::move(message);
+            return step;
+        }
+        case 4: {
+            tarvo_message::FileAppendRequest* append =
+                message.mutable_file()->mutable_append_request();
+            if (Chance(0.5)) {
+                append->set_file_name(Name());
+            } else {
+                append->set_file_dir(tarvo_message::FILE_DIR_MDS);
+            }
+            return Send(std::move(message), 3);
+        }
+        default:
+            // A property message with neither a read nor a write.
+            message.mutable_property();
+            *step.mutable_send() = std::move(message);
+            return step;
+    }
+}
+
+Step SoakTraffic::Fault() {
+    // The node's faults are common, a modem restart or a daemon restart rarer.
+    std::vector<std::pair<SoakFault, uint64_t>> weighted;
+    for (SoakFault fault : faults_) {
+        const bool rare = fault == SoakFault::kOffline || fault == SoakFault::kRestart;
+        weighted.emplace_back(fault, rare ? 1 : 3);
+    }
+    uint64_t total = 0;
+    for (const auto& [_, weight] : weighted) total += weight;
+    uint64_t pick = Uniform(0, total - 1);
+    SoakFault chosen = weighted.front().first;
+    for (const auto& [fault, weight] : weighted) {
+        if (pick < weight) {
+            chosen = fault;
+            break;
+        }
+        pick -= weight;
+    }
+    Step step;
+    switch (chosen) {
+        case SoakFault::kEndOfFile:
+            step.set_fault(tarvo_scenario::END_OF_FILE);
+            break;
+        case SoakFault::kReadError:
+            step.set_fault(tarvo_scenario::READ_ERROR);
+            break;
+        case SoakFault::kWriteError:
+            step.set_fault(tarvo_scenario::WRITE_ERROR);
+            break;
+        case SoakFault::kHangUp:
+            step.set_fault(tarvo_scenario::HANG_UP);
+            break;
+        case SoakFault::kOffline:
+            step.set_modem_state(0);
+            break;
+        case SoakFault::kRestart:
+            step.set_restart_daemon(true);
+            break;
+    }
+    return step;
+}
+
+}  // namespace tarvo_emu

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "scenario/scenario.pb.h"
+#include "soak/soak_model.h"
+
+namespace tarvo_emu {
+
+// Kinds of fault that a soak run may play between the modem's messages.
+enum class SoakFault { kEndOfFile, kReadError, kWriteError, kHangUp, kOffline, kRestart };
+
+// Parses a comma-separated list of fault names ("eof,read,write,hangup,offline,restart", "all"
+// or "none"); the error names the first unknown one.
+bool ParseSoakFaults(const std::string& list, std::set<SoakFault>* faults, std::string* error);
+
+// Random modem traffic for a soak run, one stimulus at a time: the modem's messages of every
+// family, malformed ones, signals for the daemon's own requests, the modem's answers to them, and
+// faults between them. The same seed gives the same stimuli against the same model.
+class SoakTraffic {
+  public:
+    SoakTraffic(uint64_t seed, std::set<SoakFault> faults);
+
+    // The next stimulus; `model` says what the daemon holds, so that blocks continue transfers
+    // and reads find files. Sets `*fault` when the stimulus is a fault.
+    tarvo_scenario::Step Next(const SoakModel& model, bool* fault);
+
+  private:
+    // A file that the modem sends in blocks.
+    struct Transfer {
+        uint32_t directory;
+        std::string name;
+        uint32_t total;
+        bool indication;
+        bool started = false;
+    };
+
+    uint64_t Uniform(uint64_t low, uint64_t high);
+    bool Chance(double probability);
+    std::string Text(size_t size);
+    std::string Name();
+    uint32_t Directory();
+    uint32_t BlockSize();
+    uint32_t TotalSize();
+    Transfer NewTransfer();
+    // The next message's token; room is left after it for a train of answers.
+    uint32_t NextToken();
+    // `message` sent with `size` bytes of data: written out when short, generated when long.
+    tarvo_scenario::Step Send(tarvo_message::TarvoMessage message, size_t size);
+
+    tarvo_scenario::Step Block(const SoakModel& model);
+    tarvo_scenario::Step Append();
+    tarvo_scenario::Step Read(const SoakModel& model);
+    tarvo_scenario::Step Property();
+    tarvo_scenario::Step Temperature();
+    tarvo_scenario::Step Uecap();
+    tarvo_scenario::Step Diagnostics();
+    tarvo_scenario::Step Malformed();
+    tarvo_scenario::Step Fault();
+
+    std::mt19937_64 random_;
+    std::set<SoakFault> faults_;
+    std::vector<Transfer> transfers_;
+    uint32_t next_token_ = 1;
+};
+
+}  // namespace tarvo_emu
