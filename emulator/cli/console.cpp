@@ -351,6 +351,7 @@ int RunConsole(const ConsoleOptions& options) {
     }
     auto session = std::make_unique<ScenarioSession>(scenario, &transcript, nullptr, nullptr,
                                                      std::move(hooks));
+    session->rig().transcript().SetColour(WantsColour(STDOUT_FILENO));
     ScenarioRecorder recorder(scenario);
     if (!options.record.empty()) session->Record(&recorder);
     if (Result<void> started = session->Start(); !started.ok()) {
@@ -371,6 +372,7 @@ int RunConsole(const ConsoleOptions& options) {
         output.Say("FAILED " + health.error().message() + "\n");
         failed = true;
     }
+    output.Say(SummaryText(session->Summary()) + "\n");
     if (!options.record.empty()) {
         if (Result<void> written = recorder.Write(options.record, session->rig()); !written.ok()) {
             output.Say("tarvo-emu console: " + written.error().message() + "\n");

@@ -36,7 +36,7 @@ const std::map<std::string, std::string>& Examples() {
         {"client", "client: \"-m\""},
         {"sleep_ms", "sleep_ms: 100"},
         {"fault", "fault: END_OF_FILE"},
-        {"expect_ril", "expect_ril { request: 227 data: \"\\x2c\\x01\" }"},
+        {"expect_ril", "expect_ril { request: 227 data: \",\\001\" }"},
         {"ril_reply", "ril_reply { request: 227 error: 1 count: 1 }"},
         {"expect_ril_silence_ms", "expect_ril_silence_ms: 500"},
         {"expect_uplink", "expect_uplink { writes: 1 bytes: 10 timeout_ms: 20000 }"},

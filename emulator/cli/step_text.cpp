@@ -32,7 +32,7 @@ constexpr size_t kMaxNearNames = 3;
 class ErrorCollector : public google::protobuf::io::ErrorCollector {
   public:
     void AddError(int, int column, const std::string& message) override {
-        errors += fmt::format("column {}: {}; ", column + 1, message);
+        errors += fmt::format("column {}: {}{}; ", column + 1, message, NearestNamesHint(message));
     }
     std::string errors;
 };

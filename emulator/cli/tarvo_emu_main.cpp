@@ -25,6 +25,7 @@
 #include "cli/command_formatter.h"
 #include "cli/console.h"
 #include "cli/decode_command.h"
+#include "cli/output_path.h"
 #include "cli/soak_command.h"
 #include "cli/tput_command.h"
 #include "process/signal_cleanup.h"
@@ -46,6 +47,18 @@ constexpr char kExitStatuses[] =
 
 // A command line's fault, said in the words of the option it concerns.
 [[noreturn]] void Refuse(const std::string& why) { throw CLI::ValidationError(why); }
+
+// Refuses an output file that cannot be written while the command line is read, before any
+// work; "-" (standard output) passes when `dash` is.
+CLI::Validator Writable(bool dash = false) {
+    return CLI::Validator(
+        [dash](std::string& path) -> std::string {
+            if (dash && path == "-") return "";
+            const Result<void> writable = tarvo_emu::CheckOutputPath(path);
+            return writable.ok() ? "" : writable.error().message();
+        },
+        "", "WRITABLE");
+}
 
 // What each subcommand was given.
 struct CommandLine {
@@ -72,19 +85,22 @@ CLI::App* AddRun(CLI::App& app, CommandLine& line) {
         "than 300 bytes shown by their start and size. A failure names the step's file and\n"
         "line, and shows what came nearest to what the step expected.");
     run->add_option("FILE", line.scenario_file, "the scenario to play")->required()->type_name("");
-    run->add_flag("--quiet", line.quiet, "print only a failure");
+    run->add_flag("--quiet", line.quiet, "print only a failure and the summary");
     run->add_option("--record", line.record,
                     "write the session to OUT as a scenario: the setup, the steps,\n"
                     "and after each step what the daemon did that no step expected")
-        ->type_name("OUT");
+        ->type_name("OUT")
+        ->check(Writable());
     run->add_option("--pcapng", line.pcapng,
                     "write the session to OUT as pcapng for Wireshark (see `tarvo-emu\n"
                     "wireshark-profile`): each message when the daemon reads or writes it,\n"
                     "faults as packet comments, the log lines in the same timeline")
-        ->type_name("OUT");
+        ->type_name("OUT")
+        ->check(Writable());
     run->add_option("--transcript", line.transcript_file,
                     "write the whole transcript to OUT, every payload in full")
-        ->type_name("OUT");
+        ->type_name("OUT")
+        ->check(Writable());
     return run;
 }
 
@@ -103,13 +119,15 @@ CLI::App* AddConsole(CLI::App& app, CommandLine& line) {
     console
         ->add_option("--record", line.console.record,
                      "write the session to OUT as a scenario that `tarvo-emu run` plays")
-        ->type_name("OUT");
+        ->type_name("OUT")
+        ->check(Writable());
     console
         ->add_option("--pcapng", line.console.pcapng,
                      "write the session to OUT as pcapng for Wireshark (see `tarvo-emu\n"
                      "wireshark-profile`): each message when the daemon reads or writes it,\n"
                      "faults as packet comments, the log lines in the same timeline")
-        ->type_name("OUT");
+        ->type_name("OUT")
+        ->check(Writable());
     return console;
 }
 
@@ -183,9 +201,11 @@ CLI::App* AddTput(CLI::App& app, CommandLine& line) {
         "first shows how far one block size's figure strays), and prints the table.");
     tarvo_emu::TputCommandOptions& options = line.tput;
     tput->add_option("--plot", options.plot, "draw the downlink samples and uplink rates (gnuplot)")
-        ->type_name("FILE.svg");
+        ->type_name("FILE.svg")
+        ->check(Writable());
     tput->add_option("--json", options.json, "write the figures as JSON (- for standard output)")
-        ->type_name("FILE|-");
+        ->type_name("FILE|-")
+        ->check(Writable(true));
     tput->add_option_function<std::string>(
             "--block-size",
             [&options](const std::string& value) {
@@ -299,22 +319,30 @@ int Run(const CommandLine& line) {
         pcapng = std::move(*opened);
         pcapng->Attach(&hooks);
     }
-    Result<void> played =
-        tarvo_emu::PlayScenario(*scenario, line.quiet ? nullptr : &std::cout, line.record, &origin,
-                                transcript_buffer ? &full_transcript : nullptr, std::move(hooks));
+    tarvo_emu::PlaySummary summary;
+    Result<void> played = tarvo_emu::PlayScenario(
+        *scenario, {.transcript = line.quiet ? nullptr : &std::cout,
+                    .full_transcript = transcript_buffer ? &full_transcript : nullptr,
+                    .record = line.record,
+                    .origin = &origin,
+                    .colour = tarvo_emu::WantsColour(STDOUT_FILENO),
+                    .summary = &summary,
+                    .hooks = std::move(hooks)});
     if (pcapng) {
         if (Result<void> closed = pcapng->Close(); !closed.ok()) {
             fmt::print(stderr, "{}\n", closed.error().message());
             return 1;
         }
     }
+    const std::string steps = tarvo_emu::SummaryText(summary);
     if (!played.ok()) {
         std::cout << std::flush;
         // The failure names the file itself.
-        fmt::print(stderr, "FAILED {}\n", played.error().message());
+        fmt::print(stderr, "FAILED {}\n{}: {}\n", played.error().message(), line.scenario_file,
+                   steps);
         return 1;
     }
-    if (!line.quiet) fmt::print("PASSED {}\n", line.scenario_file);
+    fmt::print("PASSED {}: {}\n", line.scenario_file, steps);
     return 0;
 }
 

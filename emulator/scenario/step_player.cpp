@@ -87,9 +87,17 @@ Result<void> StepPlayer::PlayNamed(const Step& step, const std::string& name,
     const auto handler =
         std::find_if(std::begin(kHandlers), std::end(kHandlers),
                      [&step](const auto& entry) { return entry.first == step.action_case(); });
+    const auto start = std::chrono::steady_clock::now();
+    // A repeat's own steps say what they wait for.
+    if (!step.has_repeat()) wait_notice_.Begin(name, text);
     Result<void> played = Error() << "unknown step";
     if (handler != std::end(kHandlers))
         played = handler->second(*this, StepCall{step, name, place});
+    wait_notice_.End();
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    rig_->transcript().Verdict(played.ok(), played.ok() ? "ok" : "FAILED",
+                               fmt::format(" {} ({:.3f} s)", name, seconds));
     // A failure inside a repeat names its own step.
     // A cancelled step did not wait its time, whatever it saw meanwhile.
     if ((played.ok() && !cancelled()) || step.has_repeat()) return played;

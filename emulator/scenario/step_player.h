@@ -17,6 +17,7 @@
 #include "rig/rig.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/scenario_loader.h"
+#include "scenario/wait_notice.h"
 
 namespace tarvo_emu {
 
@@ -45,10 +46,11 @@ struct PlayState {
 };
 
 // Plays steps on a rig, each by the handler of its kind (see step_player.cpp), showing each in
-// the transcript before it is played.
+// the transcript before it is played and, once it is over, whether it held and how long it took.
 class StepPlayer {
   public:
-    StepPlayer(Rig* rig, const ScenarioOrigin* origin) : rig_(rig), origin_(origin) {}
+    StepPlayer(Rig* rig, const ScenarioOrigin* origin)
+        : rig_(rig), origin_(origin), wait_notice_(&rig->transcript()) {}
 
     // Plays the steps in order, up to the first failure, which names its file, line and step.
     // `places` are the steps' places in the file, when known.
@@ -85,6 +87,7 @@ class StepPlayer {
     const ScenarioOrigin* origin_;
     PlayState state_;
     std::atomic<bool> cancelled_ = false;
+    WaitNotice wait_notice_;
 };
 
 // Plays one kind of step; the error says why it failed.

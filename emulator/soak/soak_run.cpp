@@ -202,7 +202,7 @@ int RunSoak(const SoakOptions& options) {
     }
     // The file as `tarvo-emu run` reads it must fail too.
     Result<tarvo_scenario::Scenario> written = LoadScenario(options.out);
-    const bool fails_on_run = written.ok() && !PlayScenario(*written, nullptr).ok();
+    const bool fails_on_run = written.ok() && !PlayScenario(*written).ok();
     printf("soak: %s stimuli of %zu kept (%zu replays, %.0f s); scenario written to %s\n",
            std::to_string(shrunk.stimuli.size()).c_str(), stimuli.size(), shrunk.replays,
            shrink_seconds, options.out.c_str());
