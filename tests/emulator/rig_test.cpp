@@ -147,13 +147,14 @@ TEST(ScenarioPlayerTest, SaysWhenEachStepWasMetWhatALongWaitIsForAndSumsUp) {
     EXPECT_NE(transcript.find("waiting 1 s so far on step 2: expect_silence_ms: 1300\n"),
               std::string::npos)
         << transcript;
-    // A loaded machine may take longer, never shorter.
-    EXPECT_TRUE(
-        std::regex_search(transcript, std::regex(R"(ok step 2 \((1\.[3-9]|[2-9]\.)[0-9]* s\))")))
-        << transcript;
-    EXPECT_TRUE(
-        std::regex_search(transcript, std::regex(R"(FAILED step 3 \(([1-9]|0\.[1-9])[0-9.]* s\))")))
-        << transcript;
+    // The time a verdict gives; a loaded machine may take longer, never much shorter.
+    const auto seconds = [&](const std::string& verdict) {
+        std::smatch match;
+        const std::regex pattern(verdict + R"( \(([0-9.]+) s\))");
+        return std::regex_search(transcript, match, pattern) ? std::stod(match[1]) : -1.0;
+    };
+    EXPECT_GE(seconds("ok step 2"), 1.29) << transcript;
+    EXPECT_GE(seconds("FAILED step 3"), 0.09) << transcript;
     EXPECT_EQ(transcript.find("waiting 1 s so far on step 3"), std::string::npos) << transcript;
     EXPECT_EQ(transcript.find("step 1"), std::string::npos) << transcript;
     EXPECT_EQ(transcript.find("step 4"), std::string::npos) << transcript;
