@@ -230,6 +230,7 @@ BenchSettings BenchSettings::Smoke() {
     smoke.idle_s = 1;
     smoke.soak_early = 120;
     smoke.soak_messages = 600;
+    smoke.decode_blocks = 4;
     return smoke;
 }
 

@@ -23,6 +23,7 @@ struct BenchSettings {
     int idle_s = 10;
     uint64_t soak_early = 10000;
     uint64_t soak_messages = 1000000;
+    uint64_t decode_blocks = 256;
 
     static BenchSettings Smoke();
 };
@@ -36,5 +37,6 @@ Figures LinearityFigures(const BenchSettings& settings);
 Figures DownlinkFigures(const BenchSettings& settings);
 Figures IdleFigures(const BenchSettings& settings);
 Figures SoakFigures(const BenchSettings& settings);
+Figures DecodeFigures(const BenchSettings& settings);
 
 }  // namespace tarvo_bench

@@ -35,6 +35,7 @@ const std::vector<Benchmark> kBenchmarks = {
     {"downlink", tarvo_bench::DownlinkFigures},
     {"idle", tarvo_bench::IdleFigures},
     {"soak", tarvo_bench::SoakFigures},
+    {"decode", tarvo_bench::DecodeFigures},
 };
 
 // The load averages over 1, 5 and 15 minutes, as /proc/loadavg gives them.

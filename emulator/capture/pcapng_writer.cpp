@@ -189,13 +189,6 @@ Result<void> PcapngWriter::Close() {
     return {};
 }
 
-std::string TsharkCommand(const std::string& proto_dir, const std::string& file) {
-    return "tshark -r " + file + " -o 'uat:protobuf_search_paths:\"" + proto_dir +
-           "\",\"TRUE\"' -o 'uat:protobuf_udp_message_types:\"40001-40002\","
-           "\"tarvo_message.TarvoMessage\"' -o protobuf.preload_protos:TRUE "
-           "-o protobuf.pbf_as_hf:TRUE -N n -V -O protobuf";
-}
-
 Result<void> WritePcapng(const Capture& capture, const std::string& path) {
     Result<std::unique_ptr<PcapngWriter>> writer = PcapngWriter::Open(path);
     if (!writer.ok()) return writer.error();

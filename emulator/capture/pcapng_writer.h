@@ -44,9 +44,6 @@ class PcapngWriter {
     std::string path_;
 };
 
-// The tshark command line that decodes such a file with the schema in `proto_dir`.
-std::string TsharkCommand(const std::string& proto_dir, const std::string& file);
-
 // Writes a whole capture; times without a date start at the Unix epoch.
 android::base::Result<void> WritePcapng(const Capture& capture, const std::string& path);
 

@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <string.h>
 
+#include <array>
 #include <vector>
 
 #include <android-base/parseint.h>
@@ -26,12 +27,16 @@ constexpr double kSecondsPerDay = 24 * 60 * 60;
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-int HexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
+// The value of each character as a hex digit, -1 for a character that is not one.
+constexpr std::array<int8_t, 256> kHexValues = [] {
+    std::array<int8_t, 256> values{};
+    for (int8_t& value : values) value = -1;
+    for (int digit = 0; digit < 10; ++digit) values['0' + digit] = static_cast<int8_t>(digit);
+    for (int digit = 0; digit < 6; ++digit) {
+        values['a' + digit] = values['A' + digit] = static_cast<int8_t>(10 + digit);
+    }
+    return values;
+}();
 
 std::string_view TrimView(std::string_view text) {
     while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
@@ -51,14 +56,15 @@ std::string_view TakeWord(std::string_view* text) {
     return word;
 }
 
-// Where the quoted string starting at `at` ends (after the closing quote), or npos.
+// Where the quoted string starting at `at` ends (after the closing quote), or npos. A quote
+// closes the string unless an odd run of backslashes escapes it; strace's buffers are long,
+// so the search goes by quotes rather than by characters.
 size_t SkipQuoted(std::string_view text, size_t at) {
-    for (size_t i = at + 1; i < text.size(); ++i) {
-        if (text[i] == '\\') {
-            ++i;
-        } else if (text[i] == '"') {
-            return i + 1;
-        }
+    for (size_t quote = text.find('"', at + 1); quote != std::string_view::npos;
+         quote = text.find('"', quote + 1)) {
+        size_t backslashes = 0;
+        while (text[quote - 1 - backslashes] == '\\') ++backslashes;
+        if (backslashes % 2 == 0) return quote + 1;
     }
     return std::string_view::npos;
 }
@@ -108,26 +114,38 @@ Result<std::string> UnquoteStraceString(std::string_view text, size_t* end) {
     if (text.empty() || text[0] != '"') return Error() << "no string where one was expected";
     std::string bytes;
     bytes.reserve(text.size() / 4 + 16);
+    // Bytes go through a buffer of their own and into the string a chunk at a time: a capture
+    // of 64 KiB blocks is mostly this loop.
+    char chunk[4096];
+    size_t used = 0;
+    const auto put = [&](char byte) {
+        if (used == sizeof(chunk)) {
+            bytes.append(chunk, used);
+            used = 0;
+        }
+        chunk[used++] = byte;
+    };
     const char* p = text.data() + 1;
     const char* const last = text.data() + text.size();
     while (p < last) {
         const char c = *p;
         if (c == '"') {
+            bytes.append(chunk, used);
             *end = p + 1 - text.data();
             return bytes;
         }
         if (c != '\\') {
-            bytes.push_back(c);
+            put(c);
             ++p;
             continue;
         }
         if (p + 1 >= last) break;
         const char e = p[1];
         if (e == 'x' && p + 3 < last) {
-            const int high = HexValue(p[2]);
-            const int low = HexValue(p[3]);
-            if (high < 0 || low < 0) return Error() << "a bad \\x escape";
-            bytes.push_back(static_cast<char>(high << 4 | low));
+            const int8_t high = kHexValues[static_cast<uint8_t>(p[2])];
+            const int8_t low = kHexValues[static_cast<uint8_t>(p[3])];
+            if ((high | low) < 0) return Error() << "a bad \\x escape";
+            put(static_cast<char>(high << 4 | low));
             p += 4;
             continue;
         }
@@ -137,14 +155,14 @@ Result<std::string> UnquoteStraceString(std::string_view text, size_t* end) {
             for (p += 1; digits < 3 && p < last && *p >= '0' && *p <= '7'; ++p, ++digits) {
                 value = value * 8 + (*p - '0');
             }
-            bytes.push_back(static_cast<char>(value));
+            put(static_cast<char>(value));
             continue;
         }
         static constexpr std::string_view kEscapes = "ntrfvab\\\"'?";
         static constexpr std::string_view kValues = "\n\t\r\f\v\a\b\\\"'?";
         const size_t known = kEscapes.find(e);
         if (known == std::string_view::npos) return Error() << "an unknown escape \\" << e;
-        bytes.push_back(kValues[known]);
+        put(kValues[known]);
         p += 2;
     }
     return Error() << "a string without its closing quote";
@@ -398,7 +416,13 @@ Result<void> StraceReader::Write(int fd, const std::vector<std::string_view>& ar
         return Error() << "line " << line_ << ": strace's -s cut the write's " << count
                        << " bytes after " << bytes->size() << "; " << kCutAdvice;
     }
-    if (partial_.count(fd) == 0) partial_time_[fd] = time;
+    if (partial_.count(fd) == 0) {
+        if (written == count) {
+            Add(CaptureEvent::Kind::kFromDaemon, time, std::move(*bytes));
+            return {};
+        }
+        partial_time_[fd] = time;
+    }
     std::string& message = partial_[fd];
     message.append(*bytes, 0, written);
     // A write that took less than it was given is followed by one with the rest.

@@ -6,12 +6,22 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <cstring>
 #include <iostream>
+#include <iterator>
+#include <memory>
 #include <optional>
+#include <string_view>
+#include <utility>
 
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
+#include <fmt/format.h>
 
+#include "capture/pcapng_recorder.h"
 #include "cli/live_output.h"
 #include "cli/step_examples.h"
 #include "cli/step_text.h"
@@ -26,18 +36,61 @@ namespace tarvo_emu {
 
 namespace {
 
+// The signals that the console takes over from the rig's clean-up while the session runs:
+// Ctrl-C cancels the line being typed or the step being played; SIGTERM and SIGHUP end the
+// session as `quit` does, so that the recording is written and the rig comes down in order. A
+// second SIGTERM or SIGHUP goes to the clean-up, which ends the process at once.
+constexpr int kConsoleSignals[] = {SIGINT, SIGTERM, SIGHUP};
+// Set while a step plays, for the handler to cancel it.
+std::atomic<ScenarioSession*> playing_session = nullptr;
+int signal_write_fd = -1;
+struct sigaction cleanup_actions[std::size(kConsoleSignals)];
+
+void OnConsoleSignal(int signal_number) {
+    const int saved_errno = errno;
+    if (ScenarioSession* session = playing_session.load(); session != nullptr) {
+        session->CancelStep();
+    }
+    for (size_t i = 0; i < std::size(kConsoleSignals); ++i) {
+        if (signal_number == kConsoleSignals[i] && signal_number != SIGINT) {
+            sigaction(signal_number, &cleanup_actions[i], nullptr);
+        }
+    }
+    const char byte = static_cast<char>(signal_number);
+    if (write(signal_write_fd, &byte, 1) < 0) {
+        // A full pipe already holds a signal for the loop.
+    }
+    errno = saved_errno;
+}
+
+// Takes the signals over; `write_fd` gets a byte, the signal's number, for each.
+void TakeOverSignals(int write_fd) {
+    signal_write_fd = write_fd;
+    struct sigaction action = {};
+    action.sa_handler = OnConsoleSignal;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    for (size_t i = 0; i < std::size(kConsoleSignals); ++i) {
+        sigaction(kConsoleSignals[i], &action, &cleanup_actions[i]);
+    }
+}
+
+// The exit status of a session that a signal ended, as for a process that it kills: this plus its
+// number.
+constexpr int kSignalExit = 128;
+
 // One session: reads the lines of standard input as steps and plays them. On a terminal the
 // line editor reads them, which calls back without a pointer of its own; the session that is
 // reading is the one its callbacks reach.
 class Console {
   public:
-    Console(ScenarioSession* session, LiveOutput* output, int wake_fd)
-        : session_(session), output_(output), wake_fd_(wake_fd) {}
+    Console(ScenarioSession* session, LiveOutput* output, int wake_fd, int signal_fd)
+        : session_(session), output_(output), wake_fd_(wake_fd), signal_fd_(signal_fd) {}
 
-    // Plays the steps given first, up to the first that fails.
+    // Plays the steps given first, up to the first that fails or is cancelled.
     void PlayFirst(const tarvo_scenario::Scenario& scenario) {
         for (const Step& step : scenario.step()) {
-            if (!Play(step)) return;
+            if (!Play(step) || ending_signal_ != 0) return;
         }
     }
 
@@ -48,7 +101,7 @@ class Console {
             reading_ = this;
             rl_attempted_completion_function = Complete;
         }
-        while (true) {
+        while (ending_signal_ == 0) {
             const std::optional<std::string> line = terminal ? EditedLine() : PlainLine();
             // `quit` ends the session even in the middle of a step.
             if (!line || android::base::Trim(*line) == "quit") break;
@@ -58,54 +111,136 @@ class Console {
             pending_text_.clear();
             if (text == "help") {
                 output_->Say(ConsoleHelp());
+            } else if (android::base::StartsWith(text, kHelpWith)) {
+                ShowStepHelp(android::base::Trim(text.substr(kHelpWith.size())));
             } else if (!text.empty()) {
                 Result<std::vector<Step>> steps = ParseSteps(text);
                 if (!steps.ok()) {
                     output_->Say(steps.error().message() + "\n");
                     continue;
                 }
-                for (const Step& step : *steps) Play(step);
+                for (const Step& step : *steps) {
+                    if (!Play(step) || ending_signal_ != 0) break;
+                }
             }
         }
         reading_ = nullptr;
     }
 
     bool failed() const { return failed_; }
+    // The signal that ended the session, 0 for none.
+    int ending_signal() const { return ending_signal_; }
 
   private:
+    static constexpr std::string_view kHelpWith = "help ";
+
     bool Play(const Step& step) {
+        playing_session.store(session_);
         Result<void> played = session_->Play(step, next_index_++);
+        playing_session.store(nullptr);
+        // A Ctrl-C meanwhile has done its work: it cancelled the step.
+        const bool interrupted = TakeSignals();
         if (played.ok()) return true;
+        if (interrupted || ending_signal_ != 0) {
+            output_->Say(played.error().message() + "\n");
+            return false;
+        }
         failed_ = true;
         output_->Say("FAILED " + played.error().message() + "\n");
         return false;
     }
 
+    void ShowStepHelp(const std::string& kind) {
+        const std::string help = StepHelp(kind);
+        if (!help.empty()) {
+            output_->Say(help);
+            return;
+        }
+        output_->Say(NoStepKind(kind) + "\n");
+    }
+
+    // Reads the signals that came; true when a Ctrl-C came. SIGTERM or SIGHUP ends the session.
+    bool TakeSignals() {
+        bool interrupted = false;
+        char numbers[16];
+        ssize_t size;
+        while ((size = read(signal_fd_, numbers, sizeof(numbers))) > 0) {
+            for (ssize_t i = 0; i < size; ++i) {
+                if (numbers[i] == SIGINT) {
+                    interrupted = true;
+                } else {
+                    ending_signal_ = numbers[i];
+                }
+            }
+        }
+        return interrupted;
+    }
+
+    // A line of input that is no terminal; a Ctrl-C drops the step begun on earlier lines.
     std::optional<std::string> PlainLine() {
-        std::string line;
-        if (!std::getline(std::cin, line)) return std::nullopt;
-        return line;
+        while (true) {
+            const size_t end = plain_input_.find('\n');
+            if (end != std::string::npos) {
+                std::string line = plain_input_.substr(0, end);
+                plain_input_.erase(0, end + 1);
+                return line;
+            }
+            if (input_ended_) {
+                if (plain_input_.empty()) return std::nullopt;
+                return std::exchange(plain_input_, std::string());
+            }
+            pollfd fds[] = {{.fd = STDIN_FILENO, .events = POLLIN, .revents = 0},
+                            {.fd = signal_fd_, .events = POLLIN, .revents = 0}};
+            if (poll(fds, 2, -1) < 0) continue;
+            if (fds[1].revents != 0) {
+                if (TakeSignals()) pending_text_.clear();
+                if (ending_signal_ != 0) return std::nullopt;
+            }
+            if (fds[0].revents == 0) continue;
+            char bytes[4096];
+            const ssize_t size = read(STDIN_FILENO, bytes, sizeof(bytes));
+            if (size <= 0) {
+                input_ended_ = size == 0 || errno != EINTR;
+                continue;
+            }
+            plain_input_.append(bytes, size);
+        }
     }
 
     // A line from the line editor, showing what the rig prints meanwhile above the prompt.
     std::optional<std::string> EditedLine() {
         typed_line_.reset();
         output_->SetPrompting(true);
-        rl_callback_handler_install(pending_text_.empty() ? "tarvo> " : "...> ", OnLine);
-        while (!typed_line_ && !input_ended_) {
+        rl_callback_handler_install(Prompt(), OnLine);
+        while (!typed_line_ && !input_ended_ && ending_signal_ == 0) {
             pollfd fds[] = {{.fd = STDIN_FILENO, .events = POLLIN, .revents = 0},
-                            {.fd = wake_fd_, .events = POLLIN, .revents = 0}};
-            if (poll(fds, 2, -1) < 0) continue;
+                            {.fd = wake_fd_, .events = POLLIN, .revents = 0},
+                            {.fd = signal_fd_, .events = POLLIN, .revents = 0}};
+            if (poll(fds, 3, -1) < 0) continue;
+            if (fds[2].revents != 0 && TakeSignals()) CancelLine();
             if (fds[1].revents != 0) ShowHeld();
             if (fds[0].revents != 0) rl_callback_read_char();
         }
         rl_callback_handler_remove();
         output_->SetPrompting(false);
-        if (input_ended_) {
+        if (input_ended_ || ending_signal_ != 0) {
             output_->Say("\n");
             return std::nullopt;
         }
         return typed_line_;
+    }
+
+    const char* Prompt() const { return pending_text_.empty() ? "tarvo> " : "...> "; }
+
+    // Ctrl-C at the prompt: the line being typed and the lines of the step begun before it go;
+    // a fresh prompt follows.
+    void CancelLine() {
+        pending_text_.clear();
+        rl_replace_line("", 0);
+        rl_callback_handler_remove();
+        fputs("^C\n", stdout);
+        fflush(stdout);
+        rl_callback_handler_install(Prompt(), OnLine);
     }
 
     void ShowHeld() {
@@ -139,6 +274,11 @@ class Console {
             CompletionsOf(reading_->pending_text_ + std::string(rl_line_buffer, start), word);
         reading_->next_completion_ = 0;
         if (reading_->completions_.empty()) return nullptr;
+        // A field's name comes with what follows it; a value gets the space after it.
+        const bool spaced =
+            std::all_of(reading_->completions_.begin(), reading_->completions_.end(),
+                        [](const std::string& completion) { return completion.back() == ' '; });
+        rl_completion_append_character = spaced ? '\0' : ' ';
         return rl_completion_matches(word, NextCompletion);
     }
 
@@ -154,8 +294,12 @@ class Console {
     ScenarioSession* session_;
     LiveOutput* output_;
     const int wake_fd_;
+    const int signal_fd_;
     int next_index_ = 0;
     bool failed_ = false;
+    int ending_signal_ = 0;
+    // Input that is no terminal, read but not yet taken as lines.
+    std::string plain_input_;
     // The step typed so far on earlier lines; the line the line editor gave; the end of input.
     std::string pending_text_;
     std::optional<std::string> typed_line_;
@@ -194,28 +338,60 @@ int RunConsole(const ConsoleOptions& options) {
     }
     LiveOutput output(wake_write.get());
     std::ostream transcript(&output);
-    ScenarioSession session(scenario, &transcript);
+    RigHooks hooks;
+    std::unique_ptr<PcapngRecorder> pcapng;
+    if (!options.pcapng.empty()) {
+        Result<std::unique_ptr<PcapngRecorder>> opened = PcapngRecorder::Open(options.pcapng);
+        if (!opened.ok()) {
+            fprintf(stderr, "tarvo-emu console: %s\n", opened.error().message().c_str());
+            return 1;
+        }
+        pcapng = std::move(*opened);
+        pcapng->Attach(&hooks);
+    }
+    auto session = std::make_unique<ScenarioSession>(scenario, &transcript, nullptr, nullptr,
+                                                     std::move(hooks));
+    session->rig().transcript().SetColour(WantsColour(STDOUT_FILENO));
     ScenarioRecorder recorder(scenario);
-    if (!options.record.empty()) session.Record(&recorder);
-    if (Result<void> started = session.Start(); !started.ok()) {
+    if (!options.record.empty()) session->Record(&recorder);
+    if (Result<void> started = session->Start(); !started.ok()) {
         fprintf(stderr, "tarvo-emu console: %s\n", started.error().message().c_str());
         return 1;
     }
-    Console console(&session, &output, wake_read.get());
+    android::base::unique_fd signal_read, signal_write;
+    if (!android::base::Pipe(&signal_read, &signal_write, O_CLOEXEC | O_NONBLOCK)) {
+        perror("tarvo-emu console: pipe");
+        return 1;
+    }
+    TakeOverSignals(signal_write.release());
+    Console console(session.get(), &output, wake_read.get(), signal_read.get());
     console.PlayFirst(scenario);
     console.Interact();
     bool failed = console.failed();
-    if (Result<void> health = session.rig().CheckHealth(); !health.ok()) {
+    if (Result<void> health = session->rig().CheckHealth(); !health.ok()) {
         output.Say("FAILED " + health.error().message() + "\n");
         failed = true;
     }
+    output.Say(SummaryText(session->Summary()) + "\n");
     if (!options.record.empty()) {
-        if (Result<void> written = recorder.Write(options.record, session.rig()); !written.ok()) {
+        if (Result<void> written = recorder.Write(options.record, session->rig()); !written.ok()) {
             output.Say("tarvo-emu console: " + written.error().message() + "\n");
             failed = true;
         } else {
             output.Say("recorded " + options.record + "\n");
         }
+    }
+    // The capture ends with the daemon's last lines, once the rig is gone.
+    session.reset();
+    if (pcapng) {
+        if (Result<void> closed = pcapng->Close(); !closed.ok()) {
+            output.Say("tarvo-emu console: " + closed.error().message() + "\n");
+            failed = true;
+        }
+    }
+    if (const int signal_number = console.ending_signal(); signal_number != 0) {
+        output.Say(fmt::format("tarvo-emu console: {}: session ended\n", strsignal(signal_number)));
+        return kSignalExit + signal_number;
     }
     return failed ? 1 : 0;
 }

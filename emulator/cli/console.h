@@ -9,6 +9,8 @@ struct ConsoleOptions {
     std::string file;
     // Where the session is written as a scenario when it ends; nowhere when empty.
     std::string record;
+    // Where the session is written as pcapng for Wireshark; nowhere when empty.
+    std::string pcapng;
 };
 
 // `tarvo-emu console`: a live rig on which each step typed (scenario text format, one step per

@@ -13,6 +13,7 @@
 #include "capture/capture_reader.h"
 #include "capture/capture_scenario.h"
 #include "capture/pcapng_writer.h"
+#include "capture/wireshark_profile.h"
 
 using android::base::Result;
 
@@ -75,8 +76,10 @@ int RunDecode(const DecodeOptions& options) {
             std::cerr << "tarvo-emu decode: " << written.error().message() << "\n";
             return 1;
         }
-        std::cerr << "Read it with the schema's folder as PROTO_DIR:\n  "
-                  << TsharkCommand("PROTO_DIR", options.pcapng) << "\n";
+        std::cerr << "Read it with the profile that `tarvo-emu wireshark-profile "
+                     "~/.config/wireshark/profiles/"
+                  << kWiresharkProfileName << "` writes:\n  wireshark -C " << kWiresharkProfileName
+                  << " " << options.pcapng << "\n";
     }
     if (!options.scenario.empty() &&
         !android::base::WriteStringToFile(

@@ -4,6 +4,7 @@
 #include <map>
 
 #include <android-base/no_destructor.h>
+#include <android-base/strings.h>
 #include <google/protobuf/descriptor.h>
 
 #include "scenario/scenario.pb.h"
@@ -35,7 +36,7 @@ const std::map<std::string, std::string>& Examples() {
         {"client", "client: \"-m\""},
         {"sleep_ms", "sleep_ms: 100"},
         {"fault", "fault: END_OF_FILE"},
-        {"expect_ril", "expect_ril { request: 227 data: \"\\x2c\\x01\" }"},
+        {"expect_ril", "expect_ril { request: 227 data: \",\\001\" }"},
         {"ril_reply", "ril_reply { request: 227 error: 1 count: 1 }"},
         {"expect_ril_silence_ms", "expect_ril_silence_ms: 500"},
         {"expect_uplink", "expect_uplink { writes: 1 bytes: 10 timeout_ms: 20000 }"},
@@ -53,10 +54,30 @@ const std::map<std::string, std::string>& Examples() {
          "1048576 } block_size: 65536 }"},
         {"expect_thermal_writes", "expect_thermal_writes { write: \"1 45000\" }"},
         {"signal_daemon", "signal_daemon: 10"},
+        {"set_property", "set_property { name: \"persist.vendor.radio.demo\" value: \"1\" }"},
         {"exit_status", "client: \"-m\" exit_status: 0"},
         {"note", "note: \"shown in the transcript\" modem_state: 0"},
     });
     return *kExamples;
+}
+
+// A field's type as the help shows it: the scalar's type, the message's name, or the enum's
+// values.
+std::string TypeOf(const FieldDescriptor* field) {
+    std::string type = field->is_repeated() ? "repeated " : "";
+    if (field->message_type() != nullptr) return type + field->message_type()->name() + " { ... }";
+    if (field->enum_type() == nullptr) return type + field->type_name();
+    std::vector<std::string> values;
+    for (int i = 0; i < field->enum_type()->value_count(); ++i) {
+        values.push_back(field->enum_type()->value(i)->name());
+    }
+    return type + "one of " + android::base::Join(values, ", ");
+}
+
+// `name` padded to the column where the help's second column starts.
+std::string Padded(const std::string& name) {
+    return "  " + name +
+           std::string(kExampleColumn - std::min(name.size(), kExampleColumn - 1), ' ');
 }
 
 }  // namespace
@@ -64,6 +85,21 @@ const std::map<std::string, std::string>& Examples() {
 std::string StepExample(const std::string& kind) {
     const auto it = Examples().find(kind);
     return it == Examples().end() ? std::string() : it->second;
+}
+
+std::string StepHelp(const std::string& kind) {
+    const FieldDescriptor* field = tarvo_scenario::Step::descriptor()->FindFieldByName(kind);
+    if (field == nullptr) return {};
+    std::string help = kind + ": " + TypeOf(field) + "\n";
+    if (const Descriptor* message = field->message_type(); message != nullptr) {
+        help += "Its fields:\n";
+        for (int i = 0; i < message->field_count(); ++i) {
+            help += Padded(message->field(i)->name()) + TypeOf(message->field(i)) + "\n";
+        }
+    }
+    const std::string example = StepExample(kind);
+    if (!example.empty()) help += "For example:\n  " + example + "\n";
+    return help;
 }
 
 std::string ConsoleHelp() {
@@ -77,13 +113,12 @@ std::string ConsoleHelp() {
         if (example.empty())
             example = field->name() + (field->message_type() ? " { ... }" : ": ...");
         std::string& list = field->real_containing_oneof() != nullptr ? help : common;
-        list +=
-            "  " + field->name() +
-            std::string(kExampleColumn - std::min(field->name().size(), kExampleColumn - 1), ' ') +
-            example + "\n";
+        list += Padded(field->name()) + example + "\n";
     }
     return help + "Any step may also have:\n" + common +
-           "Commands: help, quit (or Ctrl-D). Tab completes step and field names and enum values.\n"
+           "Commands: help, help STEP (its fields), quit (or Ctrl-D). Ctrl-C cancels the line "
+           "being\n"
+           "typed or the step being played. Tab completes step and field names and enum values.\n"
            "Every field and its meaning: emulator/scenario/scenario.proto.\n";
 }
 

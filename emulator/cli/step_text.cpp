@@ -5,6 +5,8 @@
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/text_format.h>
 
+#include <algorithm>
+
 #include <android-base/strings.h>
 #include <fmt/format.h>
 
@@ -20,11 +22,17 @@ namespace tarvo_emu {
 
 namespace {
 
+// A name is near another when it takes at most this many edits, or one per this many letters.
+constexpr size_t kMinNearEdits = 2;
+constexpr size_t kNearEditsPerLetters = 3;
+// How many of the nearest names an error lists.
+constexpr size_t kMaxNearNames = 3;
+
 // Collects the parse errors of a typed step.
 class ErrorCollector : public google::protobuf::io::ErrorCollector {
   public:
     void AddError(int, int column, const std::string& message) override {
-        errors += fmt::format("column {}: {}; ", column + 1, message);
+        errors += fmt::format("column {}: {}{}; ", column + 1, message, NearestNamesHint(message));
     }
     std::string errors;
 };
@@ -95,6 +103,7 @@ std::vector<std::string> CompletionsOf(const std::string& text, const std::strin
             after_colon = false;
         }
     }
+    // What a name completes to: a field's name goes on with what the text format wants after it.
     std::vector<std::string> names;
     if (after_colon) {
         if (field->enum_type() != nullptr) {
@@ -106,7 +115,8 @@ std::vector<std::string> CompletionsOf(const std::string& text, const std::strin
         }
     } else if (open.back() != nullptr) {
         for (int i = 0; i < open.back()->field_count(); ++i) {
-            names.push_back(open.back()->field(i)->name());
+            const FieldDescriptor* named = open.back()->field(i);
+            names.push_back(named->name() + (named->message_type() != nullptr ? " { " : ": "));
         }
         if (open.size() == 1) names.insert(names.end(), {"help", "quit"});
     }
@@ -135,7 +145,57 @@ Result<std::vector<Step>> ParseSteps(const std::string& text) {
             return std::vector<Step>(steps->step().begin(), steps->step().end());
         }
     }
+    StepTokens tokens(text);
+    const Tokenizer::Token* first = tokens.Next();
+    if (first != nullptr && first->type == Tokenizer::TYPE_IDENTIFIER &&
+        FieldOf(Step::descriptor(), first->text) == nullptr && first->text != "step") {
+        return android::base::Error() << NoStepKind(first->text);
+    }
     return android::base::Error() << "not a step (help lists them): " << errors.errors;
+}
+
+std::string NoStepKind(const std::string& name) {
+    std::vector<std::string> kinds;
+    for (int i = 0; i < Step::descriptor()->field_count(); ++i) {
+        kinds.push_back(Step::descriptor()->field(i)->name());
+    }
+    const std::vector<std::string> near = NearestNames(name, kinds);
+    return fmt::format(
+        "\"{}\" is no step{} (help lists them)", name,
+        near.empty() ? "" : "; did you mean " + android::base::Join(near, " or ") + "?");
+}
+
+std::vector<std::string> NearestNames(const std::string& name,
+                                      const std::vector<std::string>& names) {
+    // Edits (insertions, deletions, substitutions) from `name` to each of `names`, a row at a time.
+    const auto distance = [&name](const std::string& other) {
+        std::vector<size_t> row(other.size() + 1);
+        for (size_t j = 0; j < row.size(); ++j) row[j] = j;
+        for (size_t i = 1; i <= name.size(); ++i) {
+            size_t diagonal = row[0];
+            row[0] = i;
+            for (size_t j = 1; j <= other.size(); ++j) {
+                const size_t above = row[j];
+                row[j] = std::min(
+                    {row[j] + 1, row[j - 1] + 1, diagonal + (name[i - 1] == other[j - 1] ? 0 : 1)});
+                diagonal = above;
+            }
+        }
+        return row.back();
+    };
+    const size_t allowed = std::max<size_t>(kMinNearEdits, name.size() / kNearEditsPerLetters);
+    size_t best = allowed + 1;
+    std::vector<std::string> nearest;
+    for (const std::string& candidate : names) {
+        // A name typed short, as a prefix, is near too.
+        const size_t edits = android::base::StartsWith(candidate, name) ? 1 : distance(candidate);
+        if (edits > best) continue;
+        if (edits < best) nearest.clear();
+        best = edits;
+        nearest.push_back(candidate);
+    }
+    if (nearest.size() > kMaxNearNames) nearest.resize(kMaxNearNames);
+    return nearest;
 }
 
 }  // namespace tarvo_emu

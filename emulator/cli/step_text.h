@@ -12,12 +12,22 @@ namespace tarvo_emu {
 // How many braces (or angle brackets) `text` leaves open, strings and comments left out.
 int OpenBraces(const std::string& text);
 
-// The names that may stand at the end of `text` (a step typed so far) and begin with `word`:
-// the field names of the message being written, or, after an enum or bool field's colon, its
-// values; on top, also the console's own commands.
+// What may stand at the end of `text` (a step typed so far) and begins with `word`: the field
+// names of the message being written, each with what follows it (`name: ` for a value,
+// `name { ` for a message), or, after an enum or bool field's colon, its values; on top, also the
+// console's own commands.
 std::vector<std::string> CompletionsOf(const std::string& text, const std::string& word);
 
-// A typed step, or `step { ... }` lines pasted from a scenario; none for a comment alone.
+// A typed step, or `step { ... }` lines pasted from a scenario; none for a comment alone. A
+// misspelt step kind gets the nearest kinds in the error.
 android::base::Result<std::vector<tarvo_scenario::Step>> ParseSteps(const std::string& text);
+
+// "NAME is no step", with the nearest step kinds, for a name that is none.
+std::string NoStepKind(const std::string& name);
+
+// The names of `names` nearest to `name` (a misspelling of one of them): fewest edits first, a
+// few at most, none when none is near.
+std::vector<std::string> NearestNames(const std::string& name,
+                                      const std::vector<std::string>& names);
 
 }  // namespace tarvo_emu

@@ -1,12 +1,14 @@
 // tarvo-emu: the host rig's command. `tarvo-emu --help` and `tarvo-emu COMMAND --help` say
 // what each command does.
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
+#include <ext/stdio_filebuf.h>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -18,9 +20,12 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include "capture/pcapng_recorder.h"
+#include "capture/wireshark_profile.h"
 #include "cli/command_formatter.h"
 #include "cli/console.h"
 #include "cli/decode_command.h"
+#include "cli/output_path.h"
 #include "cli/soak_command.h"
 #include "cli/tput_command.h"
 #include "process/signal_cleanup.h"
@@ -37,17 +42,30 @@ constexpr uint64_t kMaxBlockSize = 65568;
 constexpr char kExitStatuses[] =
     "Exit status: 0 when every expectation held (or the command did its work), 1 when one\n"
     "failed or the rig could not start (the message says which), 2 for a wrong command line,\n"
-    "128+N when signal N ended it (Ctrl-C: 130; SIGTERM: 143), after stopping the daemon and\n"
-    "removing the sandbox's temporary tree.\n";
+    "128+N when signal N ended it (Ctrl-C: 130; its output's reader gone: 141; SIGTERM: 143),\n"
+    "after stopping the daemon and removing the sandbox's temporary tree.\n";
 
 // A command line's fault, said in the words of the option it concerns.
 [[noreturn]] void Refuse(const std::string& why) { throw CLI::ValidationError(why); }
+
+// Refuses an output file that cannot be written while the command line is read, before any
+// work; "-" (standard output) passes when `dash` is.
+CLI::Validator Writable(bool dash = false) {
+    return CLI::Validator(
+        [dash](std::string& path) -> std::string {
+            if (dash && path == "-") return "";
+            const Result<void> writable = tarvo_emu::CheckOutputPath(path);
+            return writable.ok() ? "" : writable.error().message();
+        },
+        "", "WRITABLE");
+}
 
 // What each subcommand was given.
 struct CommandLine {
     std::string scenario_file;
     std::string record;
     std::string transcript_file;
+    std::string pcapng;
     bool quiet = false;
     tarvo_emu::ConsoleOptions console;
     tarvo_emu::RigOptions exec;
@@ -55,6 +73,7 @@ struct CommandLine {
     std::vector<std::string> command;
     tarvo_emu::TputCommandOptions tput;
     tarvo_emu::DecodeOptions decode;
+    std::string profile_dir;
 };
 
 CLI::App* AddRun(CLI::App& app, CommandLine& line) {
@@ -66,14 +85,22 @@ CLI::App* AddRun(CLI::App& app, CommandLine& line) {
         "than 300 bytes shown by their start and size. A failure names the step's file and\n"
         "line, and shows what came nearest to what the step expected.");
     run->add_option("FILE", line.scenario_file, "the scenario to play")->required()->type_name("");
-    run->add_flag("--quiet", line.quiet, "print only a failure");
+    run->add_flag("--quiet", line.quiet, "print only a failure and the summary");
     run->add_option("--record", line.record,
                     "write the session to OUT as a scenario: the setup, the steps,\n"
                     "and after each step what the daemon did that no step expected")
-        ->type_name("OUT");
+        ->type_name("OUT")
+        ->check(Writable());
+    run->add_option("--pcapng", line.pcapng,
+                    "write the session to OUT as pcapng for Wireshark (see `tarvo-emu\n"
+                    "wireshark-profile`): each message when the daemon reads or writes it,\n"
+                    "faults as packet comments, the log lines in the same timeline")
+        ->type_name("OUT")
+        ->check(Writable());
     run->add_option("--transcript", line.transcript_file,
                     "write the whole transcript to OUT, every payload in full")
-        ->type_name("OUT");
+        ->type_name("OUT")
+        ->check(Writable());
     return run;
 }
 
@@ -92,7 +119,15 @@ CLI::App* AddConsole(CLI::App& app, CommandLine& line) {
     console
         ->add_option("--record", line.console.record,
                      "write the session to OUT as a scenario that `tarvo-emu run` plays")
-        ->type_name("OUT");
+        ->type_name("OUT")
+        ->check(Writable());
+    console
+        ->add_option("--pcapng", line.console.pcapng,
+                     "write the session to OUT as pcapng for Wireshark (see `tarvo-emu\n"
+                     "wireshark-profile`): each message when the daemon reads or writes it,\n"
+                     "faults as packet comments, the log lines in the same timeline")
+        ->type_name("OUT")
+        ->check(Writable());
     return console;
 }
 
@@ -166,9 +201,11 @@ CLI::App* AddTput(CLI::App& app, CommandLine& line) {
         "first shows how far one block size's figure strays), and prints the table.");
     tarvo_emu::TputCommandOptions& options = line.tput;
     tput->add_option("--plot", options.plot, "draw the downlink samples and uplink rates (gnuplot)")
-        ->type_name("FILE.svg");
+        ->type_name("FILE.svg")
+        ->check(Writable());
     tput->add_option("--json", options.json, "write the figures as JSON (- for standard output)")
-        ->type_name("FILE|-");
+        ->type_name("FILE|-")
+        ->check(Writable(true));
     tput->add_option_function<std::string>(
             "--block-size",
             [&options](const std::string& value) {
@@ -194,6 +231,34 @@ CLI::App* AddTput(CLI::App& app, CommandLine& line) {
             "downlink rate; 0 or not given: as fast as read")
         ->type_name("BYTES_PER_S");
     return tput;
+}
+
+CLI::App* AddWiresharkProfile(CLI::App& app, CommandLine& line) {
+    CLI::App* profile = app.add_subcommand(
+        "wireshark-profile",
+        fmt::format(
+            "Writes a Wireshark configuration profile into DIR that decodes the pcapng files of\n"
+            "`decode --pcapng`, `run --pcapng` and `console --pcapng`: a copy of the message\n"
+            "schema, the protobuf search path pointing at it, UDP ports 40001-40002 (the modem "
+            "and\n"
+            "the daemon) as TarvoMessage, every field filterable (pbf.tarvo_message.TarvoMessage.\n"
+            "token), the ends named modem and tarvo. Kept as\n"
+            "~/.config/wireshark/profiles/{0}, it is chosen with `wireshark -C {0} FILE` or\n"
+            "`tshark -C {0} -r FILE -V -O protobuf`; as DIR of its own, with\n"
+            "`WIRESHARK_CONFIG_DIR=DIR wireshark FILE`. Write it again after moving it.",
+            tarvo_emu::kWiresharkProfileName));
+    profile->add_option("DIR", line.profile_dir, "the profile's folder, made when missing")
+        ->required()
+        ->type_name("");
+    return profile;
+}
+
+int WiresharkProfile(const CommandLine& line) {
+    if (Result<void> written = tarvo_emu::WriteWiresharkProfile(line.profile_dir); !written.ok()) {
+        fmt::print(stderr, "tarvo-emu wireshark-profile: {}\n", written.error().message());
+        return 1;
+    }
+    return 0;
 }
 
 // Says what was wrong with the command line and where to read how it goes.
@@ -229,24 +294,55 @@ int Run(const CommandLine& line) {
         fmt::print(stderr, "{}\n", scenario.error().message());
         return 1;
     }
-    std::ofstream full_transcript;
+    // Opened close-on-exec, which std::ofstream cannot ask for: the daemon is to hold its own
+    // descriptors only.
+    std::unique_ptr<__gnu_cxx::stdio_filebuf<char>> transcript_buffer;
     if (!line.transcript_file.empty()) {
-        full_transcript.open(line.transcript_file);
-        if (!full_transcript) {
+        const int fd = open(line.transcript_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
+                            DEFFILEMODE);
+        if (fd < 0) {
             fmt::print(stderr, "cannot write {}: {}\n", line.transcript_file, strerror(errno));
             return 1;
         }
+        transcript_buffer = std::make_unique<__gnu_cxx::stdio_filebuf<char>>(fd, std::ios::out);
     }
-    Result<void> played =
-        tarvo_emu::PlayScenario(*scenario, line.quiet ? nullptr : &std::cout, line.record, &origin,
-                                line.transcript_file.empty() ? nullptr : &full_transcript);
+    std::ostream full_transcript(transcript_buffer.get());
+    tarvo_emu::RigHooks hooks;
+    std::unique_ptr<tarvo_emu::PcapngRecorder> pcapng;
+    if (!line.pcapng.empty()) {
+        Result<std::unique_ptr<tarvo_emu::PcapngRecorder>> opened =
+            tarvo_emu::PcapngRecorder::Open(line.pcapng);
+        if (!opened.ok()) {
+            fmt::print(stderr, "{}\n", opened.error().message());
+            return 1;
+        }
+        pcapng = std::move(*opened);
+        pcapng->Attach(&hooks);
+    }
+    tarvo_emu::PlaySummary summary;
+    Result<void> played = tarvo_emu::PlayScenario(
+        *scenario, {.transcript = line.quiet ? nullptr : &std::cout,
+                    .full_transcript = transcript_buffer ? &full_transcript : nullptr,
+                    .record = line.record,
+                    .origin = &origin,
+                    .colour = tarvo_emu::WantsColour(STDOUT_FILENO),
+                    .summary = &summary,
+                    .hooks = std::move(hooks)});
+    if (pcapng) {
+        if (Result<void> closed = pcapng->Close(); !closed.ok()) {
+            fmt::print(stderr, "{}\n", closed.error().message());
+            return 1;
+        }
+    }
+    const std::string steps = tarvo_emu::SummaryText(summary);
     if (!played.ok()) {
         std::cout << std::flush;
         // The failure names the file itself.
-        fmt::print(stderr, "FAILED {}\n", played.error().message());
+        fmt::print(stderr, "FAILED {}\n{}: {}\n", played.error().message(), line.scenario_file,
+                   steps);
         return 1;
     }
-    if (!line.quiet) fmt::print("PASSED {}\n", line.scenario_file);
+    fmt::print("PASSED {}: {}\n", line.scenario_file, steps);
     return 0;
 }
 
@@ -289,8 +385,9 @@ int main(int argc, char** argv) {
     CLI::App* const decode = tarvo_emu::AddDecodeCommand(app, &line.decode);
     tarvo_emu::SoakOptions soak_options;
     CLI::App* const soak = tarvo_emu::AddSoakCommand(app, &soak_options);
+    CLI::App* const profile = AddWiresharkProfile(app, line);
     CLI::App* const help = app.add_subcommand("help")->group("");
-    for (CLI::App* command : {run, console, exec, tput, decode, soak}) {
+    for (CLI::App* command : {run, console, exec, tput, decode, soak, profile}) {
         command->allow_extras()->footer(kExitStatuses);
     }
 
@@ -300,7 +397,9 @@ int main(int argc, char** argv) {
         fmt::print("{}", app.help());
         return 0;
     } catch (const CLI::RequiredError&) {
-        // The scenario file of `run` is the only argument that must be given.
+        // The scenario file of `run` and the profile's folder are the arguments that must be
+        // given.
+        if (profile->parsed()) return UsageError(profile, "no folder given");
         return UsageError(run, "no scenario file given");
     } catch (const CLI::ParseError& error) {
         const std::vector<CLI::App*> given = app.get_subcommands();
@@ -325,6 +424,7 @@ int main(int argc, char** argv) {
     if (command == exec && line.command.empty()) return UsageError(exec, "no command after --");
     // Reads a file and runs nothing, so it needs neither root nor the rig.
     if (command == decode) return tarvo_emu::RunDecode(line.decode);
+    if (command == profile) return WiresharkProfile(line);
 
     if (geteuid() != 0) {
         fmt::print(stderr,

@@ -16,11 +16,13 @@ void IpcNode::Write(fuse_req_t req, const char* data, size_t size, off_t /*offse
     {
         std::lock_guard<std::mutex> lock(mutex_);
         if (hung_up_ || fail_next_write_) {
+            if (fail_next_write_ && observer_ != nullptr) observer_->OnFault(IpcFault::kWriteError);
             fail_next_write_ = false;
             fuse_reply_err(req, EIO);
             return;
         }
     }
+    if (observer_ != nullptr) observer_->OnWrite(std::string_view(data, size));
     // Recorded before the writer goes on, so the transcript shows it before what follows.
     on_uplink_(std::string_view(data, size));
     fuse_reply_write(req, size);
@@ -45,7 +47,9 @@ void IpcNode::InjectFault(IpcFault fault) {
             fail_next_write_ = true;
             return;
         case IpcFault::kHangUp:
+            // Poll reports it at once.
             hung_up_ = true;
+            if (observer_ != nullptr) observer_->OnFault(fault);
             break;
     }
     WakeLocked();
@@ -62,14 +66,19 @@ void IpcNode::ServeLocked(fuse_req_t req, size_t size) {
     items_.pop_front();
     switch (item.kind) {
         case Item::kEndOfFile:
+            if (observer_ != nullptr) observer_->OnFault(IpcFault::kEndOfFile);
             fuse_reply_buf(req, nullptr, 0);
             return;
         case Item::kReadError:
+            if (observer_ != nullptr) observer_->OnFault(IpcFault::kReadError);
             fuse_reply_err(req, EIO);
             return;
-        case Item::kMessage:
-            fuse_reply_buf(req, item.bytes.data(), std::min(size, item.bytes.size()));
+        case Item::kMessage: {
+            const std::string_view bytes(item.bytes.data(), std::min(size, item.bytes.size()));
+            if (observer_ != nullptr) observer_->OnRead(bytes);
+            fuse_reply_buf(req, bytes.data(), bytes.size());
             return;
+        }
     }
 }
 

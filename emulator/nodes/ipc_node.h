@@ -16,6 +16,19 @@ enum class IpcFault {
     kHangUp,      // poll reports POLLHUP, reads return 0 and writes fail until the node is reopened
 };
 
+// Sees the traffic of /dev/oem_ipc1 as the daemon meets it, on the filesystem's threads: a
+// message from the modem when the daemon's read takes it (not when the modem queues it), the
+// daemon's message when its write delivers it, and a fault when it takes effect (a read that
+// returns end of file or fails, a write that fails, the node hanging up). `bytes` lives until
+// the call returns; a call must not reach back into the node.
+class IpcObserver {
+  public:
+    virtual ~IpcObserver() = default;
+    virtual void OnRead(std::string_view bytes) = 0;
+    virtual void OnWrite(std::string_view bytes) = 0;
+    virtual void OnFault(IpcFault fault) = 0;
+};
+
 // "/dev/oem_ipc1": message-oriented both ways. Each read returns one message that the modem
 // sent, in order; each write of the daemon is one message. Messages stay queued while nobody
 // reads. Read faults take their place in the queue, so they happen in the order injected.
@@ -28,6 +41,9 @@ class IpcNode : public StreamNode {
 
     void Open() override;
     void Write(fuse_req_t req, const char* data, size_t size, off_t offset) override;
+
+    // Set before the node is mounted; null for none.
+    void SetObserver(IpcObserver* observer) { observer_ = observer; }
 
     // Queues one message from the modem.
     void Push(std::string message);
@@ -45,6 +61,7 @@ class IpcNode : public StreamNode {
     };
 
     UplinkHandler on_uplink_;
+    IpcObserver* observer_ = nullptr;
     std::deque<Item> items_ GUARDED_BY(mutex_);
     bool hung_up_ = false;
     bool fail_next_write_ = false;

@@ -21,12 +21,6 @@ namespace {
 // Larger than any request the daemon sends; a packet that does not fit is cut and shown so.
 constexpr size_t kMaxPacket = 64 * 1024;
 
-std::string Hex(const std::string& bytes) {
-    std::string hex;
-    for (unsigned char byte : bytes) hex += fmt::format("{:02x}", byte);
-    return hex;
-}
-
 }  // namespace
 
 struct RilSide::Connection {
@@ -102,8 +96,9 @@ void RilSide::Serve(std::shared_ptr<Connection> connection) {
         RilRequest request;
         request.request = header.request;
         request.data = packet.substr(sizeof(header), size - sizeof(header));
-        transcript_->Ril(Transcript::Direction::kFromDaemon,
-                         fmt::format("request {} data {}", request.request, Hex(request.data)));
+        transcript_->Ril(
+            Transcript::Direction::kFromDaemon,
+            fmt::format("request: {} data: {}", request.request, QuotedBytes(request.data)));
         const RilReplyRule rule = TakeRule(request.request);
         received_.Add(std::move(request));
         if (rule.no_reply) continue;
@@ -148,7 +143,7 @@ std::optional<RilRequest> RilSide::NextNew(std::chrono::milliseconds timeout) {
 
 void RilSide::Deliver(const Answer& answer) {
     transcript_->Ril(Transcript::Direction::kToDaemon,
-                     fmt::format("request {} error {}", answer.request, answer.error));
+                     fmt::format("request: {} error: {}", answer.request, answer.error));
     const RilWireAnswer packet = {answer.serial, answer.error};
     send(answer.connection->fd.get(), &packet, sizeof(packet), MSG_NOSIGNAL);
 }

@@ -3,6 +3,9 @@
 #include <google/protobuf/stubs/strutil.h>
 #include <google/protobuf/text_format.h>
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <memory>
 
 #include <android-base/stringprintf.h>
@@ -28,7 +31,21 @@ size_t Utf8Length(const std::string& text, size_t at) {
     return length;
 }
 
+// Colours of the verdicts on a terminal.
+constexpr char kGreen[] = "\033[32m";
+constexpr char kRed[] = "\033[1;31m";
+constexpr char kPlain[] = "\033[0m";
+
 }  // namespace
+
+bool WantsColour(int fd) {
+    const char* no_colour = getenv("NO_COLOR");
+    return isatty(fd) != 0 && (no_colour == nullptr || *no_colour == '\0');
+}
+
+std::string QuotedBytes(const std::string& bytes) {
+    return "\"" + google::protobuf::CEscape(bytes) + "\"";
+}
 
 std::string PrintableText(const std::string& text) {
     std::string printable;
@@ -153,6 +170,15 @@ void Transcript::Log(const LogLine& line) {
 void Transcript::Output(const std::string& line) { Print("out", line); }
 
 void Transcript::Note(const std::string& text) { Print("", text); }
+
+void Transcript::Verdict(bool passed, const std::string& verdict, const std::string& rest) {
+    const std::string plain = verdict + rest;
+    if (!colour_) {
+        Print("", plain);
+        return;
+    }
+    Print("", (passed ? kGreen : kRed) + verdict + kPlain + rest, plain);
+}
 
 void Transcript::Print(const std::string& label, const std::string& text) {
     Print(label, text, text);

@@ -2,6 +2,7 @@
 
 #include <google/protobuf/text_format.h>
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <ostream>
@@ -35,6 +36,10 @@ class Transcript {
     // A line of a process that is not a log line, such as the usage text.
     void Output(const std::string& line);
     void Note(const std::string& text);
+    // A note that starts with a verdict ("ok", "FAILED"): in colour on `out` when asked for.
+    void Verdict(bool passed, const std::string& verdict, const std::string& rest);
+    // Verdicts on `out` in colour from now on: for a terminal.
+    void SetColour(bool colour) { colour_ = colour; }
 
   private:
     void Print(const std::string& label, const std::string& text);
@@ -42,9 +47,17 @@ class Transcript {
 
     std::ostream* out_;
     std::ostream* full_;
+    std::atomic<bool> colour_{false};
     std::mutex mutex_;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
+
+// Whether output on descriptor `fd` is shown in colour: a terminal, and no NO_COLOR set (see
+// no-color.org).
+bool WantsColour(int fd);
+
+// Bytes as a scenario writes them, in quotes with text format's escapes: `",\001"`.
+std::string QuotedBytes(const std::string& bytes);
 
 // A log text on one line: line feeds, carriage returns, other control characters and bytes that
 // are not UTF-8 escaped as in C.

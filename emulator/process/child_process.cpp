@@ -36,6 +36,17 @@ int DecodeStatus(int status) {
     return -1;
 }
 
+// Makes `target` a copy of `fd` that an exec hands on. Async-signal-safe, for a child between
+// fork and exec. dup2 onto itself would keep `fd` close-on-exec (it is `target` already when the
+// rig runs with that standard descriptor closed).
+void HandOn(int fd, int target) {
+    if (fd == target) {
+        fcntl(fd, F_SETFD, 0);
+        return;
+    }
+    dup2(fd, target);
+}
+
 }  // namespace
 
 struct ChildProcess::Stream {
@@ -71,10 +82,10 @@ Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(const std::vector<std:
         setpgid(0, 0);
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != parent) _exit(127);
-        const int null_fd = open("/dev/null", O_RDONLY);
-        dup2(null_fd, STDIN_FILENO);
-        dup2(out_write.get(), STDOUT_FILENO);
-        dup2(err_fd, STDERR_FILENO);
+        // Every descriptor here is close-on-exec; only the three standard ones are handed on.
+        HandOn(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+        HandOn(out_write.get(), STDOUT_FILENO);
+        HandOn(err_fd, STDERR_FILENO);
         execve(c_argv[0], c_argv.data(), c_env.data());
         _exit(127);
     }

@@ -1,5 +1,6 @@
 #include "process/signal_cleanup.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/mount.h>
@@ -37,6 +38,9 @@ Registry& registry() {
     return *instance;
 }
 
+// Those that end a process by default and that a user, a shell or a closed pipe sends.
+constexpr int kCleanedUpSignals[] = {SIGHUP, SIGINT, SIGPIPE, SIGALRM, SIGTERM, SIGUSR1, SIGUSR2};
+
 // Written by the handler, read by the thread that cleans up.
 int signal_pipe = -1;
 
@@ -44,7 +48,8 @@ void OnSignal(int signal_number) {
     // The interrupted code may look at errno right after the handler returns.
     android::base::ErrnoRestorer errno_restorer;
     const char byte = static_cast<char>(signal_number);
-    if (write(signal_pipe, &byte, 1) < 0) _exit(128 + signal_number);
+    // A full pipe holds a signal that the clean-up thread has yet to take.
+    if (write(signal_pipe, &byte, 1) < 0 && errno != EAGAIN) _exit(128 + signal_number);
 }
 
 // Mount points under `dir` in this process's namespace, deepest first.
@@ -88,6 +93,9 @@ std::vector<std::string> MountsUnder(const std::string& dir) {
 android::base::Result<void> InstallSignalCleanup() {
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) return android::base::ErrnoError() << "pipe2";
+    // A handler must never block: a writer to a closed pipe may be interrupted again and again
+    // before the clean-up ends the process.
+    if (fcntl(fds[1], F_SETFL, O_NONBLOCK) != 0) return android::base::ErrnoError() << "fcntl";
     signal_pipe = fds[1];
     std::thread([read_end = fds[0]] {
         char byte = 0;
@@ -99,7 +107,9 @@ android::base::Result<void> InstallSignalCleanup() {
     action.sa_handler = OnSignal;
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
-    for (int signal_number : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal_number, &action, nullptr);
+    // SIGPIPE too: `tarvo-emu run FILE | head -1` ends the run at its next line. Caught, not
+    // ignored, so that the processes started keep its default action (exec resets a handler).
+    for (int signal_number : kCleanedUpSignals) sigaction(signal_number, &action, nullptr);
     return {};
 }
 

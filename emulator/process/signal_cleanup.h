@@ -9,10 +9,12 @@
 
 namespace tarvo_emu {
 
-// What a process that SIGINT, SIGTERM or SIGHUP ends leaves tidy: the process groups it started
-// are killed, the mounts under its temporary trees are detached and the trees removed, then it
-// exits with 128 + the signal's number. Without InstallSignalCleanup the signals keep their
-// default action and the registrations cost nothing but a lock.
+// What a process that a signal ends leaves tidy: the process groups it started are killed, the
+// mounts under its temporary trees are detached and the trees removed, then it exits with 128 +
+// the signal's number. The signals are those that end a process by default and that a user, a
+// shell or a closed pipe sends: SIGHUP, SIGINT, SIGPIPE, SIGALRM, SIGTERM, SIGUSR1 and SIGUSR2.
+// Without InstallSignalCleanup the signals keep their default action and the registrations cost
+// nothing but a lock.
 android::base::Result<void> InstallSignalCleanup();
 
 // Registered while they exist; each returns at once.

@@ -69,6 +69,7 @@ Result<void> Rig::Start() {
             if (modem_) modem_->OnUplink(bytes);
         });
     emulator_->temp().KeepWrites(hooks_.keep_logs);
+    emulator_->ipc().SetObserver(hooks_.ipc_observer);
     modem_ = std::make_unique<ModemSide>(&emulator_->ipc(), &transcript_);
     tput_modem_ = std::make_unique<TputModem>(&emulator_->test(), options_.tput);
     modem_->SetObserver([this](const tarvo_message::TarvoMessage& message) {
@@ -267,6 +268,7 @@ void Rig::OnOutputLine(const std::string& line, LogLineJoiner* joiner) {
 void Rig::OnLogLine(LogLine line, bool from_daemon) {
     if (from_daemon && daemon_pid_ == 0) daemon_pid_ = line.pid;
     transcript_.Log(line);
+    if (hooks_.log_sink) hooks_.log_sink(line);
     if (hooks_.keep_logs) logs_.Add(std::move(line));
 }
 

@@ -4,6 +4,9 @@
 #include <functional>
 #include <string_view>
 
+#include "nodes/ipc_node.h"
+#include "process/log_line.h"
+
 namespace tarvo_emu {
 
 // How the rig itself works where benchmarks and coverage runs need it to work otherwise; nothing
@@ -21,6 +24,11 @@ struct RigHooks {
     // it at once. A coverage build's daemon writes its counters on SIGTERM: by default it gets the
     // time when the counters have somewhere to go (GCOV_PREFIX is set).
     std::chrono::milliseconds terminate_grace = DefaultTerminateGrace();
+    // Sees the traffic of oem_ipc1 as the daemon reads and writes it (for a capture of the
+    // session); it must outlive the rig. Null for none.
+    IpcObserver* ipc_observer = nullptr;
+    // Sees every log line of the processes in the sandbox as the rig reads it, kept or not.
+    std::function<void(const LogLine& line)> log_sink = {};
 
     static std::chrono::milliseconds DefaultTerminateGrace();
 };

@@ -1,7 +1,6 @@
 #include "scenario/control_steps.h"
 
 #include <chrono>
-#include <thread>
 
 #include <fmt/format.h>
 
@@ -11,8 +10,8 @@ using android::base::Result;
 
 namespace tarvo_emu {
 
-Result<void> PlaySleep(StepPlayer&, const StepCall& call) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(call.step.sleep_ms()));
+Result<void> PlaySleep(StepPlayer& player, const StepCall& call) {
+    player.SleepUnlessCancelled(std::chrono::milliseconds(call.step.sleep_ms()));
     return {};
 }
 

@@ -6,6 +6,7 @@
 
 #include <android-base/result.h>
 
+#include "peers/transcript.h"
 #include "process/wait_until.h"
 #include "scenario/generated_data.h"
 #include "scenario/near_miss.h"
@@ -86,10 +87,17 @@ Result<void> PlayExpectFile(StepPlayer& player, const StepCall& call) {
     WaitUntil(
         [&] {
             checked = CheckFile(player.rig(), expect);
-            return checked.ok();
+            return checked.ok() || player.cancelled();
         },
         milliseconds(expect.timeout_ms()), kFilePollInterval);
     return checked;
+}
+
+Result<void> PlaySetProperty(StepPlayer& player, const StepCall& call) {
+    const tarvo_scenario::Property& property = call.step.set_property();
+    if (player.rig().SetProperty(property.name(), property.value())) return {};
+    return Error() << "the property store refuses " << property.name() << " = "
+                   << QuotedBytes(property.value());
 }
 
 Result<void> PlayExpectProperty(StepPlayer& player, const StepCall& call) {
@@ -97,10 +105,10 @@ Result<void> PlayExpectProperty(StepPlayer& player, const StepCall& call) {
     const std::optional<std::string> value = player.rig().Property(expect.name());
     if (!expect.has_value()) {
         if (!value) return {};
-        return Error() << "the property is " << Quoted(*value);
+        return Error() << "the property is " << QuotedBytes(*value);
     }
     if (!value) return Error() << "the property is not set";
-    if (*value != expect.value()) return Error() << "the property is " << Quoted(*value);
+    if (*value != expect.value()) return Error() << "the property is " << QuotedBytes(*value);
     return {};
 }
 

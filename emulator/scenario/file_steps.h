@@ -15,6 +15,8 @@ android::base::Result<void> PlayRemoveFile(StepPlayer& player, const StepCall& c
 // expect_file: a file's presence, content, size and mode, checked again until they hold or the
 // step's time is up.
 android::base::Result<void> PlayExpectFile(StepPlayer& player, const StepCall& call);
+// set_property: sets a system property now; an error when the store refuses it.
+android::base::Result<void> PlaySetProperty(StepPlayer& player, const StepCall& call);
 // expect_property: a property's value, or that it is not set.
 android::base::Result<void> PlayExpectProperty(StepPlayer& player, const StepCall& call);
 

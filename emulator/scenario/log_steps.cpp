@@ -57,7 +57,11 @@ Result<void> PlayExpectLog(StepPlayer& player, const StepCall& call) {
         if (count == expect.count()) return {};
         return Errorf("{} such log lines, not {}", count, expect.count());
     }
-    if (logs.Take(matches, timeout, first)) return {};
+    if (player.WaitUnlessCancelled(timeout, [&](milliseconds slice) {
+            return logs.Take(matches, slice, first).has_value();
+        })) {
+        return {};
+    }
     return Errorf("no such log line within {} ms", timeout.count())
            << NearestLogLines(logs.Untaken(), expect.priority(), tag,
                               expect.has_text_regex() ? expect.text_regex() : expect.text());

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <optional>
+#include <string>
+#include <type_traits>
 #include <vector>
 
 #include <google/protobuf/util/message_differencer.h>
@@ -11,6 +13,7 @@
 
 #include <android-base/result.h>
 
+#include "peers/transcript.h"
 #include "scenario/generated_data.h"
 #include "scenario/near_miss.h"
 #include "scenario/step_wait.h"
@@ -23,8 +26,10 @@ namespace tarvo_emu {
 
 namespace {
 
-// The innermost message set in `message`: the request or indication that its payload holds.
-google::protobuf::Message* InnermostPayload(google::protobuf::Message* message) {
+// The innermost message set in `message`: the request, response or indication that its payload
+// holds. `M` is a message, const or not.
+template <typename M>
+M* Innermost(M* message) {
     while (true) {
         const google::protobuf::Reflection* reflection = message->GetReflection();
         std::vector<const google::protobuf::FieldDescriptor*> fields;
@@ -34,8 +39,94 @@ google::protobuf::Message* InnermostPayload(google::protobuf::Message* message) 
                    !field->is_repeated();
         });
         if (nested == fields.end()) return message;
-        message = reflection->MutableMessage(message, *nested);
+        if constexpr (std::is_const_v<M>) {
+            message = &reflection->GetMessage(*message, *nested);
+        } else {
+            message = reflection->MutableMessage(message, *nested);
+        }
     }
+}
+
+const google::protobuf::Message* InnermostPayload(const google::protobuf::Message* message) {
+    return Innermost(message);
+}
+
+google::protobuf::Message* InnermostPayload(google::protobuf::Message* message) {
+    return Innermost(message);
+}
+
+// The `data` field of the message's payload; none when its payload has no such field.
+std::optional<std::string> PayloadData(const tarvo_message::TarvoMessage& message) {
+    const google::protobuf::Message* payload = InnermostPayload(&message);
+    const google::protobuf::FieldDescriptor* field =
+        payload->GetDescriptor()->FindFieldByName("data");
+    if (field == nullptr || field->type() != google::protobuf::FieldDescriptor::TYPE_BYTES) {
+        return std::nullopt;
+    }
+    return payload->GetReflection()->GetString(*payload, field);
+}
+
+// A field of the payload's innermost message that a transfer sets, of the type it must have.
+Result<const google::protobuf::FieldDescriptor*> TransferField(
+    const google::protobuf::Message& payload, const std::string& name,
+    google::protobuf::FieldDescriptor::Type type) {
+    const google::protobuf::FieldDescriptor* field = payload.GetDescriptor()->FindFieldByName(name);
+    if (field == nullptr || field->type() != type) {
+        return Error() << payload.GetDescriptor()->name() << " has no " << name << " field";
+    }
+    return field;
+}
+
+// Reads `data` back in blocks: one read request per block, each response's data checked
+// against the block's bytes.
+Result<void> PlayReadTrain(Rig& rig, const tarvo_scenario::GeneratedSend& send,
+                           const std::string& data) {
+    using google::protobuf::FieldDescriptor;
+    tarvo_message::TarvoMessage message = send.message();
+    google::protobuf::Message* request = InnermostPayload(&message);
+    const Result<const FieldDescriptor*> offset_field =
+        TransferField(*request, "offset", FieldDescriptor::TYPE_UINT32);
+    const Result<const FieldDescriptor*> size_field =
+        TransferField(*request, "max_data_size", FieldDescriptor::TYPE_UINT32);
+    if (!offset_field.ok() || !size_field.ok()) {
+        return Error() << request->GetDescriptor()->name()
+                       << " has no data field to send, nor offset and max_data_size to read by";
+    }
+    if (!send.has_block_size() || send.block_size() == 0) {
+        return Error() << "a read train needs a block_size above 0";
+    }
+    const google::protobuf::Reflection* reflection = request->GetReflection();
+    const uint32_t first_offset = reflection->GetUInt32(*request, *offset_field);
+    const milliseconds timeout = StepTimeout(send.has_timeout_ms(), send.timeout_ms());
+    const uint32_t first_token = message.token();
+    for (size_t start = 0, block = 0; start < data.size(); start += send.block_size(), ++block) {
+        const std::string expected = data.substr(start, send.block_size());
+        const uint32_t token = first_token + block;
+        message.set_token(token);
+        reflection->SetUInt32(request, *offset_field, first_offset + start);
+        reflection->SetUInt32(request, *size_field, expected.size());
+        rig.Send(message);
+        const std::optional<tarvo_message::TarvoMessage> response = rig.modem().Await(
+            [token](const tarvo_message::TarvoMessage& response) {
+                return response.type() == tarvo_message::RESPONSE && response.token() == token;
+            },
+            timeout);
+        if (!response) {
+            return Errorf("no response to the read at {} (token {}) within {} ms", start, token,
+                          timeout.count());
+        }
+        if (response->result() != 0) {
+            return Errorf("the read at {} (token {}) failed: {{ {} }}", start, token,
+                          ShortText(*response));
+        }
+        const std::optional<std::string> read = PayloadData(*response);
+        if (!read) return Errorf("the response to the read at {} holds no data", start);
+        if (*read != expected) {
+            return Errorf("the read at {} (token {}) holds other bytes: ", start, token)
+                   << FirstDifference(*read, expected, start);
+        }
+    }
+    return {};
 }
 
 // The payloads of both messages equal, field presence included; headers are not compared.
@@ -62,34 +153,33 @@ Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
     const std::string data = GeneratedBytes(send.data());
     tarvo_message::TarvoMessage message = send.message();
     google::protobuf::Message* payload = InnermostPayload(&message);
-    const FieldDescriptor* data_field = payload->GetDescriptor()->FindFieldByName("data");
-    if (data_field == nullptr || data_field->type() != FieldDescriptor::TYPE_BYTES) {
-        return Error() << payload->GetDescriptor()->name() << " has no data field";
-    }
+    const Result<const FieldDescriptor*> data_field =
+        TransferField(*payload, "data", FieldDescriptor::TYPE_BYTES);
+    if (!data_field.ok()) return PlayReadTrain(rig, send, data);
     const google::protobuf::Reflection* reflection = payload->GetReflection();
     if (!send.has_block_size()) {
-        reflection->SetString(payload, data_field, data);
+        reflection->SetString(payload, *data_field, data);
         rig.Send(message);
         return {};
     }
     if (send.block_size() == 0) return Error() << "block_size 0";
-    const FieldDescriptor* offset_field = payload->GetDescriptor()->FindFieldByName("offset");
-    if (offset_field == nullptr || offset_field->type() != FieldDescriptor::TYPE_UINT32) {
-        return Error() << payload->GetDescriptor()->name() << " has no offset field";
-    }
-    const uint32_t first_offset = reflection->GetUInt32(*payload, offset_field);
+    const Result<const FieldDescriptor*> offset_field =
+        TransferField(*payload, "offset", FieldDescriptor::TYPE_UINT32);
+    if (!offset_field.ok()) return Error() << offset_field.error().message();
+    const uint32_t first_offset = reflection->GetUInt32(*payload, *offset_field);
     const milliseconds timeout = StepTimeout(send.has_timeout_ms(), send.timeout_ms());
     const uint32_t first_token = message.token();
     for (size_t start = 0, block = 0; start < data.size(); start += send.block_size(), ++block) {
         const uint32_t token = first_token + block;
         message.set_token(token);
-        reflection->SetUInt32(payload, offset_field, first_offset + start);
-        reflection->SetString(payload, data_field, data.substr(start, send.block_size()));
+        reflection->SetUInt32(payload, *offset_field, first_offset + start);
+        reflection->SetString(payload, *data_field, data.substr(start, send.block_size()));
         rig.Send(message);
         const auto answers = [token](const tarvo_message::TarvoMessage& response) {
             return response.type() == tarvo_message::RESPONSE && response.token() == token;
         };
-        if (!rig.modem().WaitFor(answers, timeout)) {
+        if (!player.WaitUnlessCancelled(
+                timeout, [&](milliseconds slice) { return rig.modem().WaitFor(answers, slice); })) {
             return Errorf("no response to the block at {} (token {}) within {} ms", start, token,
                           timeout.count());
         }
@@ -120,25 +210,47 @@ Result<void> PlayExpect(StepPlayer& player, const StepCall& call) {
     const tarvo_scenario::Expect& expect = call.step.expect();
     Rig& rig = player.rig();
     const milliseconds timeout = StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
-    if (expect.exact_payload()) {
-        tarvo_message::TarvoMessage header = expect.message();
-        header.clear_payload();
-        const auto matches = [&](const tarvo_message::TarvoMessage& message) {
-            return PartiallyMatches(header, message) && PayloadsEqual(expect.message(), message);
-        };
-        if (rig.modem().Await(matches, timeout)) return {};
-    } else if (rig.AwaitMessage(expect.message(), timeout)) {
+    std::optional<std::string> data;
+    if (expect.has_data()) data = GeneratedBytes(expect.data());
+    tarvo_message::TarvoMessage header = expect.message();
+    header.clear_payload();
+    // Every field but the generated data, which is compared apart.
+    const auto matches_but_data = [&](const tarvo_message::TarvoMessage& message) {
+        if (!expect.exact_payload()) return PartiallyMatches(expect.message(), message);
+        return PartiallyMatches(header, message) && PayloadsEqual(expect.message(), message);
+    };
+    const auto matches = [&](const tarvo_message::TarvoMessage& message) {
+        return matches_but_data(message) && (!data || PayloadData(message) == data);
+    };
+    if (player.WaitUnlessCancelled(timeout, [&](milliseconds slice) {
+            return rig.modem().Await(matches, slice).has_value();
+        })) {
         return {};
     }
-    return Errorf("no such message from the daemon within {} ms", timeout.count())
-           << NearestMessages(rig.modem().untaken(), expect.message(), expect.exact_payload());
+    Error failure;
+    failure << fmt::format("no such message from the daemon within {} ms", timeout.count());
+    const std::vector<tarvo_message::TarvoMessage> untaken = rig.modem().untaken();
+    if (data) {
+        const auto near = std::find_if(untaken.begin(), untaken.end(), matches_but_data);
+        if (near != untaken.end()) {
+            const std::optional<std::string> sent = PayloadData(*near);
+            return failure << "; the earliest that matches but for its data, token "
+                           << near->token() << ": "
+                           << (sent ? FirstDifference(*sent, *data) : "it has no data field");
+        }
+    }
+    return failure << NearestMessages(untaken, expect.message(), expect.exact_payload());
 }
 
 Result<void> PlayExpectSilence(StepPlayer& player, const StepCall& call) {
-    std::optional<tarvo_message::TarvoMessage> message =
-        player.rig().modem().NextNew(milliseconds(call.step.expect_silence_ms()));
-    if (!message) return {};
-    return Error() << "the daemon sent { " << ShortText(*message) << " }";
+    const auto& received = player.rig().modem().received_events();
+    const size_t before = received.size();
+    player.WaitUnlessCancelled(
+        milliseconds(call.step.expect_silence_ms()), [&](milliseconds slice) {
+            return player.rig().modem().NextNew(slice).has_value() || received.size() > before;
+        });
+    if (received.size() == before) return {};
+    return Error() << "the daemon sent { " << ShortText(received.All()[before]) << " }";
 }
 
 }  // namespace tarvo_emu

@@ -10,6 +10,7 @@
 #include <android-base/strings.h>
 
 #include "peers/transcript.h"
+#include "scenario/nearest_names.h"
 #include "scenario/scenario.pb.h"
 
 namespace tarvo_emu {
@@ -26,6 +27,8 @@ constexpr size_t kLongestCompared = 512;
 constexpr size_t kLogLinesCompared = 2000;
 // Bytes of a file shown when an expectation on it failed.
 constexpr size_t kFileBytesShown = 256;
+// Bytes shown before a first difference, and as many from it on.
+constexpr size_t kBytesAroundDifference = 16;
 
 // Each line of `report` indented, long lines cut.
 std::string Indented(const std::string& report, const std::string& indent) {
@@ -66,22 +69,10 @@ std::string DifferenceReport(const tarvo_message::TarvoMessage& expected,
     return report + payload_report;
 }
 
-// Bytes to change to turn one text into the other (Levenshtein), over their first bytes.
-size_t EditDistance(const std::string& a_text, const std::string& b_text) {
-    const std::string_view a = std::string_view(a_text).substr(0, kLongestCompared);
-    const std::string_view b = std::string_view(b_text).substr(0, kLongestCompared);
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
-    for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= b.size(); ++j) {
-            const size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
-            diagonal = above;
-        }
-    }
-    return row[b.size()];
+// Bytes to change to turn one text into the other, over their first bytes.
+size_t PrefixEditDistance(const std::string& a, const std::string& b) {
+    return EditDistance(std::string_view(a).substr(0, kLongestCompared),
+                        std::string_view(b).substr(0, kLongestCompared));
 }
 
 std::string PriorityName(int priority) {
@@ -132,7 +123,7 @@ std::string NearestLogLines(std::vector<LogLine> untaken, int priority, const st
     constexpr size_t kOtherPriority = 4;
     std::vector<std::pair<size_t, const LogLine*>> nearest;
     for (const LogLine& line : untaken) {
-        size_t distance = EditDistance(text, line.text);
+        size_t distance = PrefixEditDistance(text, line.text);
         if (line.tag != tag) distance += kOtherTag;
         if (priority != 0 && line.priority != priority) distance += kOtherPriority;
         nearest.emplace_back(distance, &line);
@@ -160,21 +151,22 @@ std::string NearestLogLines(std::vector<LogLine> untaken, int priority, const st
     return shown;
 }
 
-std::string FirstDifference(const std::string& actual, const std::string& expected) {
+std::string FirstDifference(const std::string& actual, const std::string& expected, uint64_t base) {
     const auto [at, _] =
         std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
     const size_t offset = at - actual.begin();
-    if (offset < actual.size() && offset < expected.size()) {
-        return fmt::format("byte {} is 0x{:02x}, not 0x{:02x}", offset,
-                           static_cast<unsigned char>(actual[offset]),
-                           static_cast<unsigned char>(expected[offset]));
-    }
-    return fmt::format("{} bytes, not {}, alike up to the shorter's end", actual.size(),
-                       expected.size());
-}
-
-std::string Quoted(const std::string& bytes) {
-    return "\"" + google::protobuf::CEscape(bytes) + "\"";
+    const std::string sizes =
+        actual.size() == expected.size()
+            ? fmt::format("{} bytes on both sides", actual.size())
+            : fmt::format("{} bytes here, {} expected", actual.size(), expected.size());
+    const size_t from = offset - std::min(offset, kBytesAroundDifference);
+    const auto around = [&](const std::string& bytes) {
+        return QuotedBytes(bytes.substr(std::min(from, bytes.size()), 2 * kBytesAroundDifference));
+    };
+    const bool differs = offset < actual.size() && offset < expected.size();
+    return fmt::format("{} byte {} ({}); from byte {}: {} here, {} expected",
+                       differs ? "first difference at" : "alike up to", base + offset, sizes,
+                       base + from, around(actual), around(expected));
 }
 
 std::string Holdings(const std::string& content, std::optional<mode_t> mode) {

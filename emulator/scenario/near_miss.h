@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,11 +28,12 @@ std::string NearestMessages(const std::vector<tarvo_message::TarvoMessage>& unta
 std::string NearestLogLines(std::vector<LogLine> untaken, int priority, const std::string& tag,
                             const std::string& text);
 
-// Where two contents first differ, for a failure that does not print megabytes.
-std::string FirstDifference(const std::string& actual, const std::string& expected);
-
-// Bytes in quotes, escaped as in C, as a failure shows a value.
-std::string Quoted(const std::string& bytes);
+// Where two contents first differ and the bytes around it on both sides, for a failure that
+// does not print megabytes: "first difference at byte 51200 (204800 bytes on both sides); from
+// byte 51184: "..." here, "..." expected". Offsets are counted from `base`, where `actual` starts
+// in a larger whole.
+std::string FirstDifference(const std::string& actual, const std::string& expected,
+                            uint64_t base = 0);
 
 // A file's size, mode and first bytes, for a failed expectation on it.
 std::string Holdings(const std::string& content, std::optional<mode_t> mode);

@@ -9,6 +9,7 @@
 
 #include <android-base/result.h>
 
+#include "peers/transcript.h"
 #include "scenario/near_miss.h"
 #include "scenario/step_wait.h"
 
@@ -66,7 +67,7 @@ Result<void> PlayExpectThermalWrites(StepPlayer& player, const StepCall& call) {
     }
     if (writes == expected) return {};
     std::string shown;
-    for (const std::string& write : writes) shown += " " + Quoted(write);
+    for (const std::string& write : writes) shown += " " + QuotedBytes(write);
     return Errorf("{} writes:", writes.size()) << shown;
 }
 

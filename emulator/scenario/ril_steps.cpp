@@ -28,15 +28,23 @@ Result<void> PlayExpectRil(StepPlayer& player, const StepCall& call) {
     const milliseconds timeout = StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
     std::optional<std::string> data;
     if (expect.has_data()) data = expect.data();
-    if (player.rig().AwaitRil(expect.request(), data, timeout)) return {};
+    if (player.WaitUnlessCancelled(timeout, [&](milliseconds slice) {
+            return player.rig().AwaitRil(expect.request(), data, slice).has_value();
+        })) {
+        return {};
+    }
     return Errorf("no such RIL request within {} ms", timeout.count());
 }
 
 Result<void> PlayExpectRilSilence(StepPlayer& player, const StepCall& call) {
-    std::optional<RilRequest> request =
-        player.rig().ril().NextNew(milliseconds(call.step.expect_ril_silence_ms()));
-    if (!request) return {};
-    return Errorf("the daemon sent RIL request {}", request->request);
+    const auto& received = player.rig().ril().received_events();
+    const size_t before = received.size();
+    player.WaitUnlessCancelled(
+        milliseconds(call.step.expect_ril_silence_ms()), [&](milliseconds slice) {
+            return player.rig().ril().NextNew(slice).has_value() || received.size() > before;
+        });
+    if (received.size() == before) return {};
+    return Errorf("the daemon sent RIL request {}", received.All()[before].request);
 }
 
 }  // namespace tarvo_emu

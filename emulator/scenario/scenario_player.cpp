@@ -1,5 +1,7 @@
 #include "scenario/scenario_player.h"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 
 #include "scenario/scenario_recorder.h"
@@ -14,8 +16,9 @@ using tarvo_scenario::Step;
 namespace tarvo_emu {
 
 ScenarioSession::ScenarioSession(const Scenario& setup, std::ostream* transcript,
-                                 const ScenarioOrigin* origin, std::ostream* full_transcript)
-    : rig_(RigOptionsOf(setup, transcript, full_transcript)),
+                                 const ScenarioOrigin* origin, std::ostream* full_transcript,
+                                 RigHooks hooks)
+    : rig_(RigOptionsOf(setup, transcript, full_transcript), std::move(hooks)),
       player_(std::make_unique<StepPlayer>(&rig_, origin)),
       origin_(origin) {}
 
@@ -26,31 +29,48 @@ std::string ScenarioSession::Source() const {
 ScenarioSession::~ScenarioSession() = default;
 
 Result<void> ScenarioSession::Start() {
+    start_ = std::chrono::steady_clock::now();
     if (Result<void> started = rig_.Start(); !started.ok()) {
         return Error() << Source() << "the rig did not start: " << started.error();
     }
     return {};
 }
 
+void ScenarioSession::CancelStep() { player_->Cancel(); }
+
 Result<void> ScenarioSession::Play(const Step& step, int index) {
     if (recorder_ != nullptr) recorder_->BeforeStep(step, rig_);
     const StepPlace* place = origin_ != nullptr && index < static_cast<int>(origin_->steps.size())
                                  ? &origin_->steps[index]
                                  : nullptr;
+    player_->ClearCancel();
     const Result<void> played = player_->PlayNamed(step, fmt::format("step {}", index), place);
+    if (step.action_case() != Step::ACTION_NOT_SET) {
+        ++summary_.played;
+        ++(played.ok() ? summary_.passed : summary_.failed);
+    }
     if (played.ok()) return {};
     if (recorder_ != nullptr) recorder_->StepFailed();
     Result<void> health = rig_.CheckHealth();
     return Error() << played.error() << (health.ok() ? "" : "; " + health.error().message());
 }
 
-Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript,
-                          const std::string& record, const ScenarioOrigin* origin,
-                          std::ostream* full_transcript) {
-    ScenarioSession session(scenario, transcript, origin, full_transcript);
-    if (Result<void> started = session.Start(); !started.ok()) return started.error();
+PlaySummary ScenarioSession::Summary() const {
+    PlaySummary summary = summary_;
+    summary.elapsed = std::chrono::steady_clock::now() - start_;
+    return summary;
+}
+
+Result<void> PlayScenario(const Scenario& scenario, const PlayOptions& options) {
+    ScenarioSession session(scenario, options.transcript, options.origin, options.full_transcript,
+                            options.hooks);
+    session.rig().transcript().SetColour(options.colour);
+    if (Result<void> started = session.Start(); !started.ok()) {
+        if (options.summary != nullptr) *options.summary = session.Summary();
+        return started.error();
+    }
     ScenarioRecorder recorder(scenario);
-    if (!record.empty()) session.Record(&recorder);
+    if (!options.record.empty()) session.Record(&recorder);
     Result<void> played;
     for (int i = 0; i < scenario.step_size() && played.ok(); ++i) {
         played = session.Play(scenario.step(i), i);
@@ -60,8 +80,14 @@ Result<void> PlayScenario(const Scenario& scenario, std::ostream* transcript,
             played = Error() << session.Source() << health.error();
         }
     }
-    if (!record.empty()) {
-        if (Result<void> written = recorder.Write(record, session.rig()); !written.ok()) {
+    if (options.summary != nullptr) {
+        *options.summary = session.Summary();
+        options.summary->steps = std::count_if(
+            scenario.step().begin(), scenario.step().end(),
+            [](const Step& step) { return step.action_case() != Step::ACTION_NOT_SET; });
+    }
+    if (!options.record.empty()) {
+        if (Result<void> written = recorder.Write(options.record, session.rig()); !written.ok()) {
             return written.error();
         }
     }

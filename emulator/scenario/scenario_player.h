@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -7,6 +8,7 @@
 #include <android-base/result.h>
 
 #include "rig/rig.h"
+#include "scenario/play_summary.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/scenario_loader.h"
 
@@ -19,16 +21,22 @@ class StepPlayer;
 // file's by `tarvo-emu run`, each as it is typed by `tarvo-emu console`.
 class ScenarioSession {
   public:
-    // `origin`, when given, names the file and lines of the steps played by index.
+    // `origin`, when given, names the file and lines of the steps played by index; `hooks` go
+    // to the rig.
     ScenarioSession(const tarvo_scenario::Scenario& setup, std::ostream* transcript,
-                    const ScenarioOrigin* origin = nullptr,
-                    std::ostream* full_transcript = nullptr);
+                    const ScenarioOrigin* origin = nullptr, std::ostream* full_transcript = nullptr,
+                    RigHooks hooks = {});
     ~ScenarioSession();
 
     android::base::Result<void> Start();
     // Plays one step. The error names it (file and line when known, index from 0 and text form)
     // and says why it failed.
     android::base::Result<void> Play(const tarvo_scenario::Step& step, int index);
+    // Ends the step being played at its next wait (see StepPlayer::Cancel).
+    void CancelStep();
+    // The steps played so far (a step that is only a note not counted), and the time since
+    // Start.
+    PlaySummary Summary() const;
     // Every step played from now on goes to `recorder` too.
     void Record(ScenarioRecorder* recorder) { recorder_ = recorder; }
     Rig& rig() { return rig_; }
@@ -40,16 +48,32 @@ class ScenarioSession {
     std::unique_ptr<StepPlayer> player_;
     const ScenarioOrigin* origin_;
     ScenarioRecorder* recorder_ = nullptr;
+    PlaySummary summary_;
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+// How a scenario is played and where what it shows goes.
+struct PlayOptions {
+    // The transcript, long payloads shortened; none when null.
+    std::ostream* transcript = nullptr;
+    // The whole transcript, every payload in full; none when null.
+    std::ostream* full_transcript = nullptr;
+    // When not empty, the session is written there as a scenario, failed or not.
+    std::string record;
+    // Names the file and lines of the steps in failures.
+    const ScenarioOrigin* origin = nullptr;
+    // The steps' verdicts in colour on `transcript` (a terminal).
+    bool colour = false;
+    // When given, gets the steps played, passed and failed, and the time.
+    PlaySummary* summary = nullptr;
+    // Passed on to the rig.
+    RigHooks hooks = {};
 };
 
 // Plays a scenario on a fresh rig. Succeeds when every expectation held; otherwise the error
-// names the step (its file and line when `origin` is given, its index from 0 and text form), why
-// it failed and what came nearest to what it expected. With a `record` path, the session is
-// written there as a scenario, failed or not. `transcript` shows long payloads shortened;
-// `full_transcript`, when given, gets the whole transcript.
+// names the step (its file and line when the origin is given, its index from 0 and text form),
+// why it failed and what came nearest to what it expected.
 android::base::Result<void> PlayScenario(const tarvo_scenario::Scenario& scenario,
-                                         std::ostream* transcript, const std::string& record = {},
-                                         const ScenarioOrigin* origin = nullptr,
-                                         std::ostream* full_transcript = nullptr);
+                                         const PlayOptions& options = {});
 
 }  // namespace tarvo_emu

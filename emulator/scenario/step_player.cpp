@@ -55,7 +55,11 @@ constexpr std::pair<Step::ActionCase, StepHandler> kHandlers[] = {
     {Step::kSendGenerated, PlaySendGenerated},
     {Step::kExpectThermalWrites, PlayExpectThermalWrites},
     {Step::kSignalDaemon, PlaySignalDaemon},
+    {Step::kSetProperty, PlaySetProperty},
 };
+
+// The longest a wait goes on without looking whether its step was cancelled.
+constexpr std::chrono::milliseconds kCancelSlice{50};
 
 }  // namespace
 
@@ -83,16 +87,45 @@ Result<void> StepPlayer::PlayNamed(const Step& step, const std::string& name,
     const auto handler =
         std::find_if(std::begin(kHandlers), std::end(kHandlers),
                      [&step](const auto& entry) { return entry.first == step.action_case(); });
+    const auto start = std::chrono::steady_clock::now();
+    // A repeat's own steps say what they wait for.
+    if (!step.has_repeat()) wait_notice_.Begin(name, text);
     Result<void> played = Error() << "unknown step";
     if (handler != std::end(kHandlers))
         played = handler->second(*this, StepCall{step, name, place});
+    wait_notice_.End();
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    rig_->transcript().Verdict(played.ok(), played.ok() ? "ok" : "FAILED",
+                               fmt::format(" {} ({:.3f} s)", name, seconds));
     // A failure inside a repeat names its own step.
-    if (played.ok() || step.has_repeat()) return played;
+    // A cancelled step did not wait its time, whatever it saw meanwhile.
+    if ((played.ok() && !cancelled()) || step.has_repeat()) return played;
     std::string where;
     if (origin_ != nullptr && place != nullptr) {
         where = fmt::format("{}:{}: ", origin_->path, place->line);
     }
+    if (cancelled()) return Error() << where << name << " (" << text << ") cancelled";
     return Error() << where << name << " (" << text << ") failed: " << played.error();
+}
+
+bool StepPlayer::WaitUnlessCancelled(std::chrono::milliseconds timeout,
+                                     const std::function<bool(std::chrono::milliseconds)>& wait) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!cancelled()) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (wait(std::clamp(left, std::chrono::milliseconds(0), kCancelSlice))) return true;
+        if (left <= kCancelSlice) return false;
+    }
+    return false;
+}
+
+void StepPlayer::SleepUnlessCancelled(std::chrono::milliseconds duration) {
+    WaitUnlessCancelled(duration, [](std::chrono::milliseconds slice) {
+        std::this_thread::sleep_for(slice);
+        return false;
+    });
 }
 
 Result<pid_t> StepPlayer::AwaitDaemonPid() {

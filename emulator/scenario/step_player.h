@@ -2,7 +2,10 @@
 
 #include <sys/types.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -14,6 +17,7 @@
 #include "rig/rig.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/scenario_loader.h"
+#include "scenario/wait_notice.h"
 
 namespace tarvo_emu {
 
@@ -42,10 +46,11 @@ struct PlayState {
 };
 
 // Plays steps on a rig, each by the handler of its kind (see step_player.cpp), showing each in
-// the transcript before it is played.
+// the transcript before it is played and, once it is over, whether it held and how long it took.
 class StepPlayer {
   public:
-    StepPlayer(Rig* rig, const ScenarioOrigin* origin) : rig_(rig), origin_(origin) {}
+    StepPlayer(Rig* rig, const ScenarioOrigin* origin)
+        : rig_(rig), origin_(origin), wait_notice_(&rig->transcript()) {}
 
     // Plays the steps in order, up to the first failure, which names its file, line and step.
     // `places` are the steps' places in the file, when known.
@@ -61,6 +66,18 @@ class StepPlayer {
     Rig& rig() { return *rig_; }
     PlayState& state() { return state_; }
 
+    // Ends the step being played at its next wait, as a failure that says so. Safe to call from a
+    // signal handler or another thread; the next step begun clears it.
+    void Cancel() { cancelled_.store(true); }
+    void ClearCancel() { cancelled_.store(false); }
+    bool cancelled() const { return cancelled_.load(); }
+    // Calls `wait` with slices of `timeout` until it holds (true), the time is up or the step is
+    // cancelled (false), so that a cancel ends a long wait within a slice.
+    bool WaitUnlessCancelled(std::chrono::milliseconds timeout,
+                             const std::function<bool(std::chrono::milliseconds)>& wait);
+    // Sleeps for `duration`, or until the step is cancelled.
+    void SleepUnlessCancelled(std::chrono::milliseconds duration);
+
     // The daemon's pid, known from its first log line; an error when none came within the step
     // time.
     android::base::Result<pid_t> AwaitDaemonPid();
@@ -69,6 +86,8 @@ class StepPlayer {
     Rig* rig_;
     const ScenarioOrigin* origin_;
     PlayState state_;
+    std::atomic<bool> cancelled_ = false;
+    WaitNotice wait_notice_;
 };
 
 // Plays one kind of step; the error says why it failed.

@@ -1,8 +1,7 @@
 #include "soak/soak_model.h"
 
-#include <random>
-
 #include "rig/device_facts.h"
+#include "scenario/generated_data.h"
 
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
@@ -43,23 +42,6 @@ const std::vector<std::string>& TreeDirectories() {
 
 }  // namespace
 
-std::string GeneratedData(const tarvo_scenario::Generated& generated) {
-    std::string bytes;
-    if (generated.has_random_seed()) {
-        std::mt19937_64 random(generated.random_seed());
-        while (bytes.size() < generated.size()) {
-            const uint64_t word = random();
-            bytes.append(reinterpret_cast<const char*>(&word), sizeof(word));
-        }
-    } else if (generated.pattern().empty()) {
-        bytes.assign(generated.size(), '\0');
-    } else {
-        while (bytes.size() < generated.size()) bytes += generated.pattern();
-    }
-    bytes.resize(generated.size());
-    return bytes;
-}
-
 tarvo_scenario::Scenario SoakModel::Setup(uint64_t seed) {
     tarvo_scenario::Scenario setup;
     setup.set_initial_state(kModemOnline);
@@ -77,7 +59,7 @@ tarvo_scenario::Scenario SoakModel::Setup(uint64_t seed) {
     file("/mnt/vendor/modem_userdata/replay/a.bin", "replayed", 0600);
     file(FileTransferModel::Directories()[tarvo_message::FILE_DIR_UECAP] + "uecap.bin", "", 0644)
         .mutable_content()
-        ->assign(GeneratedData([] {
+        ->assign(GeneratedBytes([] {
             tarvo_scenario::Generated generated;
             generated.set_random_seed(7);
             generated.set_size(3001);
@@ -118,7 +100,7 @@ SoakModel::SoakModel(const tarvo_scenario::Scenario& setup)
             tarvo_scenario::Generated generated;
             generated.set_pattern(seeded.content());
             generated.set_size(seeded.size());
-            content = GeneratedData(generated);
+            content = GeneratedBytes(generated);
         }
         files_.Open(seeded.path(), seeded.mode()).content = std::move(content);
     }
@@ -156,7 +138,7 @@ std::vector<Step> SoakModel::Play(const Step& stimulus) {
             break;
         case Step::kSendGenerated: {
             TarvoMessage message = stimulus.send_generated().message();
-            const std::string data = GeneratedData(stimulus.send_generated().data());
+            const std::string data = GeneratedBytes(stimulus.send_generated().data());
             // The data field of the innermost request, as the player fills it.
             if (message.file().has_write_request()) {
                 message.mutable_file()->mutable_write_request()->set_data(data);

@@ -59,7 +59,4 @@ class SoakModel {
     size_t steps_since_mark_ = 0;
 };
 
-// The bytes that a scenario's generated data stands for, as the player makes them.
-std::string GeneratedData(const tarvo_scenario::Generated& generated);
-
 }  // namespace tarvo_emu

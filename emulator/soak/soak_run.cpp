@@ -2,9 +2,9 @@
 
 #include <unistd.h>
 
-#include <fstream>
 #include <iostream>
 
+#include <android-base/file.h>
 #include <android-base/stringprintf.h>
 
 #include "scenario/scenario_loader.h"
@@ -185,17 +185,16 @@ int RunSoak(const SoakOptions& options) {
             : "No replay diverged alike (a timing of the run's own); the whole run is kept.\n";
     header += "Divergence: " + shrunk.outcome.message + "\n";
     header += "Play it: tarvo-emu run " + options.out;
-    std::ofstream out(options.out);
-    out << Commented(header) << "\n"
-        << ScenarioText(SoakScenario(setup, shrunk.stimuli, shrunk.numbers));
-    out.close();
-    if (!out) {
+    if (!android::base::WriteStringToFile(
+            Commented(header) + "\n" +
+                ScenarioText(SoakScenario(setup, shrunk.stimuli, shrunk.numbers)),
+            options.out, /*follow_symlinks=*/true)) {
         fprintf(stderr, "soak: cannot write %s\n", options.out.c_str());
         return 1;
     }
     // The file as `tarvo-emu run` reads it must fail too.
     Result<tarvo_scenario::Scenario> written = LoadScenario(options.out);
-    const bool fails_on_run = written.ok() && !PlayScenario(*written, nullptr).ok();
+    const bool fails_on_run = written.ok() && !PlayScenario(*written).ok();
     printf("soak: %s stimuli of %zu kept (%zu replays, %.0f s); scenario written to %s\n",
            std::to_string(shrunk.stimuli.size()).c_str(), stimuli.size(), shrunk.replays,
            shrink_seconds, options.out.c_str());

@@ -35,4 +35,10 @@ refused() {
 refused strace_cut.txt cat "line 24: strace's -s cut the read's 62 bytes after 32; capture with -s 70000"
 # Without -y and without the open, nothing tells which descriptor is the node.
 refused strace_no_y.txt "grep -v openat" "no descriptor is known as /dev/oem_ipc1 (reads and writes on 4): capture with -y, or give --fd N"
+# An escaped quote, and a backslash escaped before the closing quote, in strace's C escapes.
+escaped=$(printf '%s\n' '1 read(4</dev/oem_ipc1>, "\377\"\\", 65568) = 3' | "$emu" decode)
+if [ "$escaped" != '   0.000  modem > tarvo  raw 3 bytes "\377\"\\"' ]; then
+    echo "FAILED: a buffer ending in an escaped backslash reads as: $escaped" >&2
+    failed=1
+fi
 exit $failed

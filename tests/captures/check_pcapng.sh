@@ -1,7 +1,9 @@
 #!/bin/sh
 # Plays a scenario that holds the largest message the daemon reads (65,568 bytes), writes its
-# transcript as pcapng, and has Debian's tshark decode it with the schema: every message must come
-# out as a protobuf packet, in its direction, with its fields.
+# transcript as pcapng, and has Debian's tshark decode it with nothing but the profile that
+# `tarvo-emu wireshark-profile` writes: every message must come out as a protobuf packet, in its
+# direction, between the named ends, with its fields. Then a session that `run --pcapng` takes at
+# the node, with a fault and log lines.
 # Usage: check_pcapng.sh TARVO_EMU SOURCE_DIR WORK_DIR
 set -eu
 emu=$1 source=$2 work=$3
@@ -9,10 +11,9 @@ mkdir -p "$work"
 "$emu" run "$source/tests/scenarios/largest_message.textproto" --quiet \
     --transcript "$work/largest.transcript"
 "$emu" decode "$work/largest.transcript" --pcapng "$work/largest.pcapng" >/dev/null
-tshark -r "$work/largest.pcapng" \
-    -o "uat:protobuf_search_paths:\"$source/proto\",\"TRUE\"" \
-    -o 'uat:protobuf_udp_message_types:"40001-40002","tarvo_message.TarvoMessage"' \
-    -o protobuf.preload_protos:TRUE -o protobuf.pbf_as_hf:TRUE -N n \
+rm -rf "$work/wireshark"
+"$emu" wireshark-profile "$work/wireshark/profiles/tarvo"
+WIRESHARK_CONFIG_DIR="$work/wireshark" tshark -C tarvo -r "$work/largest.pcapng" \
     -Y protobuf -T fields -E separator=, -e _ws.col.Source -e _ws.col.Destination \
     -e pbf.tarvo_message.TarvoMessage.type -e pbf.tarvo_message.TarvoMessage.token \
     -e frame.packet_flags_direction -e pbf.tarvo_message.FileWriteRequest.data \
@@ -31,3 +32,23 @@ fi
 # The data field of the 65,568-byte message arrived whole: 65,539 bytes "x", in hex.
 grep '^modem,tarvo,1,1,' "$work/largest.fields" | cut -d, -f6 | tr -d '\n' | wc -c |
     grep -qx "$((65539 * 2))"
+
+# A session taken at the node by `run --pcapng`: the end of file injected is a packet whose comment
+# names it, after the request and response before it and before the daemon's line about it;
+# the daemon's and its RIL library's log lines are logcat packets in the same timeline.
+"$emu" run "$source/tests/scenarios/end_of_file_errno.textproto" --quiet --pcapng "$work/eof.pcapng"
+WIRESHARK_CONFIG_DIR="$work/wireshark" tshark -C tarvo -r "$work/eof.pcapng" \
+    -T fields -E separator='|' -e frame.comment -e logcat_text.tag -e logcat_text.log -e pbf.tarvo_message.TarvoMessage.type \
+    -e pbf.tarvo_message.TarvoMessage.token >"$work/eof.fields"
+order=$(awk -F'|' '
+    $4 == 1 && $5 == 1 { print "request" }
+    $4 == 2 && $5 == 1 { print "response" }
+    $1 == "fault on oem_ipc1: end of file" { print "fault" }
+    $2 == "tarvo" && $3 == "Read channel error, size:0, errno:2" { print "log" }' "$work/eof.fields" |
+    tr '\n' ' ')
+if [ "$order" != "request response fault log " ]; then
+    printf 'run --pcapng: the request, its response, the fault and its log line came as: %s\n' \
+        "$order" >&2
+    exit 1
+fi
+grep -q '^|libvekril-client|RilClientHelperDLImpl::Open|' "$work/eof.fields"

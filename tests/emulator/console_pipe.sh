@@ -14,7 +14,19 @@ grep -q 'tarvo > modem  { type: REQUEST message_id: 5' console_pipe.txt || {
     echo "console_pipe.txt does not show the modem statistics request" >&2
     exit 1
 }
-"$emu" run console_pipe.textproto --quiet
+# The session ends with its summary.
+grep -qE '^[0-9]+ steps played, [0-9]+ passed, 0 failed, [0-9.]+ s$' console_pipe.txt || {
+    echo "console_pipe.txt does not end with the summary" >&2
+    exit 1
+}
+# Quiet, a passing run prints its summary only.
+"$emu" run console_pipe.textproto --quiet > quiet_run.txt
+grep -qxE 'PASSED console_pipe.textproto: [0-9]+ steps played, [0-9]+ passed, 0 failed, [0-9.]+ s' \
+    quiet_run.txt && [ "$(wc -l < quiet_run.txt)" -eq 1 ] || {
+    echo "a quiet run printed more or less than its summary:" >&2
+    cat quiet_run.txt >&2
+    exit 1
+}
 
 "$emu" run "$tests/scenarios/demo.textproto" --quiet --record run_record.textproto
 "$emu" run run_record.textproto --quiet

@@ -99,13 +99,13 @@ TEST(ConsoleTest, PlaysTypedStepsWithCompletionAndRecordsThem) {
     ASSERT_TRUE(console.Shows("tarvo> ")) << console.shown();
 
     // A step name completed; the daemon's line comes after the step, while the prompt waits.
-    console.Type("modem_st\t: 4\r");
+    console.Type("modem_st\t4\r");
     ASSERT_TRUE(console.Shows("step 0: modem_state: 4")) << console.shown();
     ASSERT_TRUE(console.Shows("I tarvo: Modem state changed from 0 to 4")) << console.shown();
     // A field name completed, in a step that goes on on a second line.
     console.Type("expect_log {\r");
     ASSERT_TRUE(console.Shows("...> ")) << console.shown();
-    console.Type("prio\t: INF\t text: \"Modem state changed from 0 to 4\" }\r");
+    console.Type("prio\tINF\ttext: \"Modem state changed from 0 to 4\" }\r");
     ASSERT_TRUE(console.Shows(
         "step 1: expect_log { priority: INFO text: \"Modem state changed from 0 to 4\" }"))
         << console.shown();
@@ -113,6 +113,7 @@ TEST(ConsoleTest, PlaysTypedStepsWithCompletionAndRecordsThem) {
     console.Type("quit\r");
     EXPECT_EQ(console.Status(), 0) << console.shown();
     EXPECT_EQ(console.shown().find("FAILED"), std::string::npos) << console.shown();
+    EXPECT_EQ(console.shown().find("fuse:"), std::string::npos) << console.shown();
     EXPECT_TRUE(console.TreesRemoved());
 
     std::string recorded;
@@ -120,12 +121,54 @@ TEST(ConsoleTest, PlaysTypedStepsWithCompletionAndRecordsThem) {
     EXPECT_NE(recorded.find("step { modem_state: 4 }\n"), std::string::npos) << recorded;
 }
 
-TEST(ConsoleTest, EndsCleanlyOnSigterm) {
-    PtyConsole console({});
-    ASSERT_TRUE(console.Shows("Start modem state monitoring")) << console.shown();
+// Ctrl-C takes back what is under way, never the session; SIGTERM ends it with the recording.
+TEST(ConsoleTest, CtrlCCancelsAndSigtermKeepsTheRecording) {
+    TemporaryDir dir;
+    const std::string record = std::string(dir.path) + "/session.textproto";
+    PtyConsole console({"--record", record});
+    ASSERT_TRUE(console.Shows("Modem state changed from -1 to 0")) << console.shown();
+    ASSERT_TRUE(console.Shows("tarvo> ")) << console.shown();
+
+    // At an idle prompt.
+    console.Type("\x03");
+    ASSERT_TRUE(console.Shows("^C\r\ntarvo> ")) << console.shown();
+    // A step kind completed with its colon: the value alone follows.
+    console.Type("modem_sta\t4\r");
+    ASSERT_TRUE(console.Shows("step 0: modem_state: 4")) << console.shown();
+    ASSERT_TRUE(console.Shows("I tarvo: Modem state changed from 0 to 4")) << console.shown();
+    // On a half-typed line, and on a step begun on an earlier line: the next line starts afresh.
+    console.Type("expect_log {\r");
+    ASSERT_TRUE(console.Shows("...> ")) << console.shown();
+    console.Type("prio\x03");
+    ASSERT_TRUE(console.Shows("^C\r\ntarvo> ")) << console.shown();
+    console.Type("modem_state: 2\r");
+    ASSERT_TRUE(console.Shows("step 1: modem_state: 2")) << console.shown();
+    ASSERT_TRUE(console.Shows("I tarvo: Modem state changed from 4 to 2")) << console.shown();
+    // In the middle of a step longer than the test waits.
+    console.Type("sleep_ms: 600000\r");
+    ASSERT_TRUE(console.Shows("step 2: sleep_ms: 600000")) << console.shown();
+    console.Type("\x03");
+    ASSERT_TRUE(console.Shows("step 2 (sleep_ms: 600000) cancelled")) << console.shown();
+    console.Type("modem_state: 4\r");
+    ASSERT_TRUE(console.Shows("I tarvo: Modem state changed from 2 to 4")) << console.shown();
+    // A step's own help, and the nearest names to one misspelt.
+    console.Type("help expect_log\r");
+    ASSERT_TRUE(console.Shows("text_regex")) << console.shown();
+    ASSERT_TRUE(console.Shows("For example:")) << console.shown();
+    console.Type("modem_stat: 0\r");
+    ASSERT_TRUE(console.Shows("did you mean modem_state?")) << console.shown();
+    ASSERT_TRUE(console.Shows("tarvo> ")) << console.shown();
+
     kill(console.pid(), SIGTERM);
     EXPECT_EQ(console.Status(), 128 + SIGTERM) << console.shown();
     EXPECT_TRUE(console.TreesRemoved());
+    EXPECT_EQ(console.shown().find("fuse:"), std::string::npos) << console.shown();
+    EXPECT_EQ(console.shown().find("FAILED"), std::string::npos) << console.shown();
+    std::string recorded;
+    ASSERT_TRUE(android::base::ReadFileToString(record, &recorded)) << console.shown();
+    EXPECT_NE(recorded.find("step { modem_state: 2 }\n"), std::string::npos) << recorded;
+    EXPECT_NE(recorded.find("# failed: step { sleep_ms: 600000 }\n"), std::string::npos)
+        << recorded;
 }
 
 TEST(ConsoleTest, HelpHasAnExampleOfEveryStepKind) {

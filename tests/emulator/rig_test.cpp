@@ -9,6 +9,8 @@
 
 #include <filesystem>
 #include <future>
+#include <regex>
+#include <sstream>
 #include <string>
 
 #include <android/log.h>
@@ -106,7 +108,7 @@ TEST(ScenarioPlayerTest, NamesTheStepThatFailedAndWhatCameNearest) {
         step { expect_log { priority: INFO text: "IO handler started" } }
         step { expect_log { priority: ERROR text: "Start modem state monitorin" timeout_ms: 300 } }
     )");
-    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, nullptr);
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario);
     ASSERT_FALSE(played.ok());
     const std::string failure = played.error().message();
     EXPECT_EQ(failure.rfind("step 1 (expect_log { priority: ERROR text: \"Start modem state "
@@ -119,6 +121,82 @@ TEST(ScenarioPlayerTest, NamesTheStepThatFailedAndWhatCameNearest) {
                            "priority INFO, not ERROR; text differs from byte 27"),
               std::string::npos)
         << failure;
+}
+
+TEST(ScenarioPlayerTest, SaysWhenEachStepWasMetWhatALongWaitIsForAndSumsUp) {
+    const auto scenario = ParseScenario(R"(
+        step { expect_log { priority: INFO text: "IO handler started" } }
+        step { note: "only a note" }
+        step { expect_silence_ms: 1300 }
+        step { expect_log { text: "never printed" timeout_ms: 100 } }
+        step { sleep_ms: 1 }
+    )");
+    std::ostringstream out;
+    tarvo_emu::PlaySummary summary;
+    tarvo_emu::PlayOptions options;
+    options.transcript = &out;
+    options.summary = &summary;
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, options);
+    ASSERT_FALSE(played.ok());
+    const std::string transcript = out.str();
+    // Each verdict follows what met the step, and gives the time the step took.
+    const size_t started = transcript.find("I tarvo: IO handler started\n");
+    const size_t met = transcript.find("ok step 0 (");
+    ASSERT_NE(met, std::string::npos) << transcript;
+    EXPECT_LT(started, met) << transcript;
+    EXPECT_NE(transcript.find("waiting 1 s so far on step 2: expect_silence_ms: 1300\n"),
+              std::string::npos)
+        << transcript;
+    // The time a verdict gives; a loaded machine may take longer, never much shorter.
+    const auto seconds = [&](const std::string& verdict) {
+        std::smatch match;
+        const std::regex pattern(verdict + R"( \(([0-9.]+) s\))");
+        return std::regex_search(transcript, match, pattern) ? std::stod(match[1]) : -1.0;
+    };
+    EXPECT_GE(seconds("ok step 2"), 1.29) << transcript;
+    EXPECT_GE(seconds("FAILED step 3"), 0.09) << transcript;
+    EXPECT_EQ(transcript.find("waiting 1 s so far on step 3"), std::string::npos) << transcript;
+    EXPECT_EQ(transcript.find("step 1"), std::string::npos) << transcript;
+    EXPECT_EQ(transcript.find("step 4"), std::string::npos) << transcript;
+    EXPECT_EQ(tarvo_emu::SummaryText(summary).rfind("3 of 4 steps played, 2 passed, 1 failed, ", 0),
+              0u)
+        << tarvo_emu::SummaryText(summary);
+}
+
+TEST(ScenarioPlayerTest, GeneratedDataThatDiffersIsShownWhereItDiffers) {
+    // The file is 70000 x; the generator's bytes turn to y at 40000, in the read of the second
+    // block.
+    const auto train = ParseScenario(R"(
+        initial_state: 4
+        file { path: "/data/vendor/radio/mds/x" content: "x" size: 70000 }
+        step { send_generated {
+          message { type: REQUEST token: 10 file { read_request { file_name: "x" file_dir: 1 } } }
+          data { pattern: "xy" run: 40000 size: 70000 }
+          block_size: 32768 } }
+    )");
+    const android::base::Result<void> read = tarvo_emu::PlayScenario(train);
+    ASSERT_FALSE(read.ok());
+    EXPECT_NE(read.error().message().find(
+                  "the read at 32768 (token 11) holds other bytes: first difference at byte "
+                  "40000 (32768 bytes on both sides); from byte 39984: \"xxxxxxxxxxxxxxxx"
+                  "xxxxxxxxxxxxxxxx\" here, \"xxxxxxxxxxxxxxxxyyyyyyyyyyyyyyyy\" expected"),
+              std::string::npos)
+        << read.error().message();
+
+    const auto whole = ParseScenario(R"(
+        initial_state: 4
+        file { path: "/data/vendor/radio/mds/x" content: "x" size: 70000 }
+        step { send { type: REQUEST token: 20 file { read_request {
+                 file_name: "x" file_dir: 1 offset: 0 max_data_size: 100 } } } }
+        step { expect { message { token: 20 } data { pattern: "x" size: 99 } timeout_ms: 500 } }
+    )");
+    const android::base::Result<void> expected = tarvo_emu::PlayScenario(whole);
+    ASSERT_FALSE(expected.ok());
+    EXPECT_NE(expected.error().message().find(
+                  "no such message from the daemon within 500 ms; the earliest that matches but "
+                  "for its data, token 20: alike up to byte 99 (100 bytes here, 99 expected)"),
+              std::string::npos)
+        << expected.error().message();
 }
 
 TEST(ScenarioPlayerTest, ChecksFilesPropertiesAndClients) {
@@ -135,7 +213,7 @@ TEST(ScenarioPlayerTest, ChecksFilesPropertiesAndClients) {
         step { expect_no_log { text: "Failed to get pid" } }
         step { expect_file { path: "/data/vendor/radio/a.conf" mode: 0644 } }
     )");
-    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, nullptr);
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario);
     ASSERT_FALSE(played.ok());
     const std::string failure = played.error().message();
     EXPECT_EQ(failure.substr(0, 7), "step 7 ") << failure;
@@ -154,7 +232,7 @@ TEST(ScenarioPlayerTest, ExactPayloadTellsAFieldSentFromOneLeftOut) {
                         message { modem_stat { enable_request { module: "L1" } } } } }
     )");
     // The first step passes over the request with v and takes the one without.
-    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, nullptr);
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario);
     ASSERT_FALSE(played.ok());
     EXPECT_EQ(played.error().message().substr(0, 7), "step 2 ") << played.error().message();
 }
@@ -170,7 +248,7 @@ TEST(ScenarioPlayerTest, RegularExpressionsMatchWholeTextsAndSeedsHaveSizes) {
         step { expect_no_log { text_regex: "modem state" } }
         step { expect_no_log { priority: INFO text_regex: "Start modem state .*" } }
     )");
-    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario, nullptr);
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario);
     ASSERT_FALSE(played.ok());
     const std::string failure = played.error().message();
     EXPECT_EQ(failure.substr(0, 7), "step 5 ") << failure;
@@ -180,7 +258,7 @@ TEST(ScenarioPlayerTest, RegularExpressionsMatchWholeTextsAndSeedsHaveSizes) {
         file { path: "/data/vendor/radio/a.bin" content: "abc" }
         step { expect_file { path: "/data/vendor/radio/a.bin" content_regex: "ab" } }
     )");
-    const android::base::Result<void> unmatched = tarvo_emu::PlayScenario(partial, nullptr);
+    const android::base::Result<void> unmatched = tarvo_emu::PlayScenario(partial);
     ASSERT_FALSE(unmatched.ok());
     EXPECT_NE(unmatched.error().message().find("holds 3 bytes, mode 0664: \"abc\""),
               std::string::npos)
@@ -196,12 +274,34 @@ TEST(ScenarioPlayerTest, KeepsTheCauseOfALoadFailure) {
               "cannot read /nonexistent/x.textproto: No such file or directory");
 }
 
-TEST(ScenarioPlayerTest, NamesTheSourceAndPlaceOfAParseError) {
-    const android::base::Result<tarvo_scenario::Scenario> bad =
-        tarvo_emu::ParseScenario("step { sleep_ms: 1 }\nstep { bogus: 1 }\n", "x.textproto");
+TEST(ScenarioPlayerTest, NamesTheSourceStepPlaceAndNearestNamesOfAParseError) {
+    const android::base::Result<tarvo_scenario::Scenario> bad = tarvo_emu::ParseScenario(
+        "step { sleep_ms: 1 }\n# step { x: 1 }\nstep {\n  sleep_m: 1 }\n", "x.textproto");
     ASSERT_FALSE(bad.ok());
-    EXPECT_EQ(bad.error().message().rfind("x.textproto: line 2 column 13: ", 0), 0u)
+    EXPECT_EQ(bad.error().message().rfind("x.textproto: line 4 column 10: step 1: Message type "
+                                          "\"tarvo_scenario.Step\" has no field named "
+                                          "\"sleep_m\". Did you mean: sleep_ms, ",
+                                          0),
+              0u)
         << bad.error().message();
+    const android::base::Result<tarvo_scenario::Scenario> value = tarvo_emu::ParseScenario(
+        "initial_state: 4\nstep { expect_log { text: \"{\" priority: EROR } }", "y");
+    ASSERT_FALSE(value.ok());
+    EXPECT_EQ(value.error().message().rfind("y: line 2 column 46: step 0: Unknown enumeration "
+                                            "value of \"EROR\" for field \"priority\". Did you "
+                                            "mean: ERROR,",
+                                            0),
+              0u)
+        << value.error().message();
+    const android::base::Result<tarvo_scenario::Scenario> setup =
+        tarvo_emu::ParseScenario("step { sleep_ms: 1 }\ninitial_stat: 4", "z");
+    ASSERT_FALSE(setup.ok());
+    EXPECT_EQ(setup.error().message().rfind("z: line 2 column 13: Message type "
+                                            "\"tarvo_scenario.Scenario\" has no field named "
+                                            "\"initial_stat\". Did you mean: initial_state,",
+                                            0),
+              0u)
+        << setup.error().message();
     EXPECT_TRUE(tarvo_emu::ParseScenario("initial_state: 4", "y").ok());
 }
 
@@ -212,6 +312,13 @@ TEST(TarvoEmuTest, UsageErrorsSayWhatWasWrong) {
         {{"tput", "--block-size", "0"}, "--block-size takes a number of bytes from 1 to 65568"},
         {{"run"}, "no scenario file given"},
         {{"console", "--quiet"}, "unknown option --quiet"},
+        // Outputs that cannot be written are refused before the rig starts.
+        {{"tput", "--plot", "/nonexistent/dir/x.svg"},
+         "--plot: cannot create /nonexistent/dir/x.svg in /nonexistent/dir: No such file"},
+        {{"tput", "--json", "/tmp"}, "--json: /tmp is a directory"},
+        {{"run", TARVO_SOURCE_DIR "/tests/scenarios/first.textproto", "--record", "/nonexistent/r"},
+         "--record: cannot create /nonexistent/r"},
+        {{"console", "--record", "/nonexistent/r"}, "--record: cannot create /nonexistent/r"},
     };
     for (const auto& [args, why] : cases) {
         std::vector<std::string> command = {TARVO_BINARY_DIR "/tarvo-emu"};
