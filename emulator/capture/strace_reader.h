@@ -67,8 +67,4 @@ class StraceReader {
     Capture capture_;
 };
 
-// The bytes of a string as strace prints it, from its opening quote: `\xNN`, octal, and C
-// escapes. `*end` is set after the closing quote. Fails on a string without one.
-android::base::Result<std::string> UnquoteStraceString(std::string_view text, size_t* end);
-
 }  // namespace tarvo_emu

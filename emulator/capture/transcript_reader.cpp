@@ -7,7 +7,7 @@
 #include <android-base/parseint.h>
 #include <android-base/strings.h>
 
-#include "capture/strace_reader.h"
+#include "capture/strace_string.h"
 #include "proto/tarvo_message.pb.h"
 
 using android::base::Error;
