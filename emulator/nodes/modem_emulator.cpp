@@ -78,9 +78,11 @@ void ModemEmulator::Unmount() {
     // be left allocated when the session goes.
     android::base::unique_fd last(open(PathOf("umts_boot0").c_str(), O_RDONLY | O_CLOEXEC));
     last.reset();
-    fuse_session_exit(session_);
-    // A lazy detach ends the connection once the last file on it is closed, which wakes the
-    // loop's workers; the session's descriptor is closed only after they are gone.
+    // A lazy detach ends the connection once the sandboxes' binds of the nodes are gone too (a
+    // killed daemon's mount namespace may outlive its reaping by a moment). Its end ends the
+    // loop, and libfuse then sees it and unmounts nothing more: a loop told to exit would end at
+    // the next request, with the connection alive, and libfuse would unmount the detached
+    // directory again. The session's descriptor is closed only after the loop's workers are gone.
     umount2(dir_.c_str(), MNT_DETACH);
     if (loop_.joinable()) loop_.join();
     fuse_session_unmount(session_);

@@ -419,6 +419,20 @@ TEST(RigTeardownTest, LeavesNoMountProcessOrFileBehind) {
     }
 }
 
+// libfuse unmounts what the rig detached when the loop ends before the connection: a line on
+// stderr that says nothing went wrong. A killed daemon's sandbox may still hold the nodes then.
+TEST(RigTeardownTest, SaysNothingAtTheEnd) {
+    constexpr int kRuns = 30;
+    testing::internal::CaptureStderr();
+    for (int run = 0; run < kRuns; ++run) {
+        tarvo_emu::Rig rig;
+        ASSERT_RESULT_OK(rig.Start());
+        ASSERT_TRUE(rig.WaitForLog(ANDROID_LOG_INFO, "Start modem state monitoring"));
+    }
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(said.find("fuse:"), std::string::npos) << said;
+}
+
 // A fault that breaks nothing a test looks at must still fail it: a sanitizer report from any
 // process in the sandbox, or a daemon that ends on its own.
 TEST(RigHealthTest, ASanitizerReportFromAnyProcessIsAFailure) {
