@@ -98,7 +98,7 @@ Result<void> BenchRig::AwaitFirstAnswer() {
 Result<void> BenchRig::StartDaemon() {
     if (Result<void> started = rig_.StartDaemon(); !started.ok()) return started.error();
     if (Result<void> answered = AwaitFirstAnswer(); !answered.ok()) return answered.error();
-    if (rig_.AwaitDaemonPid(kResponseTimeout) == 0) return Error() << "no daemon pid";
+    if (!rig_.AwaitDaemonPid(kResponseTimeout)) return Error() << "no daemon pid";
     return {};
 }
 

@@ -30,10 +30,9 @@ std::vector<char*> CStrings(const std::vector<std::string>& strings) {
     return result;
 }
 
+// A status of waitpid without WUNTRACED: the process either exited or was killed.
 int DecodeStatus(int status) {
-    if (WIFEXITED(status)) return WEXITSTATUS(status);
-    if (WIFSIGNALED(status)) return 128 + WTERMSIG(status);
-    return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 // Makes `target` a copy of `fd` that an exec hands on. Async-signal-safe, for a child between
@@ -95,6 +94,14 @@ Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(const std::vector<std:
     out_write.reset();
     err_write.reset();
     unique_fd pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+    if (!pidfd.ok()) {
+        // Without it the process could not be waited for with a timeout.
+        const int error = errno;
+        killpg(pid, SIGKILL);
+        TEMP_FAILURE_RETRY(waitpid(pid, nullptr, 0));
+        RemoveProcessGroup(pid);
+        return Error(error) << "pidfd_open";
+    }
     std::unique_ptr<ChildProcess> child(
         new ChildProcess(pid, std::move(pidfd), std::move(options)));
     child->reader_ = std::thread(
@@ -127,15 +134,19 @@ void ChildProcess::Kill() {
     killpg(pid_, SIGKILL);
 }
 
-std::optional<int> ChildProcess::Wait(std::chrono::milliseconds timeout) {
+Result<std::optional<int>> ChildProcess::Wait(std::chrono::milliseconds timeout) {
     if (status_) return status_;
     pollfd pfd = {.fd = pidfd_.get(), .events = POLLIN, .revents = 0};
-    if (pidfd_.ok() && poll(&pfd, 1, static_cast<int>(timeout.count())) == 0) return std::nullopt;
+    const int ready = poll(&pfd, 1, static_cast<int>(timeout.count()));
+    if (ready < 0) return ErrnoError() << "poll on the pidfd of " << pid_;
+    if (ready == 0) return std::nullopt;
     // Whatever the process left behind in its group goes with it; the group id stays ours until
     // the process is reaped.
     killpg(pid_, SIGKILL);
     int status = 0;
-    if (waitpid(pid_, &status, 0) != pid_) return std::nullopt;
+    if (TEMP_FAILURE_RETRY(waitpid(pid_, &status, 0)) != pid_) {
+        return ErrnoError() << "waitpid " << pid_;
+    }
     RemoveProcessGroup(pid_);
     status_ = DecodeStatus(status);
     return status_;
@@ -203,14 +214,15 @@ Result<ProcessResult> RunProcess(const std::vector<std::string>& argv, ChildOpti
     ProcessResult result;
     Result<std::unique_ptr<ChildProcess>> process = ChildProcess::Start(argv, std::move(options));
     if (!process.ok()) return Error() << argv[0] << ": " << process.error();
-    std::optional<int> status = (*process)->Wait(timeout);
-    if (!status) {
+    Result<std::optional<int>> status = (*process)->Wait(timeout);
+    if (status.ok() && !status->has_value()) {
         result.timed_out = true;
         (*process)->Kill();
         status = (*process)->Wait(std::chrono::seconds(10));
     }
-    if (!status) return Error() << argv[0] << " still runs after SIGKILL";
-    result.status = *status;
+    if (!status.ok()) return Error() << argv[0] << ": " << status.error();
+    if (!status->has_value()) return Error() << argv[0] << " still runs after SIGKILL";
+    result.status = **status;
     result.output = (*process)->output();
     result.errors = (*process)->errors();
     return result;

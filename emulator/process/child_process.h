@@ -52,8 +52,8 @@ class ChildProcess {
     // Sends SIGKILL to the process group.
     void Kill();
     // Waits for the exit and returns the status (the exit code, or 128 + signal number), or
-    // nothing when it does not end in time.
-    std::optional<int> Wait(std::chrono::milliseconds timeout);
+    // nothing when it does not end in time; an error when it cannot be waited for.
+    android::base::Result<std::optional<int>> Wait(std::chrono::milliseconds timeout);
     // Everything the process printed (on stdout only, with separate_stderr), once it has ended.
     std::string output();
     // What it printed on stderr with separate_stderr, once it has ended.

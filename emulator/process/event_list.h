@@ -30,10 +30,10 @@ class EventList {
     std::optional<T> Take(const Predicate& matches, std::chrono::milliseconds timeout,
                           size_t first = 0) {
         std::unique_lock<std::mutex> lock(mutex_);
-        Entry* found = nullptr;
+        Recorded* found = nullptr;
         const auto find = [&] {
             for (size_t i = first; i < events_.size(); ++i) {
-                Entry& entry = events_[i];
+                Recorded& entry = events_[i];
                 if (entry.taken || !matches(entry.event)) continue;
                 found = &entry;
                 return true;
@@ -49,7 +49,7 @@ class EventList {
     bool Wait(const Predicate& matches, std::chrono::milliseconds timeout) {
         std::unique_lock<std::mutex> lock(mutex_);
         return added_.wait_for(lock, timeout, [&] {
-            for (const Entry& entry : events_) {
+            for (const Recorded& entry : events_) {
                 if (matches(entry.event)) return true;
             }
             return false;
@@ -99,7 +99,7 @@ class EventList {
     std::vector<T> Untaken() const {
         std::lock_guard<std::mutex> lock(mutex_);
         std::vector<T> untaken;
-        for (const Entry& entry : events_) {
+        for (const Recorded& entry : events_) {
             if (!entry.taken) untaken.push_back(entry.event);
         }
         return untaken;
@@ -108,7 +108,7 @@ class EventList {
     std::vector<T> All() const {
         std::lock_guard<std::mutex> lock(mutex_);
         std::vector<T> all;
-        for (const Entry& entry : events_) all.push_back(entry.event);
+        for (const Recorded& entry : events_) all.push_back(entry.event);
         return all;
     }
 
@@ -120,9 +120,7 @@ class EventList {
     // Every event in arrival order, with whether a waiter took it and when it came.
     std::vector<Recorded> Snapshot() const {
         std::lock_guard<std::mutex> lock(mutex_);
-        std::vector<Recorded> all;
-        for (const Entry& entry : events_) all.push_back({entry.event, entry.taken, entry.arrived});
-        return all;
+        return events_;
     }
 
   private:
@@ -132,15 +130,9 @@ class EventList {
         return count;
     }
 
-    struct Entry {
-        T event;
-        bool taken;
-        std::chrono::steady_clock::time_point arrived;
-    };
-
     mutable std::mutex mutex_;
     std::condition_variable added_;
-    std::vector<Entry> events_ GUARDED_BY(mutex_);
+    std::vector<Recorded> events_ GUARDED_BY(mutex_);
 };
 
 }  // namespace tarvo_emu

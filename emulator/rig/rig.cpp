@@ -117,9 +117,12 @@ Result<void> Rig::SetUpRil() {
         const std::string variant =
             options.omit_symbol.empty() ? "full" : "without-" + options.omit_symbol;
         const std::string library = TARVO_BINARY_DIR "/vekril/" + variant + "/libvekril-client.so";
-        std::error_code ec;
-        fs::copy_file(library, *sandbox_->HostPath("/vendor/lib64/libvekril-client.so"), ec);
-        if (ec) return Error(ec.value()) << "no RIL client library " << variant;
+        std::string bytes;
+        if (!android::base::ReadFileToString(library, &bytes) ||
+            !android::base::WriteStringToFile(
+                bytes, *sandbox_->HostPath("/vendor/lib64/libvekril-client.so"))) {
+            return ErrnoError() << "no RIL client library " << variant;
+        }
     }
     if (options.open_fails) return {};
     return ril_->Listen(sandbox_->socket_dir() + "/" +
@@ -157,10 +160,12 @@ void Rig::EndDaemon() {
     daemon_pid_ = 0;
 }
 
-pid_t Rig::AwaitDaemonPid(std::chrono::milliseconds timeout) {
+std::optional<pid_t> Rig::AwaitDaemonPid(std::chrono::milliseconds timeout) {
     // The rig takes the daemon's lines in bulk when it keeps none: no event to wait on.
-    WaitUntil([this] { return daemon_pid_ != 0; }, timeout, std::chrono::milliseconds(1));
-    return daemon_pid_;
+    if (!WaitUntil([this] { return daemon_pid_ != 0; }, timeout, std::chrono::milliseconds(1))) {
+        return std::nullopt;
+    }
+    return daemon_pid_.load();
 }
 
 Result<pid_t> Rig::AwaitPidFile(std::chrono::milliseconds timeout) {
@@ -181,13 +186,14 @@ Result<void> Rig::RestartDaemon() {
 
 bool Rig::NoteDaemonEnd(std::chrono::milliseconds timeout) {
     if (!daemon_) return false;
-    const std::optional<int> status = daemon_->Wait(timeout);
-    if (!status) return false;
+    const Result<std::optional<int>> status = daemon_->Wait(timeout);
+    if (status.ok() && !status->has_value()) return false;
     // Once the process has ended, this returns after its last line was handed on.
-    daemon_->output();
+    if (status.ok()) daemon_->output();
     std::lock_guard<std::mutex> lock(health_mutex_);
     if (daemon_end_.empty()) {
-        daemon_end_ = fmt::format("tarvo -s ended with status {}", *status);
+        daemon_end_ = status.ok() ? fmt::format("tarvo -s ended with status {}", **status)
+                                  : fmt::format("tarvo -s: {}", status.error().message());
     }
     return true;
 }
@@ -359,8 +365,11 @@ Result<void> Rig::RemoveFile(const std::string& path) {
 Result<void> Rig::WriteFile(const std::string& path, const std::string& content, mode_t mode) {
     Result<std::string> host = sandbox_->HostPath(path);
     if (!host.ok()) return host.error();
+    const fs::path dir = fs::path(*host).parent_path();
     std::error_code ec;
-    fs::create_directories(fs::path(*host).parent_path(), ec);
+    if (!fs::create_directories(dir, ec) && ec) {
+        return Error(ec.value()) << "cannot create the directory of " << path;
+    }
     if (!android::base::WriteStringToFile(content, *host) || chmod(host->c_str(), mode) != 0) {
         return ErrnoError() << "cannot write " << path;
     }

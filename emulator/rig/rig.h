@@ -102,8 +102,8 @@ class Rig {
     android::base::Result<void> RestartDaemon();
     // The daemon's own pid as its log lines show it; 0 before its first line.
     pid_t daemon_pid() const { return daemon_pid_; }
-    // The daemon's pid once its first log line came, waiting up to `timeout`; 0 when none came.
-    pid_t AwaitDaemonPid(std::chrono::milliseconds timeout = kDefaultWait);
+    // The daemon's pid once its first log line came, waiting up to `timeout`; none when none came.
+    std::optional<pid_t> AwaitDaemonPid(std::chrono::milliseconds timeout = kDefaultWait);
     // The pid that the server wrote to kPidFile, once it has written one, waiting up to `timeout`.
     android::base::Result<pid_t> AwaitPidFile(std::chrono::milliseconds timeout = kDefaultWait);
     // Fails when a process in the sandbox printed a sanitizer report, or when the daemon ended
@@ -186,7 +186,8 @@ class Rig {
     android::base::Result<void> SetUpRil();
     // Keeps the report a line starts or continues; false for any other line.
     bool KeepReportLine(const std::string& line);
-    // Notes how the daemon ended if it ends on its own within `timeout`; true if it did.
+    // Notes how the daemon ended (or why it cannot be waited for) if it ends on its own within
+    // `timeout`; true if it did.
     bool NoteDaemonEnd(std::chrono::milliseconds timeout = std::chrono::milliseconds(0));
     // Ends the daemon, if one runs.
     void EndDaemon();

@@ -129,9 +129,9 @@ void StepPlayer::SleepUnlessCancelled(std::chrono::milliseconds duration) {
 }
 
 Result<pid_t> StepPlayer::AwaitDaemonPid() {
-    const pid_t pid = rig_->AwaitDaemonPid(kDefaultStepTimeout);
-    if (pid == 0) return Error() << "the daemon's pid is not known";
-    return pid;
+    const std::optional<pid_t> pid = rig_->AwaitDaemonPid(kDefaultStepTimeout);
+    if (!pid) return Error() << "the daemon's pid is not known";
+    return *pid;
 }
 
 }  // namespace tarvo_emu

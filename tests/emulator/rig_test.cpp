@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -21,6 +22,7 @@
 #include <android-base/unique_fd.h>
 
 #include "idle_rig_test.h"
+#include "process/child_process.h"
 #include "proto/tarvo_message.pb.h"
 #include "scenario/scenario_player.h"
 
@@ -417,6 +419,23 @@ TEST(RigTeardownTest, LeavesNoMountProcessOrFileBehind) {
     if (android::base::ReadFileToString("/proc/" + std::to_string(daemon) + "/stat", &stat)) {
         EXPECT_NE(stat.find(") Z "), std::string::npos) << stat;
     }
+}
+
+// A wait that runs out is not a wait that cannot be made: the rig takes one for a daemon still
+// running, the other for one that is gone.
+TEST(ChildProcessTest, TellsAProcessStillRunningFromOneItCannotWaitFor) {
+    android::base::Result<std::unique_ptr<tarvo_emu::ChildProcess>> child =
+        tarvo_emu::ChildProcess::Start({"/bin/sleep", "60"});
+    ASSERT_RESULT_OK(child);
+    const pid_t pid = (*child)->pid();
+    android::base::Result<std::optional<int>> waited = (*child)->Wait(milliseconds(10));
+    ASSERT_RESULT_OK(waited);
+    EXPECT_FALSE(waited->has_value());
+    ASSERT_EQ(kill(pid, SIGKILL), 0);
+    ASSERT_EQ(waitpid(pid, nullptr, 0), pid);
+    waited = (*child)->Wait(milliseconds(1000));
+    ASSERT_FALSE(waited.ok());
+    EXPECT_EQ(waited.error().code(), ECHILD);
 }
 
 // libfuse unmounts what the rig detached when the loop ends before the connection: a line on
