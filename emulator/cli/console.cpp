@@ -136,7 +136,7 @@ class Console {
 
     bool Play(const Step& step) {
         playing_session.store(session_);
-        Result<void> played = session_->Play(step, next_index_++);
+        StepResult played = session_->Play(step, next_index_++);
         playing_session.store(nullptr);
         // A Ctrl-C meanwhile has done its work: it cancelled the step.
         const bool interrupted = TakeSignals();

@@ -6,7 +6,6 @@
 
 #include "scenario/scenario_recorder.h"
 #include "scenario/scenario_setup.h"
-#include "scenario/step_player.h"
 
 using android::base::Error;
 using android::base::Result;
@@ -38,21 +37,23 @@ Result<void> ScenarioSession::Start() {
 
 void ScenarioSession::CancelStep() { player_->Cancel(); }
 
-Result<void> ScenarioSession::Play(const Step& step, int index) {
+StepResult ScenarioSession::Play(const Step& step, int index) {
     if (recorder_ != nullptr) recorder_->BeforeStep(step, rig_);
     const StepPlace* place = origin_ != nullptr && index < static_cast<int>(origin_->steps.size())
                                  ? &origin_->steps[index]
                                  : nullptr;
     player_->ClearCancel();
-    const Result<void> played = player_->PlayNamed(step, fmt::format("step {}", index), place);
+    StepResult played = player_->PlayNamed(step, fmt::format("step {}", index), place);
     if (step.action_case() != Step::ACTION_NOT_SET) {
         ++summary_.played;
         ++(played.ok() ? summary_.passed : summary_.failed);
     }
     if (played.ok()) return {};
     if (recorder_ != nullptr) recorder_->StepFailed();
-    Result<void> health = rig_.CheckHealth();
-    return Error() << played.error() << (health.ok() ? "" : "; " + health.error().message());
+    if (Result<void> health = rig_.CheckHealth(); !health.ok()) {
+        played.error().health = health.error().message();
+    }
+    return played;
 }
 
 PlaySummary ScenarioSession::Summary() const {
@@ -73,7 +74,9 @@ Result<void> PlayScenario(const Scenario& scenario, const PlayOptions& options) 
     if (!options.record.empty()) session.Record(&recorder);
     Result<void> played;
     for (int i = 0; i < scenario.step_size() && played.ok(); ++i) {
-        played = session.Play(scenario.step(i), i);
+        if (StepResult step = session.Play(scenario.step(i), i); !step.ok()) {
+            played = Error() << step.error().message();
+        }
     }
     if (played.ok()) {
         if (Result<void> health = session.rig().CheckHealth(); !health.ok()) {

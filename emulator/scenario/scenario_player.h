@@ -11,11 +11,11 @@
 #include "scenario/play_summary.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/scenario_loader.h"
+#include "scenario/step_player.h"
 
 namespace tarvo_emu {
 
 class ScenarioRecorder;
-class StepPlayer;
 
 // A rig set up as a scenario's setup says, on which steps are played one at a time: all of a
 // file's by `tarvo-emu run`, each as it is typed by `tarvo-emu console`.
@@ -29,9 +29,9 @@ class ScenarioSession {
     ~ScenarioSession();
 
     android::base::Result<void> Start();
-    // Plays one step. The error names it (file and line when known, index from 0 and text form)
-    // and says why it failed.
-    android::base::Result<void> Play(const tarvo_scenario::Step& step, int index);
+    // Plays one step, named by its index from 0 (and its file and line when known); a failure
+    // carries what the rig's health check found after it.
+    StepResult Play(const tarvo_scenario::Step& step, int index);
     // Ends the step being played at its next wait (see StepPlayer::Cancel).
     void CancelStep();
     // The steps played so far (a step that is only a note not counted), and the time since

@@ -47,7 +47,6 @@ constexpr std::pair<Step::ActionCase, StepHandler> kHandlers[] = {
     {Step::kRilReply, PlayRilReply},
     {Step::kExpectRilSilenceMs, PlayExpectRilSilence},
     {Step::kExpectUplink, PlayExpectUplink},
-    {Step::kRepeat, PlayRepeat},
     {Step::kMark, PlayMark},
     {Step::kExpectUsage, PlayExpectUsage},
     {Step::kWriteFile, PlayWriteFile},
@@ -63,19 +62,36 @@ constexpr std::chrono::milliseconds kCancelSlice{50};
 
 }  // namespace
 
-Result<void> StepPlayer::PlayAll(const google::protobuf::RepeatedPtrField<Step>& steps,
-                                 const std::string& label, const std::vector<StepPlace>* places) {
+std::string StepFailure::message() const {
+    std::string message = file.empty() ? "" : fmt::format("{}:{}: ", file, line);
+    message += fmt::format("{} ({}) ", name, text);
+    message += cancelled ? "cancelled" : "failed: " + reason;
+    return health.empty() ? message : message + "; " + health;
+}
+
+StepResult StepPlayer::PlayAll(const google::protobuf::RepeatedPtrField<Step>& steps,
+                               const std::string& label, const std::vector<StepPlace>* places) {
     for (int i = 0; i < steps.size(); ++i) {
         const StepPlace* place =
             places != nullptr && i < static_cast<int>(places->size()) ? &(*places)[i] : nullptr;
-        Result<void> played = PlayNamed(steps[i], label + fmt::format("step {}", i), place);
+        StepResult played = PlayNamed(steps[i], label + fmt::format("step {}", i), place);
         if (!played.ok()) return played;
     }
     return {};
 }
 
-Result<void> StepPlayer::PlayNamed(const Step& step, const std::string& name,
-                                   const StepPlace* place) {
+StepResult StepPlayer::PlayRepeat(const StepCall& call) {
+    const tarvo_scenario::Repeat& repeat = call.step.repeat();
+    for (uint32_t round = 1; round <= repeat.times(); ++round) {
+        StepResult played = PlayAll(repeat.step(), call.name + fmt::format(", round {}, ", round),
+                                    call.place != nullptr ? &call.place->steps : nullptr);
+        if (!played.ok()) return played;
+    }
+    return {};
+}
+
+StepResult StepPlayer::PlayNamed(const Step& step, const std::string& name,
+                                 const StepPlace* place) {
     if (!step.note().empty()) rig_->transcript().Note("# " + step.note());
     if (step.action_case() == Step::ACTION_NOT_SET) return {};
     Step shown = step;
@@ -84,29 +100,40 @@ Result<void> StepPlayer::PlayNamed(const Step& step, const std::string& name,
                                  ? fmt::format("repeat {} times", step.repeat().times())
                                  : ShortStepText(shown);
     rig_->transcript().Note(name + ": " + text);
+    const StepCall call{step, name, place};
+    if (step.has_repeat()) {
+        // The repeated steps say what they wait for, and a failure among them is their own.
+        const auto start = std::chrono::steady_clock::now();
+        StepResult played = PlayRepeat(call);
+        ShowVerdict(played.ok(), name, start);
+        return played;
+    }
     const auto handler =
         std::find_if(std::begin(kHandlers), std::end(kHandlers),
                      [&step](const auto& entry) { return entry.first == step.action_case(); });
     const auto start = std::chrono::steady_clock::now();
-    // A repeat's own steps say what they wait for.
-    if (!step.has_repeat()) wait_notice_.Begin(name, text);
+    wait_notice_.Begin(name, text);
     Result<void> played = Error() << "unknown step";
-    if (handler != std::end(kHandlers))
-        played = handler->second(*this, StepCall{step, name, place});
+    if (handler != std::end(kHandlers)) played = handler->second(*this, call);
     wait_notice_.End();
+    ShowVerdict(played.ok(), name, start);
+    // A cancelled step did not wait its time, whatever it saw meanwhile.
+    if (played.ok() && !cancelled()) return {};
+    StepFailure failure{.name = name, .text = text, .cancelled = cancelled()};
+    if (origin_ != nullptr && place != nullptr) {
+        failure.file = origin_->path;
+        failure.line = place->line;
+    }
+    if (!failure.cancelled) failure.reason = played.error().message();
+    return android::base::unexpected(std::move(failure));
+}
+
+void StepPlayer::ShowVerdict(bool passed, const std::string& name,
+                             std::chrono::steady_clock::time_point start) {
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    rig_->transcript().Verdict(played.ok(), played.ok() ? "ok" : "FAILED",
+    rig_->transcript().Verdict(passed, passed ? "ok" : "FAILED",
                                fmt::format(" {} ({:.3f} s)", name, seconds));
-    // A failure inside a repeat names its own step.
-    // A cancelled step did not wait its time, whatever it saw meanwhile.
-    if ((played.ok() && !cancelled()) || step.has_repeat()) return played;
-    std::string where;
-    if (origin_ != nullptr && place != nullptr) {
-        where = fmt::format("{}:{}: ", origin_->path, place->line);
-    }
-    if (cancelled()) return Error() << where << name << " (" << text << ") cancelled";
-    return Error() << where << name << " (" << text << ") failed: " << played.error();
 }
 
 bool StepPlayer::WaitUnlessCancelled(std::chrono::milliseconds timeout,

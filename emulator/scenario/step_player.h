@@ -12,6 +12,7 @@
 
 #include <google/protobuf/repeated_ptr_field.h>
 
+#include <android-base/expected.h>
 #include <android-base/result.h>
 
 #include "rig/rig.h"
@@ -28,6 +29,27 @@ struct StepCall {
     const std::string& name;
     const StepPlace* place;
 };
+
+// Why a step did not hold: the step, where it is, and the reason; a failure inside a repeat is
+// the failure of the repeated step.
+struct StepFailure {
+    // The scenario file and the step's line in it; empty and 0 when not known.
+    std::string file = {};
+    int line = 0;
+    // The step's name in the transcript and its short text form.
+    std::string name = {};
+    std::string text = {};
+    // Whether it was cancelled rather than failed; a cancelled step has no reason.
+    bool cancelled = false;
+    std::string reason = {};
+    // What the rig's health check found after the failure; empty for nothing.
+    std::string health = {};
+
+    // "FILE:LINE: step 3 (TEXT) failed: REASON; HEALTH", the parts that are known.
+    std::string message() const;
+};
+
+using StepResult = android::base::expected<void, StepFailure>;
 
 // What a mark step recorded of the daemon.
 struct UsageMark {
@@ -52,16 +74,14 @@ class StepPlayer {
     StepPlayer(Rig* rig, const ScenarioOrigin* origin)
         : rig_(rig), origin_(origin), wait_notice_(&rig->transcript()) {}
 
-    // Plays the steps in order, up to the first failure, which names its file, line and step.
-    // `places` are the steps' places in the file, when known.
-    android::base::Result<void> PlayAll(
-        const google::protobuf::RepeatedPtrField<tarvo_scenario::Step>& steps,
-        const std::string& label, const std::vector<StepPlace>* places);
+    // Plays the steps in order, up to the first failure. `places` are the steps' places in the
+    // file, when known.
+    StepResult PlayAll(const google::protobuf::RepeatedPtrField<tarvo_scenario::Step>& steps,
+                       const std::string& label, const std::vector<StepPlace>* places);
 
-    // Plays a step shown in the transcript as `name`. The error names the step (with its file and
-    // line when its `place` is known) and says why it failed.
-    android::base::Result<void> PlayNamed(const tarvo_scenario::Step& step, const std::string& name,
-                                          const StepPlace* place);
+    // Plays a step shown in the transcript as `name`, at `place` in the file when known.
+    StepResult PlayNamed(const tarvo_scenario::Step& step, const std::string& name,
+                         const StepPlace* place);
 
     Rig& rig() { return *rig_; }
     PlayState& state() { return state_; }
@@ -83,6 +103,12 @@ class StepPlayer {
     android::base::Result<pid_t> AwaitDaemonPid();
 
   private:
+    // The repeat's steps, in order, so many times over; a failure is the repeated step's.
+    StepResult PlayRepeat(const StepCall& call);
+    // Shows in the transcript whether the step `name`, begun at `start`, held and how long it took.
+    void ShowVerdict(bool passed, const std::string& name,
+                     std::chrono::steady_clock::time_point start);
+
     Rig* rig_;
     const ScenarioOrigin* origin_;
     PlayState state_;

@@ -108,14 +108,12 @@ int RunSoak(const SoakOptions& options) {
     int index = 0;
     const auto play = [&](const std::vector<Step>& steps) {
         for (const Step& step : steps) {
-            android::base::Result<void> played = session.Play(step, index++);
+            StepResult played = session.Play(step, index++);
             if (!played.ok()) {
                 divergence.diverged = true;
                 divergence.stimulus = stimuli.empty() ? 0 : stimuli.size() - 1;
-                const std::string& message = played.error().message();
-                divergence.signature =
-                    SoakSignature(step, message.substr(message.find("failed: ")));
-                divergence.message = message;
+                divergence.signature = SoakSignature(step, played.error());
+                divergence.message = played.error().message();
                 return false;
             }
             if (IsCheck(step)) ++counts.checks;

@@ -28,7 +28,7 @@ std::string KindOf(const std::string& text) {
 
 }  // namespace
 
-std::string SoakSignature(const Step& step, const std::string& why) {
+std::string SoakSignature(const Step& step, const StepFailure& failure) {
     const google::protobuf::FieldDescriptor* action =
         Step::descriptor()->FindFieldByNumber(step.action_case());
     std::string signature = action != nullptr ? action->name() : "step";
@@ -45,7 +45,7 @@ std::string SoakSignature(const Step& step, const std::string& why) {
     } else if (step.has_expect_log()) {
         signature += " " + KindOf(step.expect_log().text() + step.expect_log().text_regex());
     }
-    return signature + ": " + KindOf(why);
+    return signature + ": " + (failure.cancelled ? "cancelled" : KindOf(failure.reason));
 }
 
 tarvo_scenario::Scenario SoakScenario(const tarvo_scenario::Scenario& setup,
@@ -75,13 +75,10 @@ SoakOutcome PlayStimuli(const tarvo_scenario::Scenario& setup, const std::vector
     int index = 0;
     const auto play = [&](const std::vector<Step>& steps, size_t stimulus) {
         for (const Step& step : steps) {
-            android::base::Result<void> played = session.Play(step, index++);
+            StepResult played = session.Play(step, index++);
             if (played.ok()) continue;
-            outcome.diverged = true;
-            outcome.stimulus = stimulus;
-            outcome.signature = SoakSignature(
-                step, played.error().message().substr(played.error().message().find("failed: ")));
-            outcome.message = played.error().message();
+            outcome = {true, stimulus, SoakSignature(step, played.error()),
+                       played.error().message()};
             return false;
         }
         return true;

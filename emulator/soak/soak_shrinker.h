@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "scenario/scenario.pb.h"
+#include "scenario/step_player.h"
 
 namespace tarvo_emu {
 
@@ -33,7 +34,7 @@ SoakOutcome PlayStimuli(const tarvo_scenario::Scenario& setup,
                         const std::vector<tarvo_scenario::Step>& stimuli);
 
 // What a failed step and its failure say, numbers and tokens left out.
-std::string SoakSignature(const tarvo_scenario::Step& step, const std::string& why);
+std::string SoakSignature(const tarvo_scenario::Step& step, const StepFailure& failure);
 
 // The fewest stimuli found, within `budget`, whose run still diverges as `divergence` did:
 // first the shortest tail of them before the divergence, then without each stretch, halving

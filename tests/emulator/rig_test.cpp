@@ -24,7 +24,9 @@
 #include "idle_rig_test.h"
 #include "process/child_process.h"
 #include "proto/tarvo_message.pb.h"
+#include "scenario/scenario_loader.h"
 #include "scenario/scenario_player.h"
+#include "soak/soak_shrinker.h"
 
 using android::base::unique_fd;
 using std::chrono::milliseconds;
@@ -123,6 +125,44 @@ TEST(ScenarioPlayerTest, NamesTheStepThatFailedAndWhatCameNearest) {
                            "priority INFO, not ERROR; text differs from byte 27"),
               std::string::npos)
         << failure;
+}
+
+// The soak and the shrinker tell divergences apart by the failure's parts, not its text.
+TEST(ScenarioPlayerTest, HandsAFailureOverInItsParts) {
+    tarvo_emu::ScenarioOrigin origin;
+    const android::base::Result<tarvo_scenario::Scenario> scenario = tarvo_emu::ParseScenario(
+        "step { note: \"first\" }\n"
+        "step { repeat { times: 2 step { sleep_ms: 1 }\n"
+        "                step { expect_log { text: \"never\" timeout_ms: 10 } } } }\n",
+        "held.textproto", &origin);
+    ASSERT_RESULT_OK(scenario);
+    tarvo_emu::ScenarioSession session(*scenario, nullptr, &origin);
+    ASSERT_RESULT_OK(session.Start());
+    ASSERT_TRUE(session.Play(scenario->step(0), 0).ok());
+    const tarvo_emu::StepResult played = session.Play(scenario->step(1), 1);
+    ASSERT_FALSE(played.ok());
+    const tarvo_emu::StepFailure& failure = played.error();
+    EXPECT_EQ(failure.file, "held.textproto");
+    EXPECT_EQ(failure.line, 3);
+    EXPECT_EQ(failure.name, "step 1, round 1, step 1");
+    EXPECT_EQ(failure.text, "expect_log { text: \"never\" timeout_ms: 10 }");
+    EXPECT_FALSE(failure.cancelled);
+    EXPECT_EQ(failure.reason.rfind("no such log line within 10 ms", 0), 0u) << failure.reason;
+    EXPECT_EQ(failure.health, "");
+    EXPECT_EQ(failure.message(),
+              "held.textproto:3: step 1, round 1, step 1 (expect_log { text: "
+              "\"never\" timeout_ms: 10 }) failed: " +
+                  failure.reason);
+
+    const tarvo_scenario::Step& step = scenario->step(1).repeat().step(1);
+    tarvo_emu::StepFailure later = failure;
+    later.reason = "no such log line within 3000 ms";
+    EXPECT_EQ(tarvo_emu::SoakSignature(step, later),
+              tarvo_emu::SoakSignature(step, {.reason = "no such log line within 10 ms"}));
+    EXPECT_NE(tarvo_emu::SoakSignature(step, later),
+              tarvo_emu::SoakSignature(step, {.reason = "2 such log lines, not 1"}));
+    EXPECT_NE(tarvo_emu::SoakSignature(step, later),
+              tarvo_emu::SoakSignature(step, {.cancelled = true}));
 }
 
 TEST(ScenarioPlayerTest, SaysWhenEachStepWasMetWhatALongWaitIsForAndSumsUp) {
