@@ -147,7 +147,7 @@ Result<void> Rig::StartDaemon() {
 }
 
 void Rig::StopDaemon() {
-    NoteDaemonEnd();
+    AwaitDaemonEnd();
     EndDaemon();
 }
 
@@ -184,7 +184,7 @@ Result<void> Rig::RestartDaemon() {
     return StartDaemon();
 }
 
-bool Rig::NoteDaemonEnd(std::chrono::milliseconds timeout) {
+bool Rig::AwaitDaemonEnd(std::chrono::milliseconds timeout) {
     if (!daemon_) return false;
     const Result<std::optional<int>> status = daemon_->Wait(timeout);
     if (status.ok() && !status->has_value()) return false;
@@ -198,8 +198,6 @@ bool Rig::NoteDaemonEnd(std::chrono::milliseconds timeout) {
     return true;
 }
 
-bool Rig::AwaitDaemonEnd(std::chrono::milliseconds timeout) { return NoteDaemonEnd(timeout); }
-
 Result<void> Rig::CheckHealth() {
     // A sanitized daemon that hits a fault right after the test's last step is still printing
     // its report when the test ends, and would be killed before it ends by itself. Giving it a
@@ -209,14 +207,14 @@ Result<void> Rig::CheckHealth() {
 #else
     constexpr std::chrono::milliseconds kLastWords{0};
 #endif
-    NoteDaemonEnd(kLastWords);
+    AwaitDaemonEnd(kLastWords);
     bool reporting;
     {
         std::lock_guard<std::mutex> lock(health_mutex_);
         reporting = !report_.empty();
     }
     // A daemon that began a report ends once it is printed: the whole of it is worth the wait.
-    if (reporting) NoteDaemonEnd(std::chrono::seconds(10));
+    if (reporting) AwaitDaemonEnd(std::chrono::seconds(10));
     std::lock_guard<std::mutex> lock(health_mutex_);
     if (daemon_end_.empty() && report_.empty()) return {};
     const std::string what = daemon_end_.empty() ? "sanitizer report" : daemon_end_;

@@ -111,8 +111,9 @@ class Rig {
     // holds the report. Tests and scenarios check it last, so that a fault that broke nothing
     // they looked at still fails them.
     android::base::Result<void> CheckHealth();
-    // Waits until the daemon ends on its own; false when it still runs after `timeout`.
-    bool AwaitDaemonEnd(std::chrono::milliseconds timeout);
+    // Waits until the daemon ends on its own, and notes how it ended (or why it cannot be waited
+    // for); false when it still runs after `timeout`.
+    bool AwaitDaemonEnd(std::chrono::milliseconds timeout = std::chrono::milliseconds(0));
 
     // Modem side.
     void SetModemState(int state);
@@ -186,9 +187,6 @@ class Rig {
     android::base::Result<void> SetUpRil();
     // Keeps the report a line starts or continues; false for any other line.
     bool KeepReportLine(const std::string& line);
-    // Notes how the daemon ended (or why it cannot be waited for) if it ends on its own within
-    // `timeout`; true if it did.
-    bool NoteDaemonEnd(std::chrono::milliseconds timeout = std::chrono::milliseconds(0));
     // Ends the daemon, if one runs.
     void EndDaemon();
 

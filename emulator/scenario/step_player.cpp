@@ -8,7 +8,6 @@
 
 #include <fmt/format.h>
 
-#include "scenario/control_steps.h"
 #include "scenario/daemon_steps.h"
 #include "scenario/file_steps.h"
 #include "scenario/log_steps.h"
@@ -26,6 +25,12 @@ using tarvo_scenario::Step;
 namespace tarvo_emu {
 
 namespace {
+
+// sleep_ms: waits, looking at nothing.
+Result<void> PlaySleep(StepPlayer& player, const StepCall& call) {
+    player.SleepUnlessCancelled(std::chrono::milliseconds(call.step.sleep_ms()));
+    return {};
+}
 
 // The handler of each kind of step.
 constexpr std::pair<Step::ActionCase, StepHandler> kHandlers[] = {
@@ -69,23 +74,17 @@ std::string StepFailure::message() const {
     return health.empty() ? message : message + "; " + health;
 }
 
-StepResult StepPlayer::PlayAll(const google::protobuf::RepeatedPtrField<Step>& steps,
-                               const std::string& label, const std::vector<StepPlace>* places) {
-    for (int i = 0; i < steps.size(); ++i) {
-        const StepPlace* place =
-            places != nullptr && i < static_cast<int>(places->size()) ? &(*places)[i] : nullptr;
-        StepResult played = PlayNamed(steps[i], label + fmt::format("step {}", i), place);
-        if (!played.ok()) return played;
-    }
-    return {};
-}
-
 StepResult StepPlayer::PlayRepeat(const StepCall& call) {
     const tarvo_scenario::Repeat& repeat = call.step.repeat();
+    const std::vector<StepPlace>* places = call.place != nullptr ? &call.place->steps : nullptr;
     for (uint32_t round = 1; round <= repeat.times(); ++round) {
-        StepResult played = PlayAll(repeat.step(), call.name + fmt::format(", round {}, ", round),
-                                    call.place != nullptr ? &call.place->steps : nullptr);
-        if (!played.ok()) return played;
+        for (int i = 0; i < repeat.step_size(); ++i) {
+            const StepPlace* place =
+                places != nullptr && i < static_cast<int>(places->size()) ? &(*places)[i] : nullptr;
+            StepResult played = PlayNamed(
+                repeat.step(i), fmt::format("{}, round {}, step {}", call.name, round, i), place);
+            if (!played.ok()) return played;
+        }
     }
     return {};
 }

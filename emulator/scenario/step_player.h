@@ -10,8 +10,6 @@
 #include <string>
 #include <vector>
 
-#include <google/protobuf/repeated_ptr_field.h>
-
 #include <android-base/expected.h>
 #include <android-base/result.h>
 
@@ -73,11 +71,6 @@ class StepPlayer {
   public:
     StepPlayer(Rig* rig, const ScenarioOrigin* origin)
         : rig_(rig), origin_(origin), wait_notice_(&rig->transcript()) {}
-
-    // Plays the steps in order, up to the first failure. `places` are the steps' places in the
-    // file, when known.
-    StepResult PlayAll(const google::protobuf::RepeatedPtrField<tarvo_scenario::Step>& steps,
-                       const std::string& label, const std::vector<StepPlace>* places);
 
     // Plays a step shown in the transcript as `name`, at `place` in the file when known.
     StepResult PlayNamed(const tarvo_scenario::Step& step, const std::string& name,
