@@ -45,8 +45,6 @@ ModemEmulator::ModemEmulator(int initial_state, IpcNode::UplinkHandler on_uplink
     for (const NodePlace& place : kNodeTable) nodes_.push_back(NodeOfKind(place.kind));
 }
 
-ModemEmulator::~ModemEmulator() { Unmount(); }
-
 Result<void> ModemEmulator::Mount(const std::string& dir) {
     dir_ = dir;
     const char* argv[] = {"tarvo-emu", "-o", "fsname=tarvo-emu,subtype=tarvo-emu"};
@@ -68,7 +66,7 @@ Result<void> ModemEmulator::Mount(const std::string& dir) {
     return {};
 }
 
-void ModemEmulator::Unmount() {
+ModemEmulator::~ModemEmulator() {
     if (session_ == nullptr) return;
     for (EmulatedNode* node : nodes_) node->Shutdown();
     // When a process is killed in the middle of a request, the kernel sends an interrupt for it,

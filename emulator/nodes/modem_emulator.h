@@ -23,6 +23,7 @@ namespace tarvo_emu {
 class ModemEmulator {
   public:
     ModemEmulator(int initial_state, IpcNode::UplinkHandler on_uplink);
+    // Answers held requests, unmounts and stops the session loop.
     ~ModemEmulator();
 
     ModemEmulator(const ModemEmulator&) = delete;
@@ -30,8 +31,6 @@ class ModemEmulator {
 
     // Mounts the filesystem on `dir` (an existing empty directory) and starts serving it.
     android::base::Result<void> Mount(const std::string& dir);
-    // Answers held requests, unmounts and stops the session loop. Safe to call twice.
-    void Unmount();
 
     // Host path of a node's file, e.g. PathOf("oem_ipc1").
     std::string PathOf(const std::string& name) const { return dir_ + "/" + name; }

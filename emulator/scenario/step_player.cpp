@@ -100,24 +100,28 @@ StepResult StepPlayer::PlayNamed(const Step& step, const std::string& name,
                                  : ShortStepText(shown);
     rig_->transcript().Note(name + ": " + text);
     const StepCall call{step, name, place};
-    if (step.has_repeat()) {
-        // The repeated steps say what they wait for, and a failure among them is their own.
-        const auto start = std::chrono::steady_clock::now();
-        StepResult played = PlayRepeat(call);
-        ShowVerdict(played.ok(), name, start);
-        return played;
-    }
     const auto handler =
         std::find_if(std::begin(kHandlers), std::end(kHandlers),
                      [&step](const auto& entry) { return entry.first == step.action_case(); });
     const auto start = std::chrono::steady_clock::now();
-    wait_notice_.Begin(name, text);
-    Result<void> played = Error() << "unknown step";
-    if (handler != std::end(kHandlers)) played = handler->second(*this, call);
-    wait_notice_.End();
-    ShowVerdict(played.ok(), name, start);
+    // The repeated steps say what they wait for, and a failure among them is their own.
+    StepResult repeated;
+    Result<void> played;
+    if (step.has_repeat()) {
+        repeated = PlayRepeat(call);
+    } else {
+        wait_notice_.Begin(name, text);
+        played = handler != std::end(kHandlers) ? handler->second(*this, call)
+                                                : Error() << "unknown step";
+        wait_notice_.End();
+    }
+    const bool held = repeated.ok() && played.ok();
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    rig_->transcript().Verdict(held, held ? "ok" : "FAILED",
+                               fmt::format(" {} ({:.3f} s)", name, seconds));
     // A cancelled step did not wait its time, whatever it saw meanwhile.
-    if (played.ok() && !cancelled()) return {};
+    if (step.has_repeat() || (played.ok() && !cancelled())) return repeated;
     StepFailure failure{.name = name, .text = text, .cancelled = cancelled()};
     if (origin_ != nullptr && place != nullptr) {
         failure.file = origin_->path;
@@ -125,14 +129,6 @@ StepResult StepPlayer::PlayNamed(const Step& step, const std::string& name,
     }
     if (!failure.cancelled) failure.reason = played.error().message();
     return android::base::unexpected(std::move(failure));
-}
-
-void StepPlayer::ShowVerdict(bool passed, const std::string& name,
-                             std::chrono::steady_clock::time_point start) {
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    rig_->transcript().Verdict(passed, passed ? "ok" : "FAILED",
-                               fmt::format(" {} ({:.3f} s)", name, seconds));
 }
 
 bool StepPlayer::WaitUnlessCancelled(std::chrono::milliseconds timeout,

@@ -98,9 +98,6 @@ class StepPlayer {
   private:
     // The repeat's steps, in order, so many times over; a failure is the repeated step's.
     StepResult PlayRepeat(const StepCall& call);
-    // Shows in the transcript whether the step `name`, begun at `start`, held and how long it took.
-    void ShowVerdict(bool passed, const std::string& name,
-                     std::chrono::steady_clock::time_point start);
 
     Rig* rig_;
     const ScenarioOrigin* origin_;
