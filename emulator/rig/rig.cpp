@@ -117,12 +117,9 @@ Result<void> Rig::SetUpRil() {
         const std::string variant =
             options.omit_symbol.empty() ? "full" : "without-" + options.omit_symbol;
         const std::string library = TARVO_BINARY_DIR "/vekril/" + variant + "/libvekril-client.so";
-        std::string bytes;
-        if (!android::base::ReadFileToString(library, &bytes) ||
-            !android::base::WriteStringToFile(
-                bytes, *sandbox_->HostPath("/vendor/lib64/libvekril-client.so"))) {
-            return ErrnoError() << "no RIL client library " << variant;
-        }
+        std::error_code ec;
+        fs::copy_file(library, *sandbox_->HostPath("/vendor/lib64/libvekril-client.so"), ec);
+        if (ec) return Error(ec.value()) << "no RIL client library " << variant;
     }
     if (options.open_fails) return {};
     return ril_->Listen(sandbox_->socket_dir() + "/" +
