@@ -4,7 +4,7 @@
 
 #include <android-base/result.h>
 
-#include "cli/tput_measurement.h"
+#include "measure/tput_measurement.h"
 
 namespace tarvo_emu {
 

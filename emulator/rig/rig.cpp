@@ -192,8 +192,6 @@ bool Rig::NoteDaemonEnd(std::chrono::milliseconds timeout) {
     return true;
 }
 
-bool Rig::AwaitDaemonEnd(std::chrono::milliseconds timeout) { return NoteDaemonEnd(timeout); }
-
 Result<void> Rig::CheckHealth() {
     // A sanitized daemon that hits a fault right after the test's last step is still printing
     // its report when the test ends, and would be killed before it ends by itself. Giving it a

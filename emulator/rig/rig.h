@@ -111,8 +111,6 @@ class Rig {
     // holds the report. Tests and scenarios check it last, so that a fault that broke nothing
     // they looked at still fails them.
     android::base::Result<void> CheckHealth();
-    // Waits until the daemon ends on its own; false when it still runs after `timeout`.
-    bool AwaitDaemonEnd(std::chrono::milliseconds timeout);
 
     // Modem side.
     void SetModemState(int state);

@@ -1,4 +1,4 @@
-#include "cli/output_path.h"
+#include "cli/command_options.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,6 +23,23 @@ Result<void> CheckOutputPath(const std::string& path) {
         return ErrnoError() << "cannot create " << path << " in " << directory;
     }
     return {};
+}
+
+CLI::Validator WritableOutput(bool dash) {
+    return CLI::Validator(
+        [dash](std::string& path) -> std::string {
+            if (dash && path == "-") return "";
+            const Result<void> writable = CheckOutputPath(path);
+            return writable.ok() ? "" : writable.error().message();
+        },
+        "", "WRITABLE");
+}
+
+Result<std::unique_ptr<PcapngRecorder>> OpenPcapng(const std::string& path, RigHooks* hooks) {
+    if (path.empty()) return nullptr;
+    Result<std::unique_ptr<PcapngRecorder>> opened = PcapngRecorder::Open(path);
+    if (opened.ok()) (*opened)->Attach(hooks);
+    return opened;
 }
 
 }  // namespace tarvo_emu
