@@ -49,16 +49,11 @@ nlohmann::ordered_json JsonRates(const std::map<uint64_t, NodeRate>& rates) {
     return json;
 }
 
-uint64_t TotalBytes(const std::map<uint64_t, NodeRate>& rates) {
-    uint64_t bytes = 0;
-    for (const auto& [size, rate] : rates) bytes += rate.bytes;
-    return bytes;
-}
-
-uint64_t TotalWrites(const std::map<uint64_t, NodeRate>& rates) {
-    uint64_t writes = 0;
-    for (const auto& [size, rate] : rates) writes += rate.transfers;
-    return writes;
+// The sum of one field (transfers or bytes) over all block sizes.
+uint64_t Total(const std::map<uint64_t, NodeRate>& rates, uint64_t NodeRate::*field) {
+    uint64_t total = 0;
+    for (const auto& [size, rate] : rates) total += rate.*field;
+    return total;
 }
 
 // A rate for the table, `decimals` after the point: "-" when there is none.
@@ -151,7 +146,8 @@ std::string ReportTable(const TputReport& report) {
             Cell(Gbps(row.bare.bytes_per_s()), 3), Cell(row.again.bytes_per_s() / 1e6, 1));
     }
     out += fmt::format("  total           {:10} writes, {} bytes, {} failed\n",
-                       TotalWrites(report.pump), TotalBytes(report.pump), report.pump_failed);
+                       Total(report.pump, &NodeRate::transfers),
+                       Total(report.pump, &NodeRate::bytes), report.pump_failed);
     return out;
 }
 
@@ -170,8 +166,8 @@ std::string ReportJson(const TputReport& report) {
     down["bare_reader_bytes"] = report.bare_reader.bytes;
     down["bare_reader_bytes_per_s"] = report.bare_reader.bytes_per_s();
     nlohmann::ordered_json& up = json["uplink"];
-    up["pump_writes"] = TotalWrites(report.pump);
-    up["pump_bytes"] = TotalBytes(report.pump);
+    up["pump_writes"] = Total(report.pump, &NodeRate::transfers);
+    up["pump_bytes"] = Total(report.pump, &NodeRate::bytes);
     up["pump_failed"] = report.pump_failed;
     up["pump_bytes_per_s_by_size"] = JsonRates(report.pump);
     up["bare_writer_bytes_per_s_by_size"] = JsonRates(report.bare_writer);

@@ -100,6 +100,14 @@ Result<SoakReport> SoakRun::Play(
         return true;
     };
 
+    const auto healthy = [&] {
+        Result<void> health = session.rig().CheckHealth();
+        if (health.ok()) return true;
+        divergence = {true, stimuli_.empty() ? 0 : stimuli_.size() - 1, "health",
+                      health.error().message()};
+        return false;
+    };
+
     bool clean = play(model.Start());
     while (clean && steady_clock::now() < deadline &&
            (!options_.steps || report_.stimuli < *options_.steps)) {
@@ -107,25 +115,14 @@ Result<SoakReport> SoakRun::Play(
         stimuli_.push_back(traffic.Next(model, &fault));
         ++report_.stimuli;
         if (fault) ++report_.faults;
-        clean = play(model.Play(stimuli_.back()));
-        if (clean && report_.stimuli % kHealthEvery == 0) {
-            if (android::base::Result<void> health = session.rig().CheckHealth(); !health.ok()) {
-                divergence = {true, stimuli_.size() - 1, "health", health.error().message()};
-                clean = false;
-            }
-        }
+        clean =
+            play(model.Play(stimuli_.back())) && (report_.stimuli % kHealthEvery != 0 || healthy());
         if (steady_clock::now() >= next_progress) {
             tell(false);
             next_progress = steady_clock::now() + kProgressEvery;
         }
     }
-    if (clean) {
-        if (android::base::Result<void> health = session.rig().CheckHealth(); !health.ok()) {
-            divergence = {true, stimuli_.empty() ? 0 : stimuli_.size() - 1, "health",
-                          health.error().message()};
-            clean = false;
-        }
-    }
+    clean = clean && healthy();
     tell(true);
     if (!clean) report_.divergence = divergence;
     return report_;
