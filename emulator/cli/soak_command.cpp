@@ -107,10 +107,9 @@ int RunSoakCommand(const SoakOptions& options) {
     }
     fmt::print("soak: {} stimuli of {} kept ({} replays, {:.0f} s); scenario written to {}\n",
                written->kept, written->played, written->replays, written->seconds, written->file);
-    fmt::print("soak: played again, the scenario {}\n",
-               written->fails_on_run ? "fails"
-                                     : "PASSES: the divergence depends on a timing of "
-                                       "its own");
+    fmt::print(
+        "soak: played again, the scenario {}\n",
+        written->fails_on_run ? "fails" : "PASSES: the divergence depends on a timing of its own");
     return 1;
 }
 
