@@ -11,6 +11,10 @@ using android::base::Result;
 
 namespace tarvo_emu {
 
+namespace {
+
+// Whether a file can be written at `path`: an existing file writable, or its directory one that
+// a file can be created in.
 Result<void> CheckOutputPath(const std::string& path) {
     struct stat status;
     if (stat(path.c_str(), &status) == 0) {
@@ -24,6 +28,8 @@ Result<void> CheckOutputPath(const std::string& path) {
     }
     return {};
 }
+
+}  // namespace
 
 CLI::Validator WritableOutput(bool dash) {
     return CLI::Validator(

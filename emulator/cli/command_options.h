@@ -21,10 +21,6 @@ constexpr char kPcapngHelp[] =
     "wireshark-profile`): each message when the daemon reads or writes it,\n"
     "faults as packet comments, the log lines in the same timeline";
 
-// Whether a file can be written at `path`, as an option that names an output checks it before
-// any work: an existing file writable, or its directory one that a file can be created in.
-android::base::Result<void> CheckOutputPath(const std::string& path);
-
 // Refuses an output file that cannot be written while the command line is read, before any
 // work; "-" (standard output) passes when `dash` is.
 CLI::Validator WritableOutput(bool dash = false);
