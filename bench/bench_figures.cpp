@@ -20,7 +20,7 @@
 #include <android-base/strings.h>
 
 #include "bench_rig.h"
-#include "cli/tput_measurement.h"
+#include "measure/tput_measurement.h"
 #include "process/process_usage.h"
 #include "proto/tarvo_message.pb.h"
 #include "rig/rig.h"
@@ -523,7 +523,7 @@ Figures DownlinkFigures(const BenchSettings& settings) {
     const tarvo_emu::DownlinkSettings downlink;
     tarvo_emu::Rig rig(tarvo_emu::TputRigOptions(downlink));
     if (Result<void> started = rig.Start(); !started.ok()) return started.error();
-    Result<tarvo_emu::TputReport> measured = tarvo_emu::MeasureTput(rig, downlink, false);
+    Result<tarvo_emu::TputReport> measured = tarvo_emu::MeasureTput(rig, downlink);
     if (!measured.ok()) return Error() << "throughput test: " << measured.error().message();
     const tarvo_emu::TputReport& report = *measured;
 

@@ -30,10 +30,11 @@ LAYERS = {
     "emulator/sandbox": ["emulator/process", "emulator/ril_library", "platform"],
     "emulator/peers": ["emulator/nodes", "emulator/ril_library", "proto"],
     "emulator/rig": ["emulator/peers", "emulator/sandbox"],
+    "emulator/measure": ["emulator/rig"],
     "emulator/scenario": ["emulator/rig"],
     "emulator/capture": ["emulator/scenario"],
     "emulator/soak": ["emulator/scenario"],
-    "emulator/cli": ["emulator/capture", "emulator/soak", "emulator/scenario"],
+    "emulator/cli": ["emulator/capture", "emulator/soak", "emulator/scenario", "emulator/measure"],
 }
 
 # The daemon's folders, where an include by bare name is looked up.

@@ -30,7 +30,6 @@ namespace {
 constexpr double kReplyDelayKept = 0.1;
 // A pause before the modem's next action that is kept as a sleep.
 constexpr double kPauseKept = 0.1;
-constexpr int kDefaultReplyDelayMs = 20;
 
 // Where the daemon reads the files of each file directory.
 const std::map<int, std::string>& FileDirectories() {

@@ -21,7 +21,7 @@
 #include <android-base/unique_fd.h>
 #include <fmt/format.h>
 
-#include "capture/pcapng_recorder.h"
+#include "cli/command_options.h"
 #include "cli/live_output.h"
 #include "cli/step_examples.h"
 #include "cli/step_text.h"
@@ -339,15 +339,10 @@ int RunConsole(const ConsoleOptions& options) {
     LiveOutput output(wake_write.get());
     std::ostream transcript(&output);
     RigHooks hooks;
-    std::unique_ptr<PcapngRecorder> pcapng;
-    if (!options.pcapng.empty()) {
-        Result<std::unique_ptr<PcapngRecorder>> opened = PcapngRecorder::Open(options.pcapng);
-        if (!opened.ok()) {
-            fprintf(stderr, "tarvo-emu console: %s\n", opened.error().message().c_str());
-            return 1;
-        }
-        pcapng = std::move(*opened);
-        pcapng->Attach(&hooks);
+    Result<std::unique_ptr<PcapngRecorder>> pcapng = OpenPcapng(options.pcapng, &hooks);
+    if (!pcapng.ok()) {
+        fprintf(stderr, "tarvo-emu console: %s\n", pcapng.error().message().c_str());
+        return 1;
     }
     auto session = std::make_unique<ScenarioSession>(scenario, &transcript, nullptr, nullptr,
                                                      std::move(hooks));
@@ -383,8 +378,8 @@ int RunConsole(const ConsoleOptions& options) {
     }
     // The capture ends with the daemon's last lines, once the rig is gone.
     session.reset();
-    if (pcapng) {
-        if (Result<void> closed = pcapng->Close(); !closed.ok()) {
+    if (*pcapng) {
+        if (Result<void> closed = (*pcapng)->Close(); !closed.ok()) {
             output.Say("tarvo-emu console: " + closed.error().message() + "\n");
             failed = true;
         }

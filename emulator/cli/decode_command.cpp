@@ -51,7 +51,7 @@ CLI::App* AddDecodeCommand(CLI::App& app, DecodeOptions* options) {
     return decode;
 }
 
-int RunDecode(const DecodeOptions& options) {
+int RunDecodeCommand(const DecodeOptions& options) {
     const std::string& file = options.file;
     std::ifstream stream;
     if (!file.empty()) {

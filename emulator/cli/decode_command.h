@@ -22,6 +22,6 @@ CLI::App* AddDecodeCommand(CLI::App& app, DecodeOptions* options);
 // Prints a capture (strace's output of the daemon, the rig's transcript, or plain hex) as the
 // transcript shows a session, and writes it as a scenario or a pcapng file when asked. Needs no
 // root: it runs nothing. Returns the exit status.
-int RunDecode(const DecodeOptions& options);
+int RunDecodeCommand(const DecodeOptions& options);
 
 }  // namespace tarvo_emu

@@ -1,9 +1,15 @@
 #include "cli/soak_command.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <string>
 
-#include <android-base/parseint.h>
 #include <fmt/format.h>
+
+#include "cli/command_options.h"
+
+using android::base::Result;
 
 namespace tarvo_emu {
 
@@ -19,15 +25,8 @@ CLI::App* AddSoakCommand(CLI::App& app, SoakOptions* options) {
         "written as a scenario that `tarvo-emu run` plays and fails the same way. Progress on a\n"
         "terminal, a summary at the end.");
     ParseSoakFaults("all", &options->faults, nullptr);
-    soak->add_option_function<std::string>(
-            "--seed",
-            [options](const std::string& value) {
-                if (!android::base::ParseUint(value, &options->seed)) {
-                    throw CLI::ValidationError(
-                        fmt::format("--seed takes a number, not \"{}\"", value));
-                }
-            },
-            "the run's seed, decimal or 0x hexadecimal (1)")
+    AddNumberOption(soak, "--seed", &options->seed, "a number",
+                    "the run's seed, decimal or 0x hexadecimal (1)")
         ->type_name("N");
     CLI::Option* duration =
         soak->add_option_function<uint64_t>(
@@ -68,6 +67,50 @@ CLI::App* AddSoakCommand(CLI::App& app, SoakOptions* options) {
             "how long shrinking may take (600)")
         ->type_name("SECONDS");
     return soak;
+}
+
+int RunSoakCommand(const SoakOptions& options) {
+    const bool terminal = isatty(STDERR_FILENO);
+    SoakRun soak(options);
+    fmt::print("soak: seed {}{}\n", options.seed,
+               soak.read_only_replay() ? " (replay directory read-only)" : "");
+    fflush(stdout);
+    const auto rate = [](const SoakReport& report) {
+        return report.checks / std::max(report.seconds, 1e-3);
+    };
+    Result<SoakReport> report = soak.Play([&](const SoakReport& so_far, bool last) {
+        if (!terminal) return;
+        fmt::print(stderr, "\r{:7.1f} s  stimuli {}  faults {}  checks {}  ({:.0f} checks/s){}",
+                   so_far.seconds, so_far.stimuli, so_far.faults, so_far.checks, rate(so_far),
+                   last ? "\n" : "   ");
+        fflush(stderr);
+    });
+    if (!report.ok()) {
+        fmt::print(stderr, "soak: {}\n", report.error().message());
+        return 1;
+    }
+    fmt::print("soak: seed {}, {:.1f} s, {} stimuli, {} faults, {} checks ({:.1f} checks/s): {}\n",
+               options.seed, report->seconds, report->stimuli, report->faults, report->checks,
+               rate(*report), report->divergence ? "DIVERGED" : "no divergence");
+    if (!report->divergence) return 0;
+
+    fmt::print("soak: at stimulus {}: {}\n", report->divergence->stimulus,
+               report->divergence->message);
+    fflush(stdout);
+    Result<SoakScenarioReport> written = soak.ShrinkAndWrite([terminal](const std::string& line) {
+        if (terminal) fmt::print(stderr, "\rshrinking: {}          ", line);
+    });
+    if (terminal) fmt::print(stderr, "\n");
+    if (!written.ok()) {
+        fmt::print(stderr, "soak: {}\n", written.error().message());
+        return 1;
+    }
+    fmt::print("soak: {} stimuli of {} kept ({} replays, {:.0f} s); scenario written to {}\n",
+               written->kept, written->played, written->replays, written->seconds, written->file);
+    fmt::print(
+        "soak: played again, the scenario {}\n",
+        written->fails_on_run ? "fails" : "PASSES: the divergence depends on a timing of its own");
+    return 1;
 }
 
 }  // namespace tarvo_emu

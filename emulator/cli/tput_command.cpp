@@ -1,15 +1,76 @@
 #include "cli/tput_command.h"
 
+#include <unistd.h>
+
 #include <iostream>
+#include <optional>
 
 #include <android-base/file.h>
 #include <fmt/format.h>
 
+#include "cli/command_options.h"
 #include "cli/tput_report.h"
 
 using android::base::Result;
 
 namespace tarvo_emu {
+
+namespace {
+
+constexpr uint64_t kMaxBlockSize = 65568;
+
+const char* PhaseName(TputPhase phase) {
+    static const char* const kNames[] = {"starting", "downlink", "downlink end", "uplink",
+                                         "uplink end"};
+    return kNames[static_cast<int>(phase)];
+}
+
+// Shows the run's progress on stderr: a terminal gets one line drawn again and again, a file or
+// pipe a line per phase.
+TputProgressListener ProgressPrinter() {
+    const bool terminal = isatty(STDERR_FILENO) != 0;
+    return [terminal, shown = std::optional<TputPhase>()](const TputProgress& progress) mutable {
+        if (progress.phase == TputPhase::kBareRuns) {
+            if (terminal) fmt::print(stderr, "\n");
+            fmt::print(stderr, "measuring a bare reader of the node, and a bare writer twice...\n");
+            return;
+        }
+        if (!terminal && progress.phase == shown) return;
+        fmt::print(stderr, "{}{:<12} {:6.1f} s   downlink {:9.1f} MB   uplink {:9.1f} MB{}",
+                   terminal ? "\r" : "", PhaseName(progress.phase), progress.seconds,
+                   progress.downlink_bytes / 1e6, progress.uplink_bytes / 1e6,
+                   terminal ? " " : "\n");
+        shown = progress.phase;
+    };
+}
+
+}  // namespace
+
+CLI::App* AddTputCommand(CLI::App& app, TputCommandOptions* options) {
+    CLI::App* tput = app.add_subcommand(
+        "tput",
+        "Runs the IPC throughput test (`tarvo -t`) against the emulated modem, then a bare\n"
+        "reader of the node and a bare writer twice (how far the second run lies from the\n"
+        "first shows how far one block size's figure strays), and prints the table.");
+    tput->add_option("--plot", options->plot,
+                     "draw the downlink samples and uplink rates (gnuplot)")
+        ->type_name("FILE.svg")
+        ->check(WritableOutput());
+    tput->add_option("--json", options->json, "write the figures as JSON (- for standard output)")
+        ->type_name("FILE|-")
+        ->check(WritableOutput(true));
+    DownlinkSettings& downlink = options->downlink;
+    AddNumberOption(
+        tput, "--block-size", &downlink.block_size,
+        fmt::format("a number of bytes from 1 to {}", kMaxBlockSize),
+        fmt::format("bytes per downlink block, 1 to {} ({})", kMaxBlockSize, downlink.block_size),
+        uint64_t{1}, kMaxBlockSize)
+        ->type_name("N");
+    AddNumberOption(tput, "--rate", &downlink.bytes_per_s, "a number of bytes per second",
+                    "downlink rate; 0 or not given: as fast as read")
+        ->type_name("BYTES_PER_S");
+    return tput;
+}
 
 int RunTputCommand(const TputCommandOptions& options) {
     Rig rig(TputRigOptions(options.downlink));
@@ -17,7 +78,7 @@ int RunTputCommand(const TputCommandOptions& options) {
         fmt::print(stderr, "tarvo-emu: {}\n", started.error().message());
         return 1;
     }
-    Result<TputReport> report = MeasureTput(rig, options.downlink, true);
+    Result<TputReport> report = MeasureTput(rig, options.downlink, ProgressPrinter());
     if (!report.ok()) {
         fmt::print(stderr, "\ntarvo-emu: {}\n", report.error().message());
         return 1;

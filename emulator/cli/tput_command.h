@@ -2,7 +2,9 @@
 
 #include <string>
 
-#include "cli/tput_measurement.h"
+#include <CLI/CLI.hpp>
+
+#include "measure/tput_measurement.h"
 
 namespace tarvo_emu {
 
@@ -12,7 +14,11 @@ struct TputCommandOptions {
     DownlinkSettings downlink;
 };
 
-// `tarvo-emu tput`: runs `tarvo -t` against the emulated modem and reports. The exit status.
+// Declares `tarvo-emu tput [--plot FILE.svg] [--json FILE|-] [--block-size N] [--rate
+// BYTES_PER_S]` on `app`, filling `options`.
+CLI::App* AddTputCommand(CLI::App& app, TputCommandOptions* options);
+
+// Runs `tarvo -t` against the emulated modem and reports. The exit status.
 int RunTputCommand(const TputCommandOptions& options);
 
 }  // namespace tarvo_emu

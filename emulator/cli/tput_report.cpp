@@ -49,22 +49,66 @@ nlohmann::ordered_json JsonRates(const std::map<uint64_t, NodeRate>& rates) {
     return json;
 }
 
-uint64_t TotalBytes(const std::map<uint64_t, NodeRate>& rates) {
-    uint64_t bytes = 0;
-    for (const auto& [size, rate] : rates) bytes += rate.bytes;
-    return bytes;
-}
-
-uint64_t TotalWrites(const std::map<uint64_t, NodeRate>& rates) {
-    uint64_t writes = 0;
-    for (const auto& [size, rate] : rates) writes += rate.transfers;
-    return writes;
+// The sum of one field (transfers or bytes) over all block sizes.
+uint64_t Total(const std::map<uint64_t, NodeRate>& rates, uint64_t NodeRate::*field) {
+    uint64_t total = 0;
+    for (const auto& [size, rate] : rates) total += rate.*field;
+    return total;
 }
 
 // A rate for the table, `decimals` after the point: "-" when there is none.
 std::string Cell(double value, int decimals) {
     return std::isfinite(value) ? fmt::format("{:8.{}f}", value, decimals)
                                 : fmt::format("{:>8}", "-");
+}
+
+// The gnuplot script that draws the report into `svg`, reading its data from `data_dir`.
+std::string PlotScript(const TputReport& report, const std::string& data_dir,
+                       const std::string& svg) {
+    const double monitor = Gbps(report.monitor.bytes_per_s());
+    const double bare = Gbps(report.bare_reader.bytes_per_s());
+    std::string script =
+        "set terminal svg size 960,820 dynamic enhanced font 'sans,12' background rgb 'white'\n";
+    script += fmt::format("set output '{}'\n", svg);
+    script +=
+        "set multiplot layout 2,1 title 'tarvo IPC throughput test against the emulated modem'\n"
+        "set grid\n"
+        "set key outside bottom center horizontal\n"
+        "set yrange [0:*]\n"
+        "set title 'Downlink (modem to daemon): the daemon''s 100-ms samples'\n"
+        "set xlabel 'seconds since the downlink start'\n"
+        "set ylabel 'Gbit/s'\n";
+    const std::string first =
+        report.samples_gbps.empty()
+            ? std::string("no sample")
+            : fmt::format("first sample {:.2f} Gbit/s, left out", report.samples_gbps[0]);
+    script += "set xrange [0:10.5]\n";
+    if (report.samples_gbps.size() > 1) {
+        script += fmt::format(
+            "plot '{}/downlink.dat' using 1:2 with linespoints pt 7 ps 0.4 lw 1.5 "
+            "title 'daemon, per sample ({})', \\\n     ",
+            data_dir, first);
+    } else {
+        script += fmt::format("set label 1 'daemon: {}' at graph 0.05, graph 0.9\nplot ", first);
+    }
+    script += fmt::format(
+        "{:f} with lines dt 2 lw 2 title 'node: daemon''s monitor, {:.2f} Gbit/s', \\\n"
+        "     {:f} with lines dt 3 lw 2 title 'node: bare reader, {:.2f} Gbit/s'\n"
+        "unset label 1\n",
+        Finite(monitor), monitor, Finite(bare), bare);
+    if (UplinkSizes(report).empty()) return script + "unset multiplot\n";
+    script +=
+        "set title 'Uplink (daemon to modem): rate at the node per block size'\n"
+        "set xlabel 'block size (bytes)'\n"
+        "set ylabel 'Gbit/s'\n"
+        "set xrange [0:21000]\n";
+    script += fmt::format(
+        "plot '{}/uplink.dat' using 1:2 with linespoints pt 7 lw 1.5 title 'daemon''s pump', "
+        "\\\n"
+        "     '' using 1:3 with linespoints pt 5 lw 1.5 title 'bare writer (dd)'\n",
+        data_dir);
+    script += "unset multiplot\n";
+    return script;
 }
 
 }  // namespace
@@ -151,7 +195,8 @@ std::string ReportTable(const TputReport& report) {
             Cell(Gbps(row.bare.bytes_per_s()), 3), Cell(row.again.bytes_per_s() / 1e6, 1));
     }
     out += fmt::format("  total           {:10} writes, {} bytes, {} failed\n",
-                       TotalWrites(report.pump), TotalBytes(report.pump), report.pump_failed);
+                       Total(report.pump, &NodeRate::transfers),
+                       Total(report.pump, &NodeRate::bytes), report.pump_failed);
     return out;
 }
 
@@ -170,62 +215,14 @@ std::string ReportJson(const TputReport& report) {
     down["bare_reader_bytes"] = report.bare_reader.bytes;
     down["bare_reader_bytes_per_s"] = report.bare_reader.bytes_per_s();
     nlohmann::ordered_json& up = json["uplink"];
-    up["pump_writes"] = TotalWrites(report.pump);
-    up["pump_bytes"] = TotalBytes(report.pump);
+    up["pump_writes"] = Total(report.pump, &NodeRate::transfers);
+    up["pump_bytes"] = Total(report.pump, &NodeRate::bytes);
     up["pump_failed"] = report.pump_failed;
     up["pump_bytes_per_s_by_size"] = JsonRates(report.pump);
     up["bare_writer_bytes_per_s_by_size"] = JsonRates(report.bare_writer);
     up["bare_writer_again_bytes_per_s_by_size"] = JsonRates(report.bare_writer_again);
     // The result line is the daemon's text: bytes that are not UTF-8 are replaced, not fatal.
     return json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
-}
-
-std::string PlotScript(const TputReport& report, const std::string& data_dir,
-                       const std::string& svg) {
-    const double monitor = Gbps(report.monitor.bytes_per_s());
-    const double bare = Gbps(report.bare_reader.bytes_per_s());
-    std::string script =
-        "set terminal svg size 960,820 dynamic enhanced font 'sans,12' background rgb 'white'\n";
-    script += fmt::format("set output '{}'\n", svg);
-    script +=
-        "set multiplot layout 2,1 title 'tarvo IPC throughput test against the emulated modem'\n"
-        "set grid\n"
-        "set key outside bottom center horizontal\n"
-        "set yrange [0:*]\n"
-        "set title 'Downlink (modem to daemon): the daemon''s 100-ms samples'\n"
-        "set xlabel 'seconds since the downlink start'\n"
-        "set ylabel 'Gbit/s'\n";
-    const std::string first =
-        report.samples_gbps.empty()
-            ? std::string("no sample")
-            : fmt::format("first sample {:.2f} Gbit/s, left out", report.samples_gbps[0]);
-    script += "set xrange [0:10.5]\n";
-    if (report.samples_gbps.size() > 1) {
-        script += fmt::format(
-            "plot '{}/downlink.dat' using 1:2 with linespoints pt 7 ps 0.4 lw 1.5 "
-            "title 'daemon, per sample ({})', \\\n     ",
-            data_dir, first);
-    } else {
-        script += fmt::format("set label 1 'daemon: {}' at graph 0.05, graph 0.9\nplot ", first);
-    }
-    script += fmt::format(
-        "{:f} with lines dt 2 lw 2 title 'node: daemon''s monitor, {:.2f} Gbit/s', \\\n"
-        "     {:f} with lines dt 3 lw 2 title 'node: bare reader, {:.2f} Gbit/s'\n"
-        "unset label 1\n",
-        Finite(monitor), monitor, Finite(bare), bare);
-    if (UplinkSizes(report).empty()) return script + "unset multiplot\n";
-    script +=
-        "set title 'Uplink (daemon to modem): rate at the node per block size'\n"
-        "set xlabel 'block size (bytes)'\n"
-        "set ylabel 'Gbit/s'\n"
-        "set xrange [0:21000]\n";
-    script += fmt::format(
-        "plot '{}/uplink.dat' using 1:2 with linespoints pt 7 lw 1.5 title 'daemon''s pump', "
-        "\\\n"
-        "     '' using 1:3 with linespoints pt 5 lw 1.5 title 'bare writer (dd)'\n",
-        data_dir);
-    script += "unset multiplot\n";
-    return script;
 }
 
 }  // namespace tarvo_emu

@@ -4,7 +4,7 @@
 
 #include <android-base/result.h>
 
-#include "cli/tput_measurement.h"
+#include "measure/tput_measurement.h"
 
 namespace tarvo_emu {
 
@@ -12,9 +12,6 @@ namespace tarvo_emu {
 std::string ReportTable(const TputReport& report);
 // The report as JSON; a rate that could not be measured is null.
 std::string ReportJson(const TputReport& report);
-// The gnuplot script that draws the report into `svg`, reading its data from `data_dir`.
-std::string PlotScript(const TputReport& report, const std::string& data_dir,
-                       const std::string& svg);
 // Draws the report into `svg` with gnuplot.
 android::base::Result<void> WritePlot(const TputReport& report, const std::string& svg);
 

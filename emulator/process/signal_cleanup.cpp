@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <string.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -67,7 +66,7 @@ std::vector<std::string> MountsUnder(const std::string& dir) {
     return mounts;
 }
 
-[[noreturn]] void CleanUpAndExit(int signal_number) {
+[[noreturn]] void CleanUpAndExit(int signal_number, const std::function<void(int)>& cleaned) {
     Registry& r = registry();
     // Held to the end, so that nothing registers or unregisters meanwhile.
     r.mutex.lock();
@@ -83,25 +82,24 @@ std::vector<std::string> MountsUnder(const std::string& dir) {
         std::error_code ignored;
         std::filesystem::remove_all(tree, ignored);
     }
-    fprintf(stderr, "\ntarvo-emu: %s: daemon stopped, temporary tree removed\n",
-            strsignal(signal_number));
+    if (cleaned) cleaned(signal_number);
     _exit(128 + signal_number);
 }
 
 }  // namespace
 
-android::base::Result<void> InstallSignalCleanup() {
+android::base::Result<void> InstallSignalCleanup(std::function<void(int)> cleaned) {
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) return android::base::ErrnoError() << "pipe2";
     // A handler must never block: a writer to a closed pipe may be interrupted again and again
     // before the clean-up ends the process.
     if (fcntl(fds[1], F_SETFL, O_NONBLOCK) != 0) return android::base::ErrnoError() << "fcntl";
     signal_pipe = fds[1];
-    std::thread([read_end = fds[0]] {
+    std::thread([read_end = fds[0], cleaned = std::move(cleaned)] {
         char byte = 0;
         while (read(read_end, &byte, 1) < 0 && errno == EINTR) {
         }
-        CleanUpAndExit(byte);
+        CleanUpAndExit(byte, cleaned);
     }).detach();
     struct sigaction action = {};
     action.sa_handler = OnSignal;

@@ -1,9 +1,5 @@
 #include "soak/soak_run.h"
 
-#include <unistd.h>
-
-#include <iostream>
-
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
 
@@ -63,47 +59,28 @@ std::string Commented(const std::string& text) {
     return commented + "\n";
 }
 
-struct Counts {
-    size_t stimuli = 0;
-    size_t faults = 0;
-    size_t checks = 0;
-};
-
 }  // namespace
 
-int RunSoak(const SoakOptions& options) {
-    const bool terminal = isatty(STDERR_FILENO);
-    const tarvo_scenario::Scenario setup = SoakModel::Setup(options.seed);
-    printf("soak: seed %llu%s\n", static_cast<unsigned long long>(options.seed),
-           setup.read_only_size() > 0 ? " (replay directory read-only)" : "");
-    fflush(stdout);
-    SoakModel model(setup);
-    SoakTraffic traffic(options.seed, options.faults);
-    auto owned_session = std::make_unique<ScenarioSession>(setup, nullptr);
-    ScenarioSession& session = *owned_session;
-    if (android::base::Result<void> started = session.Start(); !started.ok()) {
-        fprintf(stderr, "soak: %s\n", started.error().message().c_str());
-        return 1;
-    }
+SoakRun::SoakRun(const SoakOptions& options)
+    : options_(options), setup_(SoakModel::Setup(options.seed)) {}
+
+Result<SoakReport> SoakRun::Play(
+    const std::function<void(const SoakReport&, bool last)>& progress) {
+    SoakModel model(setup_);
+    SoakTraffic traffic(options_.seed, options_.faults);
+    ScenarioSession session(setup_, nullptr);
+    if (Result<void> started = session.Start(); !started.ok()) return started.error();
 
     const auto start = steady_clock::now();
     const auto deadline =
-        start +
-        options.duration.value_or(options.steps ? std::chrono::hours(24 * 365) : kDefaultDuration);
-    const auto seconds = [&start] {
-        return std::chrono::duration<double>(steady_clock::now() - start).count();
+        start + options_.duration.value_or(options_.steps ? std::chrono::hours(24 * 365)
+                                                          : kDefaultDuration);
+    const auto tell = [&](bool last) {
+        report_.seconds = std::chrono::duration<double>(steady_clock::now() - start).count();
+        if (progress) progress(report_, last);
     };
-    Counts counts;
     auto next_progress = start;
-    const auto progress = [&](bool last) {
-        if (!terminal) return;
-        fprintf(stderr, "\r%7.1f s  stimuli %zu  faults %zu  checks %zu  (%.0f checks/s)%s",
-                seconds(), counts.stimuli, counts.faults, counts.checks,
-                counts.checks / std::max(seconds(), 1e-3), last ? "\n" : "   ");
-        fflush(stderr);
-    };
 
-    std::vector<Step> stimuli;
     SoakOutcome divergence;
     int index = 0;
     const auto play = [&](const std::vector<Step>& steps) {
@@ -111,94 +88,85 @@ int RunSoak(const SoakOptions& options) {
             StepResult played = session.Play(step, index++);
             if (!played.ok()) {
                 divergence.diverged = true;
-                divergence.stimulus = stimuli.empty() ? 0 : stimuli.size() - 1;
+                divergence.stimulus = stimuli_.empty() ? 0 : stimuli_.size() - 1;
                 divergence.signature = SoakSignature(step, played.error());
                 divergence.message = played.error().message();
                 return false;
             }
-            if (IsCheck(step)) ++counts.checks;
+            if (IsCheck(step)) ++report_.checks;
         }
         return true;
     };
 
+    const auto healthy = [&] {
+        Result<void> health = session.rig().CheckHealth();
+        if (health.ok()) return true;
+        divergence = {true, stimuli_.empty() ? 0 : stimuli_.size() - 1, "health",
+                      health.error().message()};
+        return false;
+    };
+
     bool clean = play(model.Start());
     while (clean && steady_clock::now() < deadline &&
-           (!options.steps || counts.stimuli < *options.steps)) {
+           (!options_.steps || report_.stimuli < *options_.steps)) {
         bool fault = false;
-        stimuli.push_back(traffic.Next(model, &fault));
-        ++counts.stimuli;
-        if (fault) ++counts.faults;
-        clean = play(model.Play(stimuli.back()));
-        if (clean && counts.stimuli % kHealthEvery == 0) {
-            if (android::base::Result<void> health = session.rig().CheckHealth(); !health.ok()) {
-                divergence = {true, stimuli.size() - 1, "health", health.error().message()};
-                clean = false;
-            }
-        }
+        stimuli_.push_back(traffic.Next(model, &fault));
+        ++report_.stimuli;
+        if (fault) ++report_.faults;
+        clean =
+            play(model.Play(stimuli_.back())) && (report_.stimuli % kHealthEvery != 0 || healthy());
         if (steady_clock::now() >= next_progress) {
-            progress(false);
+            tell(false);
             next_progress = steady_clock::now() + kProgressEvery;
         }
     }
-    if (clean) {
-        if (android::base::Result<void> health = session.rig().CheckHealth(); !health.ok()) {
-            divergence = {true, stimuli.empty() ? 0 : stimuli.size() - 1, "health",
-                          health.error().message()};
-            clean = false;
-        }
-    }
-    progress(true);
-    const double elapsed = seconds();
-    printf("soak: seed %llu, %.1f s, %zu stimuli, %zu faults, %zu checks (%.1f checks/s): %s\n",
-           static_cast<unsigned long long>(options.seed), elapsed, counts.stimuli, counts.faults,
-           counts.checks, counts.checks / std::max(elapsed, 1e-3),
-           clean ? "no divergence" : "DIVERGED");
-    if (clean) return 0;
+    clean = clean && healthy();
+    tell(true);
+    if (!clean) report_.divergence = divergence;
+    return report_;
+}
 
-    printf("soak: at stimulus %zu: %s\n", divergence.stimulus, divergence.message.c_str());
-    fflush(stdout);
-    // Each replay starts a rig of its own.
-    owned_session.reset();
+Result<SoakScenarioReport> SoakRun::ShrinkAndWrite(
+    const std::function<void(const std::string&)>& progress) {
+    const SoakOutcome& divergence = *report_.divergence;
+    std::vector<Step> stimuli = stimuli_;
     stimuli.resize(std::min(stimuli.size(), divergence.stimulus + 1));
     std::vector<size_t> numbers(stimuli.size());
     for (size_t i = 0; i < numbers.size(); ++i) numbers[i] = i;
     const auto shrink_start = steady_clock::now();
     const ShrinkResult shrunk =
-        ShrinkStimuli(setup, stimuli, numbers, divergence, options.shrink_budget,
-                      [terminal](const std::string& line) {
-                          if (terminal) fprintf(stderr, "\rshrinking: %s          ", line.c_str());
+        ShrinkStimuli(setup_, stimuli, numbers, divergence, options_.shrink_budget,
+                      [&progress](const std::string& line) {
+                          if (progress) progress(line);
                       });
-    if (terminal) fprintf(stderr, "\n");
     const double shrink_seconds =
         std::chrono::duration<double>(steady_clock::now() - shrink_start).count();
 
     std::string header = StringPrintf(
         "Written by `tarvo-emu soak --seed %llu`: the daemon diverged from the model after "
         "%.1f s, at stimulus %zu.\n",
-        static_cast<unsigned long long>(options.seed), elapsed, divergence.stimulus);
+        static_cast<unsigned long long>(options_.seed), report_.seconds, divergence.stimulus);
     header +=
         shrunk.reproduced
             ? StringPrintf("Shrunk to %zu of %zu stimuli in %zu replays (%.0f s).\n",
                            shrunk.stimuli.size(), stimuli.size(), shrunk.replays, shrink_seconds)
             : "No replay diverged alike (a timing of the run's own); the whole run is kept.\n";
     header += "Divergence: " + shrunk.outcome.message + "\n";
-    header += "Play it: tarvo-emu run " + options.out;
+    header += "Play it: tarvo-emu run " + options_.out;
     if (!android::base::WriteStringToFile(
             Commented(header) + "\n" +
-                ScenarioText(SoakScenario(setup, shrunk.stimuli, shrunk.numbers)),
-            options.out, /*follow_symlinks=*/true)) {
-        fprintf(stderr, "soak: cannot write %s\n", options.out.c_str());
-        return 1;
+                ScenarioText(SoakScenario(setup_, shrunk.stimuli, shrunk.numbers)),
+            options_.out, /*follow_symlinks=*/true)) {
+        return android::base::Error() << "cannot write " << options_.out;
     }
     // The file as `tarvo-emu run` reads it must fail too.
-    Result<tarvo_scenario::Scenario> written = LoadScenario(options.out);
-    const bool fails_on_run = written.ok() && !PlayScenario(*written).ok();
-    printf("soak: %s stimuli of %zu kept (%zu replays, %.0f s); scenario written to %s\n",
-           std::to_string(shrunk.stimuli.size()).c_str(), stimuli.size(), shrunk.replays,
-           shrink_seconds, options.out.c_str());
-    printf("soak: played again, the scenario %s\n",
-           fails_on_run ? "fails" : "PASSES: the divergence depends on a timing of its own");
-    return 1;
+    Result<tarvo_scenario::Scenario> written = LoadScenario(options_.out);
+    return SoakScenarioReport{.kept = shrunk.stimuli.size(),
+                              .played = stimuli.size(),
+                              .replays = shrunk.replays,
+                              .seconds = shrink_seconds,
+                              .file = options_.out,
+                              .fails_on_run = written.ok() && !PlayScenario(*written).ok()};
 }
 
 }  // namespace tarvo_emu

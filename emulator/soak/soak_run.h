@@ -2,10 +2,16 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
+#include <android-base/result.h>
+
+#include "soak/soak_shrinker.h"
 #include "soak/soak_traffic.h"
 
 namespace tarvo_emu {
@@ -22,11 +28,52 @@ struct SoakOptions {
     std::chrono::seconds shrink_budget{600};
 };
 
-// Plays random traffic against the daemon, each answer, log line, file and property checked
-// against the model, until the time or the number of stimuli is reached. On the first divergence
-// the run is shrunk and written to `out` as a scenario. Progress goes to standard error when it
-// is a terminal, the summary to standard output. 0 for a clean run, 1 for a divergence or a rig
-// that did not start.
-int RunSoak(const SoakOptions& options);
+// What a soak run played, and its first divergence.
+struct SoakReport {
+    size_t stimuli = 0;
+    size_t faults = 0;
+    size_t checks = 0;
+    double seconds = 0;
+    std::optional<SoakOutcome> divergence;
+};
+
+// A divergence shrunk and written as a scenario.
+struct SoakScenarioReport {
+    size_t kept = 0;    // the stimuli left
+    size_t played = 0;  // of those played up to the divergence
+    size_t replays = 0;
+    double seconds = 0;
+    std::string file;
+    // Whether the file, played as `tarvo-emu run` plays it, fails too.
+    bool fails_on_run = false;
+};
+
+// Random traffic against the daemon, each answer, log line, file and property checked against
+// the model. Play first; when it diverged, ShrinkAndWrite.
+class SoakRun {
+  public:
+    explicit SoakRun(const SoakOptions& options);
+
+    // Whether the seed made the replay directory read-only.
+    bool read_only_replay() const { return setup_.read_only_size() > 0; }
+
+    // Plays until the time or the number of stimuli is reached, or up to the first divergence.
+    // `progress`, when given, hears the report so far every half second and once at the end
+    // (`last`). An error when the rig did not start.
+    android::base::Result<SoakReport> Play(
+        const std::function<void(const SoakReport&, bool last)>& progress);
+
+    // Shrinks the divergence that Play found to the fewest stimuli that still show it, each
+    // replay on a rig of its own (`progress` hears each attempt), and writes them to the
+    // options' file as a scenario. An error when the file could not be written.
+    android::base::Result<SoakScenarioReport> ShrinkAndWrite(
+        const std::function<void(const std::string&)>& progress);
+
+  private:
+    const SoakOptions options_;
+    const tarvo_scenario::Scenario setup_;
+    std::vector<tarvo_scenario::Step> stimuli_;
+    SoakReport report_;
+};
 
 }  // namespace tarvo_emu

@@ -23,6 +23,7 @@
 
 #include "idle_rig_test.h"
 #include "process/child_process.h"
+#include "process/wait_until.h"
 #include "proto/tarvo_message.pb.h"
 #include "scenario/scenario_loader.h"
 #include "scenario/scenario_player.h"
@@ -522,9 +523,9 @@ TEST(RigHealthTest, ADaemonThatEndsOnItsOwnIsAFailure) {
     ASSERT_NE(rig.daemon_pid(), 0);
     EXPECT_RESULT_OK(rig.CheckHealth());
     ASSERT_EQ(kill(rig.daemon_pid(), SIGKILL), 0);
-    ASSERT_TRUE(rig.AwaitDaemonEnd(std::chrono::seconds(10)));
-    const android::base::Result<void> health = rig.CheckHealth();
-    ASSERT_FALSE(health.ok());
+    android::base::Result<void> health;
+    ASSERT_TRUE(tarvo_emu::WaitUntil([&] { return !(health = rig.CheckHealth()).ok(); },
+                                     std::chrono::seconds(10)));
     EXPECT_EQ(health.error().message(), "tarvo -s ended with status 137");
 }
 

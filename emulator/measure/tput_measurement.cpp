@@ -1,6 +1,4 @@
-#include "cli/tput_measurement.h"
-
-#include <unistd.h>
+#include "measure/tput_measurement.h"
 
 #include <algorithm>
 #include <chrono>
@@ -57,30 +55,28 @@ std::map<uint64_t, NodeRate> RatesBySize(const TestNode::Uplink& uplink) {
 }
 
 // Where the test stands, from the daemon's requests to the modem.
-struct Phase {
+struct TestState {
     int requests = 0;  // throughput requests so far
     bool uplink_end = false;
-    const char* name() const {
-        static const char* const kNames[] = {"starting", "downlink", "downlink end", "uplink",
-                                             "uplink end"};
-        return kNames[std::min(requests, 4)];
+    TputPhase phase() const {
+        return static_cast<TputPhase>(std::min(requests, static_cast<int>(TputPhase::kUplinkEnd)));
     }
 };
 
-Phase PhaseOf(const std::vector<tarvo_message::TarvoMessage>& messages) {
-    Phase phase;
+TestState StateOf(const std::vector<tarvo_message::TarvoMessage>& messages) {
+    TestState state;
     for (const tarvo_message::TarvoMessage& message : messages) {
         if (message.type() != tarvo_message::REQUEST || !message.modem_test().has_tput_request()) {
             continue;
         }
-        ++phase.requests;
-        if (TputModem::IsTputRequest(message, false, true)) phase.uplink_end = true;
+        ++state.requests;
+        if (TputModem::IsTputRequest(message, false, true)) state.uplink_end = true;
     }
-    return phase;
+    return state;
 }
 
-// Runs the daemon's test and waits for its end, showing progress on stderr when `progress`.
-Result<void> RunDaemonTest(Rig& rig, bool progress) {
+// Runs the daemon's test and waits for its end, telling `listener` where it stands.
+Result<void> RunDaemonTest(Rig& rig, const TputProgressListener& listener) {
     rig.emulator().test().ResetStats();
     Result<ProcessResult> client = rig.RunClient({"-t"});
     if (!client.ok()) return Error() << "tarvo -t: " << client.error();
@@ -93,32 +89,23 @@ Result<void> RunDaemonTest(Rig& rig, bool progress) {
     const auto failed = [](const LogLine& line) {
         return line.text == "Failed to run UL tput test";
     };
-    // A terminal gets one line drawn again and again; a file or pipe a line per phase.
-    const bool terminal = isatty(STDERR_FILENO) != 0;
-    const char* shown_phase = nullptr;
     while (true) {
-        const Phase phase = PhaseOf(rig.modem().received());
+        const TestState state = StateOf(rig.modem().received());
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        const TestNode::Downlink down = rig.emulator().test().downlink();
-        const TestNode::Uplink up = rig.emulator().test().uplink();
-        if (progress && (terminal || phase.name() != shown_phase)) {
-            fmt::print(stderr, "{}{:<12} {:6.1f} s   downlink {:9.1f} MB   uplink {:9.1f} MB{}",
-                       terminal ? "\r" : "", phase.name(), seconds, down.bytes / 1e6,
-                       up.bytes / 1e6, terminal ? " " : "\n");
-            shown_phase = phase.name();
+        if (listener) {
+            listener({state.phase(), seconds, rig.emulator().test().downlink().bytes,
+                      rig.emulator().test().uplink().bytes});
         }
         const bool done = rig.log_events().Count(failed) > 0 ||
-                          (phase.uplink_end &&
-                           rig.log_events().Count(answered) >= static_cast<size_t>(phase.requests));
-        if (done) break;
+                          (state.uplink_end &&
+                           rig.log_events().Count(answered) >= static_cast<size_t>(state.requests));
+        if (done) return {};
         if (seconds * 1000 > kTestTimeout.count()) {
             return Error() << "the test did not end within 10 minutes";
         }
         std::this_thread::sleep_for(kProgressInterval);
     }
-    if (progress && terminal) fmt::print(stderr, "\n");
-    return {};
 }
 
 // The daemon's uplink schedule written by dd in the sandbox, one process per block size.
@@ -181,7 +168,8 @@ Result<NodeRate> MeasureNodeReads(Rig& rig, const DownlinkSettings& downlink,
     return RateOf(down.reads, down.bytes, down.span);
 }
 
-Result<TputReport> MeasureTput(Rig& rig, const DownlinkSettings& downlink, bool progress) {
+Result<TputReport> MeasureTput(Rig& rig, const DownlinkSettings& downlink,
+                               const TputProgressListener& listener) {
     if (!rig.log_events().Wait(IsDaemonStarted, kDefaultWait)) {
         return Error() << "the daemon did not start";
     }
@@ -189,7 +177,7 @@ Result<TputReport> MeasureTput(Rig& rig, const DownlinkSettings& downlink, bool 
     if (!rig.log_events().Wait(IsOnlineReport, kDefaultWait)) {
         return Error() << "the daemon did not see the modem online";
     }
-    if (Result<void> ran = RunDaemonTest(rig, progress); !ran.ok()) return ran.error();
+    if (Result<void> ran = RunDaemonTest(rig, listener); !ran.ok()) return ran.error();
 
     TputReport report;
     report.block_size = downlink.block_size;
@@ -208,9 +196,7 @@ Result<TputReport> MeasureTput(Rig& rig, const DownlinkSettings& downlink, bool 
     report.pump = RatesBySize(up);
     report.pump_failed = up.failed;
 
-    if (progress) {
-        fmt::print(stderr, "measuring a bare reader of the node, and a bare writer twice...\n");
-    }
+    if (listener) listener({.phase = TputPhase::kBareRuns});
     const uint64_t reads = std::clamp<uint64_t>(down.reads / 5, 50, 20000);
     Result<NodeRate> bare_reader =
         MeasureNodeReads(rig, downlink,

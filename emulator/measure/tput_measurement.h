@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -50,6 +51,19 @@ struct TputReport {
     uint64_t pump_failed = 0;
 };
 
+// Where a throughput run stands: the daemon's test by its requests to the modem, then the bare
+// reader and writer.
+enum class TputPhase { kStarting, kDownlink, kDownlinkEnd, kUplink, kUplinkEnd, kBareRuns };
+
+// What a throughput run has moved so far, while the daemon's test runs.
+struct TputProgress {
+    TputPhase phase = TputPhase::kStarting;
+    double seconds = 0;
+    uint64_t downlink_bytes = 0;
+    uint64_t uplink_bytes = 0;
+};
+using TputProgressListener = std::function<void(const TputProgress&)>;
+
 // One daemon's per-sample line: its throughput, or false when `text` is not one.
 bool ParseSampleLine(const std::string& text, double* gbps);
 // The daemon's result line: its average and maximum, or false when `text` is not one.
@@ -57,11 +71,11 @@ bool ParseResultLine(const std::string& text, double* average, double* max);
 
 // The rig's settings for a throughput run streaming `downlink`.
 RigOptions TputRigOptions(const DownlinkSettings& downlink);
-// In `rig`, started with TputRigOptions(): the daemon's throughput test (progress on stderr when
-// `progress`), then a bare reader of the node and a bare writer twice. An error when the test
-// could not run to its end.
+// In `rig`, started with TputRigOptions(): the daemon's throughput test, then a bare reader of
+// the node and a bare writer twice. `listener`, when given, hears where the test stands every
+// half second, and once as the bare runs begin. An error when the test could not run to its end.
 android::base::Result<TputReport> MeasureTput(Rig& rig, const DownlinkSettings& downlink,
-                                              bool progress);
+                                              const TputProgressListener& listener = nullptr);
 
 // The test node read in the sandbox by `reader`, the node streaming `downlink` meanwhile: the
 // rate at the node, or the reader's output when it failed or read nothing.
