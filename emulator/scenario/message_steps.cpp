@@ -4,7 +4,6 @@
 #include <chrono>
 #include <optional>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include <google/protobuf/util/message_differencer.h>
@@ -16,6 +15,7 @@
 #include "peers/transcript.h"
 #include "scenario/generated_data.h"
 #include "scenario/near_miss.h"
+#include "scenario/payload_fields.h"
 #include "scenario/step_wait.h"
 
 using android::base::Error;
@@ -25,57 +25,6 @@ using std::chrono::milliseconds;
 namespace tarvo_emu {
 
 namespace {
-
-// The innermost message set in `message`: the request, response or indication that its payload
-// holds. `M` is a message, const or not.
-template <typename M>
-M* Innermost(M* message) {
-    while (true) {
-        const google::protobuf::Reflection* reflection = message->GetReflection();
-        std::vector<const google::protobuf::FieldDescriptor*> fields;
-        reflection->ListFields(*message, &fields);
-        const auto nested = std::find_if(fields.begin(), fields.end(), [](const auto* field) {
-            return field->cpp_type() == google::protobuf::FieldDescriptor::CPPTYPE_MESSAGE &&
-                   !field->is_repeated();
-        });
-        if (nested == fields.end()) return message;
-        if constexpr (std::is_const_v<M>) {
-            message = &reflection->GetMessage(*message, *nested);
-        } else {
-            message = reflection->MutableMessage(message, *nested);
-        }
-    }
-}
-
-const google::protobuf::Message* InnermostPayload(const google::protobuf::Message* message) {
-    return Innermost(message);
-}
-
-google::protobuf::Message* InnermostPayload(google::protobuf::Message* message) {
-    return Innermost(message);
-}
-
-// The `data` field of the message's payload; none when its payload has no such field.
-std::optional<std::string> PayloadData(const tarvo_message::TarvoMessage& message) {
-    const google::protobuf::Message* payload = InnermostPayload(&message);
-    const google::protobuf::FieldDescriptor* field =
-        payload->GetDescriptor()->FindFieldByName("data");
-    if (field == nullptr || field->type() != google::protobuf::FieldDescriptor::TYPE_BYTES) {
-        return std::nullopt;
-    }
-    return payload->GetReflection()->GetString(*payload, field);
-}
-
-// A field of the payload's innermost message that a transfer sets, of the type it must have.
-Result<const google::protobuf::FieldDescriptor*> TransferField(
-    const google::protobuf::Message& payload, const std::string& name,
-    google::protobuf::FieldDescriptor::Type type) {
-    const google::protobuf::FieldDescriptor* field = payload.GetDescriptor()->FindFieldByName(name);
-    if (field == nullptr || field->type() != type) {
-        return Error() << payload.GetDescriptor()->name() << " has no " << name << " field";
-    }
-    return field;
-}
 
 // Reads `data` back in blocks: one read request per block, each response's data checked
 // against the block's bytes.

@@ -9,7 +9,7 @@
 
 #include "scenario/scenario_loader.h"
 #include "scenario/scenario_player.h"
-#include "scenario/step_text.h"
+#include "scenario/scenario_text.h"
 #include "soak/soak_model.h"
 #include "soak/soak_shrinker.h"
 
@@ -39,28 +39,6 @@ bool IsCheck(const Step& step) {
         default:
             return false;
     }
-}
-
-// The scenario as text: the setup one entry a line, then one step a line, file modes in octal,
-// so that a person can read and cut it.
-std::string ScenarioText(const tarvo_scenario::Scenario& scenario) {
-    std::string text = SetupText(scenario);
-    for (const Step& step : scenario.step()) {
-        // A blank line before each stimulus.
-        if (!step.note().empty()) text += "\n";
-        text += "step { " + FullStepText(step) + " }\n";
-    }
-    return text;
-}
-
-// Each line of `text` as a comment.
-std::string Commented(const std::string& text) {
-    std::string commented = "# ";
-    for (char c : text) {
-        commented += c;
-        if (c == '\n') commented += "# ";
-    }
-    return commented + "\n";
 }
 
 struct Counts {
@@ -185,11 +163,12 @@ int RunSoak(const SoakOptions& options) {
             : "No replay diverged alike (a timing of the run's own); the whole run is kept.\n";
     header += "Divergence: " + shrunk.outcome.message + "\n";
     header += "Play it: tarvo-emu run " + options.out;
-    if (!android::base::WriteStringToFile(
-            Commented(header) + "\n" +
-                ScenarioText(SoakScenario(setup, shrunk.stimuli, shrunk.numbers)),
-            options.out, /*follow_symlinks=*/true)) {
-        fprintf(stderr, "soak: cannot write %s\n", options.out.c_str());
+    const tarvo_scenario::Scenario shrunk_scenario =
+        SoakScenario(setup, shrunk.stimuli, shrunk.numbers);
+    ScenarioFile file(header, shrunk_scenario);
+    for (const Step& step : shrunk_scenario.step()) file.AddStep(step);
+    if (Result<void> written = file.Write(options.out); !written.ok()) {
+        fprintf(stderr, "soak: %s\n", written.error().message().c_str());
         return 1;
     }
     // The file as `tarvo-emu run` reads it must fail too.
