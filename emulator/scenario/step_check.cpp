@@ -1,5 +1,6 @@
 #include "scenario/step_check.h"
 
+#include "scenario/payload_fields.h"
 #include "scenario/step_regex.h"
 
 using android::base::Error;
@@ -14,6 +15,25 @@ Result<void> Compiles(bool given, const std::string& regex) {
     if (!given) return {};
     Result<std::regex> compiled = CompiledRegex(regex);
     if (!compiled.ok()) return compiled.error();
+    return {};
+}
+
+// A generated send sends its data in the payload's data field, or, for a read request, reads it
+// back in blocks by offset and size.
+Result<void> CheckGeneratedSend(const tarvo_scenario::GeneratedSend& send) {
+    using google::protobuf::FieldDescriptor;
+    if (send.has_block_size() && send.block_size() == 0) {
+        return Error() << "block_size 0: a block holds at least one byte";
+    }
+    tarvo_message::TarvoMessage message = send.message();
+    const google::protobuf::Message* payload = InnermostPayload(&message);
+    if (TransferField(*payload, "data", FieldDescriptor::TYPE_BYTES).ok()) return {};
+    if (!TransferField(*payload, "offset", FieldDescriptor::TYPE_UINT32).ok() ||
+        !TransferField(*payload, "max_data_size", FieldDescriptor::TYPE_UINT32).ok()) {
+        return Error() << payload->GetDescriptor()->name()
+                       << " has no data field to send, nor offset and max_data_size to read by";
+    }
+    if (!send.has_block_size()) return Error() << "a read train needs a block_size above 0";
     return {};
 }
 
@@ -48,10 +68,7 @@ Result<void> StepCheck::Check(const Step& step) {
             if (step.fault() == tarvo_scenario::NO_FAULT) return Error() << "no fault named";
             return {};
         case Step::kSendGenerated:
-            if (step.send_generated().has_block_size() && step.send_generated().block_size() == 0) {
-                return Error() << "block_size 0: a block holds at least one byte";
-            }
-            return {};
+            return CheckGeneratedSend(step.send_generated());
         case Step::kRepeat:
             for (const Step& repeated : step.repeat().step()) {
                 if (Result<void> checked = Check(repeated); !checked.ok()) return checked;

@@ -10,9 +10,9 @@
 namespace tarvo_emu {
 
 // What the player would refuse about a step's own arguments, found before any step is played: a
-// regular expression that does not compile, a generated send in blocks of 0 bytes, a fault that
-// names none, a mark that no step before it set. Steps are checked in the order they play, a
-// repeat's once, so that the marks set before a step are known.
+// regular expression that does not compile, a generated send in blocks of 0 bytes or with no way
+// to send its data, a fault that names none, a mark that no step before it set. Steps are checked
+// in the order they play, a repeat's once, so that the marks set before a step are known.
 class StepCheck {
   public:
     android::base::Result<void> Check(const tarvo_scenario::Step& step);

@@ -33,6 +33,12 @@ const Refused kRefused[] = {
      "content_regex: \"[\" } } } }\n",
      "line 2 column 3: step 0, step 1: bad regular expression \"[\""},
     {"step { fault: NO_FAULT }\n", "line 1 column 1: step 0: no fault named"},
+    {"step { note: \"x\" }\nstep { send_generated { message { file { read_request { file_name: "
+     "\"x\" } } } data { size: 4 } } }",
+     "line 2 column 1: step 1: a read train needs a block_size above 0"},
+    {"step { send_generated { message { property { read_request { name: \"x\" } } } } }",
+     "line 1 column 1: step 0: PropertyReadRequest has no data field to send, nor offset and "
+     "max_data_size to read by"},
 };
 
 TEST(ScenarioCheckTest, StepArgumentsThePlayerWouldRefuseAreRefusedWhereTheyStand) {
