@@ -16,6 +16,7 @@
 #include "scenario/generated_data.h"
 #include "scenario/near_miss.h"
 #include "scenario/payload_fields.h"
+#include "scenario/step_check.h"
 #include "scenario/step_wait.h"
 
 using android::base::Error;
@@ -33,27 +34,20 @@ Result<void> PlayReadTrain(Rig& rig, const tarvo_scenario::GeneratedSend& send,
     using google::protobuf::FieldDescriptor;
     tarvo_message::TarvoMessage message = send.message();
     google::protobuf::Message* request = InnermostPayload(&message);
-    const Result<const FieldDescriptor*> offset_field =
-        TransferField(*request, "offset", FieldDescriptor::TYPE_UINT32);
-    const Result<const FieldDescriptor*> size_field =
-        TransferField(*request, "max_data_size", FieldDescriptor::TYPE_UINT32);
-    if (!offset_field.ok() || !size_field.ok()) {
-        return Error() << request->GetDescriptor()->name()
-                       << " has no data field to send, nor offset and max_data_size to read by";
-    }
-    if (!send.has_block_size() || send.block_size() == 0) {
-        return Error() << "a read train needs a block_size above 0";
-    }
+    const FieldDescriptor* offset_field =
+        *TransferField(*request, "offset", FieldDescriptor::TYPE_UINT32);
+    const FieldDescriptor* size_field =
+        *TransferField(*request, "max_data_size", FieldDescriptor::TYPE_UINT32);
     const google::protobuf::Reflection* reflection = request->GetReflection();
-    const uint32_t first_offset = reflection->GetUInt32(*request, *offset_field);
+    const uint32_t first_offset = reflection->GetUInt32(*request, offset_field);
     const milliseconds timeout = StepTimeout(send.has_timeout_ms(), send.timeout_ms());
     const uint32_t first_token = message.token();
     for (size_t start = 0, block = 0; start < data.size(); start += send.block_size(), ++block) {
         const std::string expected = data.substr(start, send.block_size());
         const uint32_t token = first_token + block;
         message.set_token(token);
-        reflection->SetUInt32(request, *offset_field, first_offset + start);
-        reflection->SetUInt32(request, *size_field, expected.size());
+        reflection->SetUInt32(request, offset_field, first_offset + start);
+        reflection->SetUInt32(request, size_field, expected.size());
         rig.Send(message);
         const std::optional<tarvo_message::TarvoMessage> response = rig.modem().Await(
             [token](const tarvo_message::TarvoMessage& response) {
@@ -98,6 +92,7 @@ Result<void> PlaySendRaw(StepPlayer& player, const StepCall& call) {
 Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
     using google::protobuf::FieldDescriptor;
     const tarvo_scenario::GeneratedSend& send = call.step.send_generated();
+    if (Result<void> playable = CheckGeneratedSend(send); !playable.ok()) return playable;
     Rig& rig = player.rig();
     const std::string data = GeneratedBytes(send.data());
     tarvo_message::TarvoMessage message = send.message();
@@ -111,17 +106,15 @@ Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
         rig.Send(message);
         return {};
     }
-    if (send.block_size() == 0) return Error() << "block_size 0";
-    const Result<const FieldDescriptor*> offset_field =
-        TransferField(*payload, "offset", FieldDescriptor::TYPE_UINT32);
-    if (!offset_field.ok()) return Error() << offset_field.error().message();
-    const uint32_t first_offset = reflection->GetUInt32(*payload, *offset_field);
+    const FieldDescriptor* offset_field =
+        *TransferField(*payload, "offset", FieldDescriptor::TYPE_UINT32);
+    const uint32_t first_offset = reflection->GetUInt32(*payload, offset_field);
     const milliseconds timeout = StepTimeout(send.has_timeout_ms(), send.timeout_ms());
     const uint32_t first_token = message.token();
     for (size_t start = 0, block = 0; start < data.size(); start += send.block_size(), ++block) {
         const uint32_t token = first_token + block;
         message.set_token(token);
-        reflection->SetUInt32(payload, *offset_field, first_offset + start);
+        reflection->SetUInt32(payload, offset_field, first_offset + start);
         reflection->SetString(payload, *data_field, data.substr(start, send.block_size()));
         rig.Send(message);
         const auto answers = [token](const tarvo_message::TarvoMessage& response) {

@@ -18,8 +18,8 @@ Result<void> Compiles(bool given, const std::string& regex) {
     return {};
 }
 
-// A generated send sends its data in the payload's data field, or, for a read request, reads it
-// back in blocks by offset and size.
+}  // namespace
+
 Result<void> CheckGeneratedSend(const tarvo_scenario::GeneratedSend& send) {
     using google::protobuf::FieldDescriptor;
     if (send.has_block_size() && send.block_size() == 0) {
@@ -27,7 +27,13 @@ Result<void> CheckGeneratedSend(const tarvo_scenario::GeneratedSend& send) {
     }
     tarvo_message::TarvoMessage message = send.message();
     const google::protobuf::Message* payload = InnermostPayload(&message);
-    if (TransferField(*payload, "data", FieldDescriptor::TYPE_BYTES).ok()) return {};
+    if (TransferField(*payload, "data", FieldDescriptor::TYPE_BYTES).ok()) {
+        if (!send.has_block_size()) return {};
+        Result<const FieldDescriptor*> offset =
+            TransferField(*payload, "offset", FieldDescriptor::TYPE_UINT32);
+        if (!offset.ok()) return offset.error();
+        return {};
+    }
     if (!TransferField(*payload, "offset", FieldDescriptor::TYPE_UINT32).ok() ||
         !TransferField(*payload, "max_data_size", FieldDescriptor::TYPE_UINT32).ok()) {
         return Error() << payload->GetDescriptor()->name()
@@ -36,8 +42,6 @@ Result<void> CheckGeneratedSend(const tarvo_scenario::GeneratedSend& send) {
     if (!send.has_block_size()) return Error() << "a read train needs a block_size above 0";
     return {};
 }
-
-}  // namespace
 
 Result<void> StepCheck::KnownMark(const std::string& mark) const {
     if (marks_.count(mark) != 0) return {};

@@ -9,6 +9,11 @@
 
 namespace tarvo_emu {
 
+// Whether a generated send can be played: its data goes into the payload's data field (with an
+// offset field to send it in blocks), or, for a read request, is read back in blocks by offset and
+// max_data_size; blocks hold at least one byte.
+android::base::Result<void> CheckGeneratedSend(const tarvo_scenario::GeneratedSend& send);
+
 // What the player would refuse about a step's own arguments, found before any step is played: a
 // regular expression that does not compile, a generated send in blocks of 0 bytes or with no way
 // to send its data, a fault that names none, a mark that no step before it set. Steps are checked

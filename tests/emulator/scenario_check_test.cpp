@@ -36,6 +36,9 @@ const Refused kRefused[] = {
     {"step { note: \"x\" }\nstep { send_generated { message { file { read_request { file_name: "
      "\"x\" } } } data { size: 4 } } }",
      "line 2 column 1: step 1: a read train needs a block_size above 0"},
+    {"step { send_generated { message { extended_log { indication { } } } data { size: 4 } "
+     "block_size: 2 } }",
+     "line 1 column 1: step 0: ExtendedLogIndication has no offset field"},
     {"step { send_generated { message { property { read_request { name: \"x\" } } } } }",
      "line 1 column 1: step 0: PropertyReadRequest has no data field to send, nor offset and "
      "max_data_size to read by"},
