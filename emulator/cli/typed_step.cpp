@@ -23,6 +23,8 @@ namespace {
 // A name is near another when it takes at most this many edits, or one per this many letters.
 constexpr size_t kMinNearEdits = 2;
 constexpr size_t kNearEditsPerLetters = 3;
+// How many of the nearest kinds an error lists.
+constexpr size_t kMaxNearNames = 3;
 
 using Tokenizer = google::protobuf::io::Tokenizer;
 
@@ -141,8 +143,9 @@ std::string NoStepKind(const std::string& name) {
     for (int i = 0; i < Step::descriptor()->field_count(); ++i) {
         kinds.push_back(Step::descriptor()->field(i)->name());
     }
-    const std::vector<std::string> near = NearestNames(
-        name, kinds, 3, std::max<size_t>(kMinNearEdits, name.size() / kNearEditsPerLetters));
+    const std::vector<std::string> near =
+        NearestNames(name, kinds, kMaxNearNames,
+                     std::max<size_t>(kMinNearEdits, name.size() / kNearEditsPerLetters));
     return fmt::format(
         "\"{}\" is no step{} (help lists them)", name,
         near.empty() ? "" : "; did you mean " + android::base::Join(near, " or ") + "?");
