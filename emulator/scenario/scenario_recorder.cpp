@@ -5,14 +5,12 @@
 #include <map>
 #include <set>
 
-#include <android-base/file.h>
 #include <android-base/strings.h>
 
 #include "peers/transcript.h"
 #include "scenario/expect_step.h"
 #include "scenario/scenario_text.h"
 
-using android::base::ErrnoError;
 using android::base::Result;
 using tarvo_scenario::Step;
 
@@ -96,7 +94,7 @@ void ScenarioRecorder::BeforeStep(const Step& step, const Mark& mark) {
     failed_.push_back(false);
 }
 
-std::string ScenarioRecorder::Text(const Seen& seen, Clock::time_point end) const {
+ScenarioFile ScenarioRecorder::File(const Seen& seen, Clock::time_point end) const {
     std::set<std::string> pids;
     // Where each daemon's start-up ends: before its monitor holds the boot node, its threads race
     // (a reader may find the node not yet open), so what it prints then differs between runs.
@@ -162,17 +160,13 @@ std::string ScenarioRecorder::Text(const Seen& seen, Clock::time_point end) cons
         if (i > 0 && !failed_[i - 1]) file.AddStep(steps_[i - 1]);
         for (const Step& step : untaken(marks[i], marks[i + 1])) file.AddStep(step);
     }
-    return file.text();
+    return file;
 }
 
 Result<void> ScenarioRecorder::Write(const std::string& path, Rig& rig) const {
     const Seen seen = {rig.modem().received_events().Snapshot(),
                        rig.ril().received_events().Snapshot(), rig.log_events().Snapshot()};
-    if (!android::base::WriteStringToFile(Text(seen, Clock::now()), path,
-                                          /*follow_symlinks=*/true)) {
-        return ErrnoError() << "cannot write " << path;
-    }
-    return {};
+    return File(seen, Clock::now()).Write(path);
 }
 
 }  // namespace tarvo_emu

@@ -8,6 +8,7 @@
 
 #include "rig/rig.h"
 #include "scenario/scenario.pb.h"
+#include "scenario/scenario_text.h"
 
 namespace tarvo_emu {
 
@@ -45,8 +46,8 @@ class ScenarioRecorder {
     void BeforeStep(const tarvo_scenario::Step& step, const Mark& mark);
     // The step last begun failed: the recording keeps it as a comment only, so that it plays.
     void StepFailed() { failed_.back() = true; }
-    // The recording of what the rig saw up to `end`, in scenario text format.
-    std::string Text(const Seen& seen, Clock::time_point end) const;
+    // The recording of what the rig saw up to `end`.
+    ScenarioFile File(const Seen& seen, Clock::time_point end) const;
     android::base::Result<void> Write(const std::string& path, Rig& rig) const;
 
   private:

@@ -96,7 +96,7 @@ TEST(ScenarioRecorderTest, WritesEachStepThenWhatNoStepTookInOrderWithLateOnesWa
         {{ANDROID_LOG_INFO, "Start modem state monitoring", "tarvo", 77}, false, start},
         {{ANDROID_LOG_INFO, "pid 77 fd: 5", "tarvo", 77}, false, start + milliseconds(20)},
         {{ANDROID_LOG_INFO, "taken", "tarvo", 77}, true, start + milliseconds(300)}};
-    const std::string text = recorder.Text(seen, start + milliseconds(8000));
+    const std::string text = recorder.File(seen, start + milliseconds(8000)).text();
 
     const tarvo_scenario::Scenario written = Loaded(text);
     EXPECT_EQ(written.initial_state(), 4u);
