@@ -2,21 +2,19 @@
 
 #include <signal.h>
 
-#include <google/protobuf/text_format.h>
 #include <google/protobuf/util/message_differencer.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <map>
 #include <set>
 #include <vector>
 
-#include <android-base/stringprintf.h>
-
 #include "capture/capture_reader.h"
+#include "scenario/expect_step.h"
 #include "scenario/scenario.pb.h"
-#include "scenario/step_text.h"
-#include "scenario/step_wait.h"
+#include "scenario/scenario_text.h"
 
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
@@ -82,228 +80,266 @@ tarvo_scenario::AutoReply RuleOf(const TarvoMessage& request, const TarvoMessage
     return rule;
 }
 
-}  // namespace
+// The modem's messages of a capture as a scenario, one event at a time.
+class CaptureScenario {
+  public:
+    explicit CaptureScenario(const Capture& capture);
 
-std::string CaptureScenarioText(const Capture& capture, const std::string& source) {
+    // The scenario's text, with `source` named in its header.
+    std::string Text(const std::string& source);
+
+  private:
     using Kind = CaptureEvent::Kind;
-    const std::vector<CaptureEvent>& events = capture.events;
-    std::vector<std::optional<TarvoMessage>> messages(events.size());
-    for (size_t i = 0; i < events.size(); ++i) {
-        if (events[i].kind != Kind::kToDaemon && events[i].kind != Kind::kFromDaemon) continue;
-        TarvoMessage message;
-        if (message.ParseFromString(events[i].bytes)) messages[i] = std::move(message);
-    }
-    const auto is_request = [&](size_t i, Kind from) {
-        return events[i].kind == from && messages[i] &&
-               messages[i]->type() == tarvo_message::REQUEST && messages[i]->has_token();
-    };
 
-    // The answers to each side's requests, by token: the modem's become rules, the daemon's
-    // show the properties and files it read.
-    std::map<size_t, size_t> replies;  // request's event -> answer's event
-    std::set<size_t> answers;          // the modem's answers, not sent by steps
+    bool IsRequest(size_t i, Kind from) const {
+        return events_[i].kind == from && messages_[i] &&
+               messages_[i]->type() == tarvo_message::REQUEST && messages_[i]->has_token();
+    }
+    // Pairs the answers to each side's requests with them, by token.
+    void PairReplies();
+    void Add(Step step);
+    void Comment(const std::string& text) { lines_.push_back({std::nullopt, text}); }
+    // A step that must be in place before whatever led the daemon to its next move.
+    void BeforeCause(Step step);
+    // A sleep for the modem's pause before `event`, when it is long enough to keep.
+    void Pause(const CaptureEvent& event);
+
+    void ToDaemon(size_t i);
+    // What the daemon read for the modem's request `i`, answered with success, was there before
+    // the session unless the session wrote it: it becomes setup.
+    void LearnSetup(const TarvoMessage& request, const TarvoMessage& answer);
+    void FromDaemon(size_t i);
+    void Event(size_t i);
+
+    const std::vector<CaptureEvent>& events_;
+    std::vector<std::optional<TarvoMessage>> messages_;
+    std::map<size_t, size_t> replies_;  // request's event -> answer's event
+    std::set<size_t> answers_;          // the modem's answers, not sent by steps
+
+    tarvo_scenario::Scenario setup_;
+    std::map<std::string, std::string> properties_;
+    std::set<std::string> written_;  // properties and files that the session itself wrote
+    std::map<std::string, std::string> files_;
+    std::vector<Line> lines_;
+    std::map<int, tarvo_scenario::AutoReply> rules_;
+    std::optional<size_t> last_action_;  // index in `lines_`
+    std::optional<double> last_time_;
+    bool state_known_ = false;
+};
+
+CaptureScenario::CaptureScenario(const Capture& capture)
+    : events_(capture.events), messages_(events_.size()) {
+    for (size_t i = 0; i < events_.size(); ++i) {
+        if (events_[i].kind != Kind::kToDaemon && events_[i].kind != Kind::kFromDaemon) continue;
+        TarvoMessage message;
+        if (message.ParseFromString(events_[i].bytes)) messages_[i] = std::move(message);
+    }
+    PairReplies();
+}
+
+void CaptureScenario::PairReplies() {
+    // The modem's answers become rules; the daemon's show the properties and files it read.
     for (const Kind from : {Kind::kFromDaemon, Kind::kToDaemon}) {
         const Kind to = from == Kind::kFromDaemon ? Kind::kToDaemon : Kind::kFromDaemon;
         std::map<uint32_t, size_t> open;
-        for (size_t i = 0; i < events.size(); ++i) {
-            if (is_request(i, from)) open[messages[i]->token()] = i;
-            if (events[i].kind != to || !messages[i] ||
-                messages[i]->type() != tarvo_message::RESPONSE) {
+        for (size_t i = 0; i < events_.size(); ++i) {
+            if (IsRequest(i, from)) open[messages_[i]->token()] = i;
+            if (events_[i].kind != to || !messages_[i] ||
+                messages_[i]->type() != tarvo_message::RESPONSE) {
                 continue;
             }
-            const auto request = open.find(messages[i]->token());
+            const auto request = open.find(messages_[i]->token());
             if (request == open.end()) continue;
-            replies[request->second] = i;
-            if (to == Kind::kToDaemon) answers.insert(i);
+            replies_[request->second] = i;
+            if (to == Kind::kToDaemon) answers_.insert(i);
             open.erase(request);
         }
     }
+}
 
-    tarvo_scenario::Scenario setup;
-    std::map<std::string, std::string> properties;
-    std::set<std::string> written;  // properties and files that the session itself wrote
-    std::map<std::string, std::string> files;
-    std::vector<Line> lines;
-    std::map<int, tarvo_scenario::AutoReply> rules;
-    std::optional<size_t> last_action;  // index in `lines`
-    std::optional<double> last_time;
-    bool state_known = false;
+void CaptureScenario::Add(Step step) {
+    lines_.push_back({std::move(step), {}});
+    if (IsAction(*lines_.back().step)) last_action_ = lines_.size() - 1;
+}
 
-    const auto add = [&](Step step) {
-        lines.push_back({std::move(step), {}});
-        if (IsAction(*lines.back().step)) last_action = lines.size() - 1;
-    };
-    const auto comment = [&](const std::string& text) { lines.push_back({std::nullopt, text}); };
-    // A step that must be in place before whatever led the daemon to its next move.
-    const auto before_cause = [&](Step step) {
-        const size_t at = last_action ? *last_action : 0;
-        lines.insert(lines.begin() + at, {std::move(step), {}});
-        if (last_action) ++*last_action;
-    };
-    const auto pause = [&](const CaptureEvent& event) {
-        if (event.time && last_time && *event.time - *last_time >= kPauseKept) {
-            Step step;
-            step.set_sleep_ms(static_cast<uint32_t>(std::lround((*event.time - *last_time) * 1e3)));
-            add(std::move(step));
-        }
-    };
+void CaptureScenario::BeforeCause(Step step) {
+    const size_t at = last_action_ ? *last_action_ : 0;
+    lines_.insert(lines_.begin() + at, {std::move(step), {}});
+    if (last_action_) ++*last_action_;
+}
 
-    for (size_t i = 0; i < events.size(); ++i) {
-        const CaptureEvent& event = events[i];
-        const auto [label, text] = DescribeEvent(event, false);
-        Step step;
-        switch (event.kind) {
-            case Kind::kToDaemon: {
-                if (answers.count(i) != 0) break;
-                pause(event);
-                if (messages[i]) {
-                    *step.mutable_send() = *messages[i];
-                } else {
-                    step.set_send_raw(event.bytes);
-                }
-                add(std::move(step));
-                const TarvoMessage* request = messages[i] ? &*messages[i] : nullptr;
-                const auto reply = replies.find(i);
-                if (request == nullptr || reply == replies.end()) break;
-                const TarvoMessage& answer = *messages[reply->second];
-                if (answer.result() != tarvo_message::RESULT_SUCCESS) break;
-                // What the daemon read for the modem was there before the session.
-                if (request->property().has_write_request()) {
-                    written.insert(request->property().write_request().name());
-                }
-                if (request->property().has_read_request() &&
-                    answer.property().has_read_response()) {
-                    const std::string& name = request->property().read_request().name();
-                    if (written.count(name) == 0 && properties.count(name) == 0) {
-                        properties[name] = answer.property().read_response().value();
-                    }
-                }
-                const auto directory =
-                    FileDirectories().find(request->file().has_write_request()
-                                               ? request->file().write_request().file_dir()
-                                               : request->file().read_request().file_dir());
-                if (directory == FileDirectories().end()) break;
-                if (request->file().has_write_request()) {
-                    written.insert(directory->second + request->file().write_request().file_name());
-                }
-                if (request->file().has_read_request() && answer.file().has_read_response() &&
-                    answer.file().read_response().has_data()) {
-                    const std::string path =
-                        directory->second + request->file().read_request().file_name();
-                    if (written.count(path) != 0) break;
-                    std::string& content = files[path];
-                    const size_t offset = request->file().read_request().offset();
-                    const std::string& data = answer.file().read_response().data();
-                    if (content.size() < offset + data.size()) content.resize(offset + data.size());
-                    content.replace(offset, data.size(), data);
-                }
-                break;
-            }
-            case Kind::kFromDaemon: {
-                if (!messages[i]) {
-                    comment(label + ": " + text + " (bytes that do not parse)");
-                    break;
-                }
-                tarvo_scenario::Expect* expect = step.mutable_expect();
-                *expect->mutable_message() = *messages[i];
-                expect->set_exact_payload(true);
-                if (is_request(i, Kind::kFromDaemon)) {
-                    // The daemon numbers its own requests.
-                    expect->mutable_message()->clear_token();
-                    const auto reply = replies.find(i);
-                    const tarvo_scenario::AutoReply rule =
-                        reply == replies.end() ? RuleOf(*messages[i], nullptr, 0)
-                                               : RuleOf(*messages[i], &*messages[reply->second],
-                                                        events[reply->second].time.value_or(0) -
-                                                            event.time.value_or(0));
-                    tarvo_scenario::AutoReply standing;
-                    standing.set_payload_case(rule.payload_case());
-                    if (rules.count(rule.payload_case()) != 0)
-                        standing = rules[rule.payload_case()];
-                    if (!google::protobuf::util::MessageDifferencer::Equals(rule, standing)) {
-                        rules[rule.payload_case()] = rule;
-                        Step reply_step;
-                        *reply_step.mutable_auto_reply() = rule;
-                        before_cause(std::move(reply_step));
-                    }
-                }
-                // A step waits 5 s by default; a daemon that took longer is waited for twice as
-                // long as it took.
-                if (event.time && last_time) {
-                    const double twice_ms = 2e3 * (*event.time - *last_time);
-                    if (twice_ms > kDefaultStepTimeout.count()) {
-                        expect->set_timeout_ms(static_cast<uint32_t>(twice_ms));
-                    }
-                }
-                add(std::move(step));
-                break;
-            }
-            case Kind::kReadError:
-            case Kind::kEndOfFile:
-            case Kind::kHangUp:
-                pause(event);
-                step.set_fault(event.kind == Kind::kReadError   ? tarvo_scenario::READ_ERROR
-                               : event.kind == Kind::kEndOfFile ? tarvo_scenario::END_OF_FILE
-                                                                : tarvo_scenario::HANG_UP);
-                add(std::move(step));
-                break;
-            case Kind::kWriteError:
-                // The failure is armed before the write that met it.
-                step.set_fault(tarvo_scenario::WRITE_ERROR);
-                before_cause(std::move(step));
-                break;
-            case Kind::kModemState:
-                if (!state_known) {
-                    setup.set_initial_state(event.state);
-                    state_known = true;
-                    break;
-                }
-                pause(event);
-                step.set_modem_state(event.state);
-                add(std::move(step));
-                break;
-            case Kind::kSignal:
-                if (event.state != SIGUSR1 && event.state != SIGUSR2 && event.state != SIGWINCH) {
-                    comment(text);
-                    break;
-                }
-                pause(event);
-                step.set_signal_daemon(event.state);
-                add(std::move(step));
-                break;
-            case Kind::kLog:
-                comment((label.empty() ? "" : label + ": ") + text);
-                break;
-            case Kind::kNote:
-                comment(text);
-                break;
-        }
-        if (event.time) last_time = event.time;
+void CaptureScenario::Pause(const CaptureEvent& event) {
+    if (!event.time || !last_time_ || *event.time - *last_time_ < kPauseKept) return;
+    Step step;
+    step.set_sleep_ms(static_cast<uint32_t>(std::lround((*event.time - *last_time_) * 1e3)));
+    Add(std::move(step));
+}
+
+void CaptureScenario::ToDaemon(size_t i) {
+    if (answers_.count(i) != 0) return;
+    Pause(events_[i]);
+    Step step;
+    if (messages_[i]) {
+        *step.mutable_send() = *messages_[i];
+    } else {
+        step.set_send_raw(events_[i].bytes);
     }
+    Add(std::move(step));
+    const auto reply = replies_.find(i);
+    if (!messages_[i] || reply == replies_.end()) return;
+    const TarvoMessage& answer = *messages_[reply->second];
+    if (answer.result() == tarvo_message::RESULT_SUCCESS) LearnSetup(*messages_[i], answer);
+}
 
-    for (const auto& [name, value] : properties) {
-        tarvo_scenario::Property* property = setup.add_property();
+void CaptureScenario::LearnSetup(const TarvoMessage& request, const TarvoMessage& answer) {
+    if (request.property().has_write_request()) {
+        written_.insert(request.property().write_request().name());
+    }
+    if (request.property().has_read_request() && answer.property().has_read_response()) {
+        const std::string& name = request.property().read_request().name();
+        if (written_.count(name) == 0 && properties_.count(name) == 0) {
+            properties_[name] = answer.property().read_response().value();
+        }
+    }
+    const auto directory = FileDirectories().find(request.file().has_write_request()
+                                                      ? request.file().write_request().file_dir()
+                                                      : request.file().read_request().file_dir());
+    if (directory == FileDirectories().end()) return;
+    if (request.file().has_write_request()) {
+        written_.insert(directory->second + request.file().write_request().file_name());
+    }
+    if (!request.file().has_read_request() || !answer.file().has_read_response() ||
+        !answer.file().read_response().has_data()) {
+        return;
+    }
+    const std::string path = directory->second + request.file().read_request().file_name();
+    if (written_.count(path) != 0) return;
+    std::string& content = files_[path];
+    const size_t offset = request.file().read_request().offset();
+    const std::string& data = answer.file().read_response().data();
+    if (content.size() < offset + data.size()) content.resize(offset + data.size());
+    content.replace(offset, data.size(), data);
+}
+
+void CaptureScenario::FromDaemon(size_t i) {
+    const CaptureEvent& event = events_[i];
+    if (!messages_[i]) {
+        const auto [label, text] = DescribeEvent(event, false);
+        Comment(label + ": " + text + " (bytes that do not parse)");
+        return;
+    }
+    if (IsRequest(i, Kind::kFromDaemon)) {
+        const auto reply = replies_.find(i);
+        const tarvo_scenario::AutoReply rule =
+            reply == replies_.end()
+                ? RuleOf(*messages_[i], nullptr, 0)
+                : RuleOf(*messages_[i], &*messages_[reply->second],
+                         events_[reply->second].time.value_or(0) - event.time.value_or(0));
+        tarvo_scenario::AutoReply standing;
+        standing.set_payload_case(rule.payload_case());
+        if (rules_.count(rule.payload_case()) != 0) standing = rules_[rule.payload_case()];
+        if (!google::protobuf::util::MessageDifferencer::Equals(rule, standing)) {
+            rules_[rule.payload_case()] = rule;
+            Step reply_step;
+            *reply_step.mutable_auto_reply() = rule;
+            BeforeCause(std::move(reply_step));
+        }
+    }
+    std::optional<std::chrono::milliseconds> timeout;
+    if (event.time && last_time_) {
+        timeout = ReplayTimeout(std::chrono::milliseconds(
+            static_cast<int64_t>(std::lround((*event.time - *last_time_) * 1e3))));
+    }
+    Add(ExpectStep(*messages_[i], timeout));
+}
+
+void CaptureScenario::Event(size_t i) {
+    const CaptureEvent& event = events_[i];
+    const auto [label, text] = DescribeEvent(event, false);
+    Step step;
+    switch (event.kind) {
+        case Kind::kToDaemon:
+            ToDaemon(i);
+            break;
+        case Kind::kFromDaemon:
+            FromDaemon(i);
+            break;
+        case Kind::kReadError:
+        case Kind::kEndOfFile:
+        case Kind::kHangUp:
+            Pause(event);
+            step.set_fault(event.kind == Kind::kReadError   ? tarvo_scenario::READ_ERROR
+                           : event.kind == Kind::kEndOfFile ? tarvo_scenario::END_OF_FILE
+                                                            : tarvo_scenario::HANG_UP);
+            Add(std::move(step));
+            break;
+        case Kind::kWriteError:
+            // The failure is armed before the write that met it.
+            step.set_fault(tarvo_scenario::WRITE_ERROR);
+            BeforeCause(std::move(step));
+            break;
+        case Kind::kModemState:
+            if (!state_known_) {
+                setup_.set_initial_state(event.state);
+                state_known_ = true;
+                break;
+            }
+            Pause(event);
+            step.set_modem_state(event.state);
+            Add(std::move(step));
+            break;
+        case Kind::kSignal:
+            if (event.state != SIGUSR1 && event.state != SIGUSR2 && event.state != SIGWINCH) {
+                Comment(text);
+                break;
+            }
+            Pause(event);
+            step.set_signal_daemon(event.state);
+            Add(std::move(step));
+            break;
+        case Kind::kLog:
+            Comment((label.empty() ? "" : label + ": ") + text);
+            break;
+        case Kind::kNote:
+            Comment(text);
+            break;
+    }
+    if (event.time) last_time_ = event.time;
+}
+
+std::string CaptureScenario::Text(const std::string& source) {
+    for (size_t i = 0; i < events_.size(); ++i) Event(i);
+    for (const auto& [name, value] : properties_) {
+        tarvo_scenario::Property* property = setup_.add_property();
         property->set_name(name);
         property->set_value(value);
     }
-    for (const auto& [path, content] : files) {
-        tarvo_scenario::SeedFile* file = setup.add_file();
+    for (const auto& [path, content] : files_) {
+        tarvo_scenario::SeedFile* file = setup_.add_file();
         file->set_path(path);
         file->set_content(content);
     }
-    std::string text;
-    google::protobuf::TextFormat::PrintToString(setup, &text);
-    std::string header =
-        "# Decoded by tarvo-emu from " + source +
-        ": the modem's messages as steps, the daemon's as\n"
-        "# expectations, the modem's answers to its requests as rules, and the properties and "
-        "files\n# its answers show as setup. Play it with `tarvo-emu run FILE`.\n";
-    if (!state_known) header += "# The capture holds no state of the boot node: 0 is assumed.\n";
-    for (const Line& line : lines) {
-        text +=
-            line.step ? "step { " + FullStepText(*line.step) + " }\n" : "# " + line.comment + "\n";
+    std::string header = "Decoded by tarvo-emu from " + source +
+                         ": the modem's messages as steps, the daemon's as\n"
+                         "expectations, the modem's answers to its requests as rules, and the "
+                         "properties and files\nits answers show as setup. Play it with "
+                         "`tarvo-emu run FILE`.";
+    if (!state_known_) header += "\nThe capture holds no state of the boot node: 0 is assumed.";
+    ScenarioFile file(header, setup_);
+    for (const Line& line : lines_) {
+        if (line.step) {
+            file.AddStep(*line.step);
+        } else {
+            file.AddComment(line.comment);
+        }
     }
-    return header + text;
+    return file.text();
+}
+
+}  // namespace
+
+std::string CaptureScenarioText(const Capture& capture, const std::string& source) {
+    return CaptureScenario(capture).Text(source);
 }
 
 }  // namespace tarvo_emu

@@ -24,7 +24,7 @@
 #include "cli/command_options.h"
 #include "cli/live_output.h"
 #include "cli/step_examples.h"
-#include "cli/step_text.h"
+#include "cli/typed_step.h"
 #include "process/signal_cleanup.h"
 #include "scenario/scenario_player.h"
 #include "scenario/scenario_recorder.h"
@@ -90,6 +90,8 @@ class Console {
     // Plays the steps given first, up to the first that fails or is cancelled.
     void PlayFirst(const tarvo_scenario::Scenario& scenario) {
         for (const Step& step : scenario.step()) {
+            // Checked when loaded: here the check learns the marks that typed steps may use.
+            (void)check_.Check(step);
             if (!Play(step) || ending_signal_ != 0) return;
         }
     }
@@ -114,7 +116,7 @@ class Console {
             } else if (android::base::StartsWith(text, kHelpWith)) {
                 ShowStepHelp(android::base::Trim(text.substr(kHelpWith.size())));
             } else if (!text.empty()) {
-                Result<std::vector<Step>> steps = ParseSteps(text);
+                Result<std::vector<Step>> steps = ParseSteps(text, &check_);
                 if (!steps.ok()) {
                     output_->Say(steps.error().message() + "\n");
                     continue;
@@ -292,6 +294,7 @@ class Console {
     static Console* reading_;
 
     ScenarioSession* session_;
+    StepCheck check_;
     LiveOutput* output_;
     const int wake_fd_;
     const int signal_fd_;

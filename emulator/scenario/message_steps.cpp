@@ -4,7 +4,6 @@
 #include <chrono>
 #include <optional>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include <google/protobuf/util/message_differencer.h>
@@ -16,6 +15,8 @@
 #include "peers/transcript.h"
 #include "scenario/generated_data.h"
 #include "scenario/near_miss.h"
+#include "scenario/payload_fields.h"
+#include "scenario/step_check.h"
 #include "scenario/step_wait.h"
 
 using android::base::Error;
@@ -26,57 +27,6 @@ namespace tarvo_emu {
 
 namespace {
 
-// The innermost message set in `message`: the request, response or indication that its payload
-// holds. `M` is a message, const or not.
-template <typename M>
-M* Innermost(M* message) {
-    while (true) {
-        const google::protobuf::Reflection* reflection = message->GetReflection();
-        std::vector<const google::protobuf::FieldDescriptor*> fields;
-        reflection->ListFields(*message, &fields);
-        const auto nested = std::find_if(fields.begin(), fields.end(), [](const auto* field) {
-            return field->cpp_type() == google::protobuf::FieldDescriptor::CPPTYPE_MESSAGE &&
-                   !field->is_repeated();
-        });
-        if (nested == fields.end()) return message;
-        if constexpr (std::is_const_v<M>) {
-            message = &reflection->GetMessage(*message, *nested);
-        } else {
-            message = reflection->MutableMessage(message, *nested);
-        }
-    }
-}
-
-const google::protobuf::Message* InnermostPayload(const google::protobuf::Message* message) {
-    return Innermost(message);
-}
-
-google::protobuf::Message* InnermostPayload(google::protobuf::Message* message) {
-    return Innermost(message);
-}
-
-// The `data` field of the message's payload; none when its payload has no such field.
-std::optional<std::string> PayloadData(const tarvo_message::TarvoMessage& message) {
-    const google::protobuf::Message* payload = InnermostPayload(&message);
-    const google::protobuf::FieldDescriptor* field =
-        payload->GetDescriptor()->FindFieldByName("data");
-    if (field == nullptr || field->type() != google::protobuf::FieldDescriptor::TYPE_BYTES) {
-        return std::nullopt;
-    }
-    return payload->GetReflection()->GetString(*payload, field);
-}
-
-// A field of the payload's innermost message that a transfer sets, of the type it must have.
-Result<const google::protobuf::FieldDescriptor*> TransferField(
-    const google::protobuf::Message& payload, const std::string& name,
-    google::protobuf::FieldDescriptor::Type type) {
-    const google::protobuf::FieldDescriptor* field = payload.GetDescriptor()->FindFieldByName(name);
-    if (field == nullptr || field->type() != type) {
-        return Error() << payload.GetDescriptor()->name() << " has no " << name << " field";
-    }
-    return field;
-}
-
 // Reads `data` back in blocks: one read request per block, each response's data checked
 // against the block's bytes.
 Result<void> PlayReadTrain(Rig& rig, const tarvo_scenario::GeneratedSend& send,
@@ -84,27 +34,20 @@ Result<void> PlayReadTrain(Rig& rig, const tarvo_scenario::GeneratedSend& send,
     using google::protobuf::FieldDescriptor;
     tarvo_message::TarvoMessage message = send.message();
     google::protobuf::Message* request = InnermostPayload(&message);
-    const Result<const FieldDescriptor*> offset_field =
-        TransferField(*request, "offset", FieldDescriptor::TYPE_UINT32);
-    const Result<const FieldDescriptor*> size_field =
-        TransferField(*request, "max_data_size", FieldDescriptor::TYPE_UINT32);
-    if (!offset_field.ok() || !size_field.ok()) {
-        return Error() << request->GetDescriptor()->name()
-                       << " has no data field to send, nor offset and max_data_size to read by";
-    }
-    if (!send.has_block_size() || send.block_size() == 0) {
-        return Error() << "a read train needs a block_size above 0";
-    }
+    const FieldDescriptor* offset_field =
+        *TransferField(*request, "offset", FieldDescriptor::TYPE_UINT32);
+    const FieldDescriptor* size_field =
+        *TransferField(*request, "max_data_size", FieldDescriptor::TYPE_UINT32);
     const google::protobuf::Reflection* reflection = request->GetReflection();
-    const uint32_t first_offset = reflection->GetUInt32(*request, *offset_field);
+    const uint32_t first_offset = reflection->GetUInt32(*request, offset_field);
     const milliseconds timeout = StepTimeout(send.has_timeout_ms(), send.timeout_ms());
     const uint32_t first_token = message.token();
     for (size_t start = 0, block = 0; start < data.size(); start += send.block_size(), ++block) {
         const std::string expected = data.substr(start, send.block_size());
         const uint32_t token = first_token + block;
         message.set_token(token);
-        reflection->SetUInt32(request, *offset_field, first_offset + start);
-        reflection->SetUInt32(request, *size_field, expected.size());
+        reflection->SetUInt32(request, offset_field, first_offset + start);
+        reflection->SetUInt32(request, size_field, expected.size());
         rig.Send(message);
         const std::optional<tarvo_message::TarvoMessage> response = rig.modem().Await(
             [token](const tarvo_message::TarvoMessage& response) {
@@ -149,6 +92,7 @@ Result<void> PlaySendRaw(StepPlayer& player, const StepCall& call) {
 Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
     using google::protobuf::FieldDescriptor;
     const tarvo_scenario::GeneratedSend& send = call.step.send_generated();
+    if (Result<void> playable = CheckGeneratedSend(send); !playable.ok()) return playable;
     Rig& rig = player.rig();
     const std::string data = GeneratedBytes(send.data());
     tarvo_message::TarvoMessage message = send.message();
@@ -162,17 +106,15 @@ Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
         rig.Send(message);
         return {};
     }
-    if (send.block_size() == 0) return Error() << "block_size 0";
-    const Result<const FieldDescriptor*> offset_field =
-        TransferField(*payload, "offset", FieldDescriptor::TYPE_UINT32);
-    if (!offset_field.ok()) return Error() << offset_field.error().message();
-    const uint32_t first_offset = reflection->GetUInt32(*payload, *offset_field);
+    const FieldDescriptor* offset_field =
+        *TransferField(*payload, "offset", FieldDescriptor::TYPE_UINT32);
+    const uint32_t first_offset = reflection->GetUInt32(*payload, offset_field);
     const milliseconds timeout = StepTimeout(send.has_timeout_ms(), send.timeout_ms());
     const uint32_t first_token = message.token();
     for (size_t start = 0, block = 0; start < data.size(); start += send.block_size(), ++block) {
         const uint32_t token = first_token + block;
         message.set_token(token);
-        reflection->SetUInt32(payload, *offset_field, first_offset + start);
+        reflection->SetUInt32(payload, offset_field, first_offset + start);
         reflection->SetString(payload, *data_field, data.substr(start, send.block_size()));
         rig.Send(message);
         const auto answers = [token](const tarvo_message::TarvoMessage& response) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <android-base/strings.h>
+
 namespace tarvo_emu {
 
 size_t EditDistance(std::string_view a, std::string_view b) {
@@ -20,12 +22,17 @@ size_t EditDistance(std::string_view a, std::string_view b) {
 }
 
 std::vector<std::string> NearestNames(const std::string& word, std::vector<std::string> names,
-                                      size_t count) {
+                                      size_t count, size_t reach) {
+    const auto distance = [&word](const std::string& name) {
+        return android::base::StartsWith(name, word) && name != word ? 1 : EditDistance(word, name);
+    };
     std::sort(names.begin(), names.end());
     names.erase(std::unique(names.begin(), names.end()), names.end());
-    std::stable_sort(names.begin(), names.end(), [&word](const auto& a, const auto& b) {
-        return EditDistance(word, a) < EditDistance(word, b);
-    });
+    names.erase(std::remove_if(names.begin(), names.end(),
+                               [&](const std::string& name) { return distance(name) > reach; }),
+                names.end());
+    std::stable_sort(names.begin(), names.end(),
+                     [&](const auto& a, const auto& b) { return distance(a) < distance(b); });
     if (names.size() > count) names.resize(count);
     return names;
 }

@@ -1,9 +1,5 @@
 #include "scenario/scenario_loader.h"
 
-#include <google/protobuf/io/tokenizer.h>
-#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
-#include <google/protobuf/text_format.h>
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -14,6 +10,7 @@
 #include <android-base/strings.h>
 
 #include "scenario/nearest_names.h"
+#include "scenario/step_check.h"
 
 using android::base::ErrnoError;
 using android::base::Error;
@@ -31,25 +28,18 @@ using google::protobuf::TextFormat;
 // The top-level step of `text` that the place (line and column from 0) falls in; -1 when it
 // is in the setup.
 int StepAt(const std::string& text, int line, int column) {
-    google::protobuf::io::ArrayInputStream input(text.data(), static_cast<int>(text.size()));
-    // The parser reports the text's faults; here they only end the walk.
-    class Quiet : public google::protobuf::io::ErrorCollector {
-        void AddError(int, int, const std::string&) override {}
-    } quiet;
-    google::protobuf::io::Tokenizer tokenizer(&input, &quiet);
-    tokenizer.set_comment_style(google::protobuf::io::Tokenizer::SH_COMMENT_STYLE);
     int depth = 0;
     int step = -1;
     bool in_step = false;
-    while (tokenizer.Next()) {
-        const google::protobuf::io::Tokenizer::Token& token = tokenizer.current();
-        if (token.line > line || (token.line == line && token.column > column)) break;
-        if (depth == 0 && token.type == google::protobuf::io::Tokenizer::TYPE_IDENTIFIER) {
-            in_step = token.text == "step";
+    TextTokens tokens(text);
+    while (const google::protobuf::io::Tokenizer::Token* token = tokens.Next()) {
+        if (token->line > line || (token->line == line && token->column > column)) break;
+        if (depth == 0 && token->type == google::protobuf::io::Tokenizer::TYPE_IDENTIFIER) {
+            in_step = token->text == "step";
             if (in_step) ++step;
-        } else if (token.text == "{" || token.text == "<") {
+        } else if (token->text == "{" || token->text == "<") {
             ++depth;
-        } else if ((token.text == "}" || token.text == ">") && depth > 0 && --depth == 0) {
+        } else if ((token->text == "}" || token->text == ">") && depth > 0 && --depth == 0) {
             in_step = false;
         }
     }
@@ -98,6 +88,15 @@ std::vector<std::string> KnownNames(const std::string& message, std::string* wor
     return names;
 }
 
+// For a text format parser's error `message` about an unknown field or enum value in a scenario
+// or step, " Did you mean: NAME, NAME?" with the nearest known names; empty for other errors.
+std::string NearestNamesHint(const std::string& message) {
+    std::string word;
+    const std::vector<std::string> names = KnownNames(message, &word);
+    if (names.empty()) return "";
+    return fmt::format(" Did you mean: {}?", android::base::Join(NearestNames(word, names), ", "));
+}
+
 // Collects parse errors with the step, line and column of each, and the names nearest to a
 // misspelt one.
 class ErrorCollector : public google::protobuf::io::ErrorCollector {
@@ -115,20 +114,6 @@ class ErrorCollector : public google::protobuf::io::ErrorCollector {
     const std::string& text_;
 };
 
-}  // namespace
-
-std::string NearestNamesHint(const std::string& message) {
-    std::string word;
-    const std::vector<std::string> names = KnownNames(message, &word);
-    if (names.empty()) return "";
-    return fmt::format(" Did you mean: {}?", android::base::Join(NearestNames(word, names), ", "));
-}
-
-namespace {
-
-using google::protobuf::FieldDescriptor;
-using google::protobuf::TextFormat;
-
 // The places of the steps that `tree` holds under `steps`, a repeated Step field; a repeat's
 // steps under it.
 std::vector<StepPlace> PlacesOf(const TextFormat::ParseInfoTree* tree, const FieldDescriptor* steps,
@@ -139,7 +124,8 @@ std::vector<StepPlace> PlacesOf(const TextFormat::ParseInfoTree* tree, const Fie
         tarvo_scenario::Repeat::descriptor()->FindFieldByName("step");
     std::vector<StepPlace> places;
     for (int i = 0; i < count; ++i) {
-        StepPlace place{tree->GetLocation(steps, i).line + 1, {}};
+        const TextFormat::ParseLocation location = tree->GetLocation(steps, i);
+        StepPlace place{location.line + 1, location.column + 1, {}};
         const TextFormat::ParseInfoTree* step = tree->GetTreeForNested(steps, i);
         const TextFormat::ParseInfoTree* repeat =
             step != nullptr ? step->GetTreeForNested(kRepeat, -1) : nullptr;
@@ -154,21 +140,61 @@ std::vector<StepPlace> PlacesOf(const TextFormat::ParseInfoTree* tree, const Fie
     return places;
 }
 
+// Checks `steps` in the order they play; the error names the first refused by its place.
+Result<void> CheckSteps(const google::protobuf::RepeatedPtrField<tarvo_scenario::Step>& steps,
+                        const std::vector<StepPlace>& places, const std::string& label,
+                        const std::string& source, StepCheck* check) {
+    for (int i = 0; i < steps.size() && i < static_cast<int>(places.size()); ++i) {
+        const std::string name = fmt::format("{}step {}", label, i);
+        if (steps[i].has_repeat()) {
+            Result<void> checked =
+                CheckSteps(steps[i].repeat().step(), places[i].steps, name + ", ", source, check);
+            if (!checked.ok()) return checked;
+            continue;
+        }
+        if (Result<void> checked = check->Check(steps[i]); !checked.ok()) {
+            return Error() << fmt::format("{}line {} column {}: {}: {}",
+                                          source.empty() ? "" : source + ": ", places[i].line,
+                                          places[i].column, name, checked.error().message());
+        }
+    }
+    return {};
+}
+
 }  // namespace
 
-Result<Scenario> ParseScenario(const std::string& text, const std::string& source,
-                               ScenarioOrigin* origin) {
+TextTokens::TextTokens(const std::string& text)
+    : input_(text.data(), static_cast<int>(text.size())), tokenizer_(&input_, &quiet_) {
+    tokenizer_.set_comment_style(google::protobuf::io::Tokenizer::SH_COMMENT_STYLE);
+}
+
+Result<void> ParseText(const std::string& text, const std::string& source,
+                       google::protobuf::Message* message, TextFormat::ParseInfoTree* tree) {
     TextFormat::Parser parser;
     ErrorCollector errors(text);
     parser.RecordErrorsTo(&errors);
+    if (tree != nullptr) parser.WriteLocationsTo(tree);
+    if (parser.ParseFromString(text, message)) return {};
+    return Error() << (source.empty() ? "" : source + ": ") << errors.errors;
+}
+
+Result<Scenario> ParseScenario(const std::string& text, const std::string& source,
+                               ScenarioOrigin* origin) {
     TextFormat::ParseInfoTree tree;
-    if (origin != nullptr) parser.WriteLocationsTo(&tree);
     Scenario scenario;
-    if (!parser.ParseFromString(text, &scenario)) return Error() << source << ": " << errors.errors;
+    if (Result<void> parsed = ParseText(text, source, &scenario, &tree); !parsed.ok()) {
+        return parsed.error();
+    }
+    const std::vector<StepPlace> places =
+        PlacesOf(&tree, Scenario::descriptor()->FindFieldByName("step"), scenario.step_size());
+    StepCheck check;
+    if (Result<void> checked = CheckSteps(scenario.step(), places, "", source, &check);
+        !checked.ok()) {
+        return checked.error();
+    }
     if (origin != nullptr) {
         origin->path = source;
-        origin->steps =
-            PlacesOf(&tree, Scenario::descriptor()->FindFieldByName("step"), scenario.step_size());
+        origin->steps = places;
     }
     return scenario;
 }

@@ -1,19 +1,16 @@
 #include "scenario/scenario_recorder.h"
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <set>
 
-#include <google/protobuf/text_format.h>
-
-#include <android-base/file.h>
 #include <android-base/strings.h>
 
 #include "peers/transcript.h"
-#include "scenario/step_text.h"
-#include "scenario/step_wait.h"
+#include "scenario/expect_step.h"
+#include "scenario/scenario_text.h"
 
-using android::base::ErrnoError;
 using android::base::Result;
 using tarvo_scenario::Step;
 
@@ -86,109 +83,90 @@ ScenarioRecorder::ScenarioRecorder(const tarvo_scenario::Scenario& setup) : setu
     setup_.clear_step();
 }
 
-ScenarioRecorder::Mark ScenarioRecorder::MarkOf(Rig& rig) {
-    return {rig.modem().received_events().size(), rig.ril().received_events().size(),
-            rig.log_events().size(), std::chrono::steady_clock::now()};
+void ScenarioRecorder::BeforeStep(const Step& step, Rig& rig) {
+    BeforeStep(step, {rig.modem().received_events().size(), rig.ril().received_events().size(),
+                      rig.log_events().size(), Clock::now()});
 }
 
-void ScenarioRecorder::BeforeStep(const Step& step, Rig& rig) {
+void ScenarioRecorder::BeforeStep(const Step& step, const Mark& mark) {
     steps_.push_back(step);
-    marks_.push_back(MarkOf(rig));
+    marks_.push_back(mark);
     failed_.push_back(false);
 }
 
-std::string ScenarioRecorder::Text(Rig& rig) const {
-    const auto messages = rig.modem().received_events().Snapshot();
-    const auto ril_requests = rig.ril().received_events().Snapshot();
-    const auto log_lines = rig.log_events().Snapshot();
+ScenarioFile ScenarioRecorder::File(const Seen& seen, Clock::time_point end) const {
     std::set<std::string> pids;
     // Where each daemon's start-up ends: before its monitor holds the boot node, its threads race
     // (a reader may find the node not yet open), so what it prints then differs between runs.
     std::map<pid_t, size_t> started;
-    for (size_t i = 0; i < log_lines.size(); ++i) {
-        const LogLine& line = log_lines[i].event;
+    for (size_t i = 0; i < seen.log_lines.size(); ++i) {
+        const LogLine& line = seen.log_lines[i].event;
         pids.insert(std::to_string(line.pid));
         if (IsDaemonStarted(line)) started.emplace(line.pid, i);
     }
 
-    using Clock = std::chrono::steady_clock;
-    // What the daemon did between two marks that no step took, as steps in the order it happened.
+    using Timeout = std::optional<std::chrono::milliseconds>;
+    // What the daemon did between two marks that no step took, in the order it happened, each as
+    // the step that expects it given its wait.
     const auto untaken = [&](const Mark& from, const Mark& to) {
-        std::vector<std::pair<Clock::time_point, Step>> steps;
+        std::vector<std::pair<Clock::time_point, std::function<Step(Timeout)>>> events;
         for (size_t i = from.messages; i < to.messages; ++i) {
-            if (messages[i].taken) continue;
-            Step& step = steps.emplace_back(messages[i].arrived, Step()).second;
-            tarvo_scenario::Expect* expect = step.mutable_expect();
-            *expect->mutable_message() = messages[i].event;
-            // The daemon numbers its own requests.
-            if (messages[i].event.type() == tarvo_message::REQUEST) {
-                expect->mutable_message()->clear_token();
-            }
-            expect->set_exact_payload(true);
+            const auto& message = seen.messages[i];
+            if (message.taken) continue;
+            events.emplace_back(message.arrived, [&message](Timeout timeout) {
+                return ExpectStep(message.event, timeout);
+            });
         }
         for (size_t i = from.ril_requests; i < to.ril_requests; ++i) {
-            if (ril_requests[i].taken) continue;
-            Step& step = steps.emplace_back(ril_requests[i].arrived, Step()).second;
-            step.mutable_expect_ril()->set_request(ril_requests[i].event.request);
-            step.mutable_expect_ril()->set_data(ril_requests[i].event.data);
+            const auto& request = seen.ril_requests[i];
+            if (request.taken) continue;
+            events.emplace_back(request.arrived, [&request](Timeout timeout) {
+                return ExpectStep(request.event, timeout);
+            });
         }
         for (size_t i = from.log_lines; i < to.log_lines; ++i) {
-            const LogLine& line = log_lines[i].event;
+            const LogLine& line = seen.log_lines[i].event;
             const auto start = started.find(line.pid);
-            if (log_lines[i].taken || (start != started.end() && i < start->second)) continue;
-            Step& step = steps.emplace_back(log_lines[i].arrived, Step()).second;
-            tarvo_scenario::ExpectLog* expect = step.mutable_expect_log();
-            expect->set_priority(static_cast<tarvo_scenario::Priority>(line.priority));
-            if (line.tag != kDaemonTag) expect->set_tag(line.tag);
-            if (Varies(line.text, pids)) {
-                expect->set_text_regex(LooseRegex(line.text));
-            } else {
-                expect->set_text(line.text);
-            }
+            if (seen.log_lines[i].taken || (start != started.end() && i < start->second)) continue;
+            std::optional<std::string> regex;
+            if (Varies(line.text, pids)) regex = LooseRegex(line.text);
+            events.emplace_back(seen.log_lines[i].arrived, [&line, regex](Timeout timeout) {
+                return ExpectStep(line, regex, timeout);
+            });
         }
-        std::stable_sort(steps.begin(), steps.end(),
+        std::stable_sort(events.begin(), events.end(),
                          [](const auto& a, const auto& b) { return a.first < b.first; });
-        // A line the daemon prints by the clock comes as late when played back: twice the wait
-        // it took, when that is more than a step waits by default.
+        // A line the daemon prints by the clock comes as late when played back.
+        std::vector<Step> steps;
         Clock::time_point previous = from.time;
-        for (auto& [arrived, step] : steps) {
-            const auto twice =
-                2 * std::chrono::duration_cast<std::chrono::milliseconds>(arrived - previous);
+        for (const auto& [arrived, step] : events) {
+            steps.push_back(step(ReplayTimeout(
+                std::chrono::duration_cast<std::chrono::milliseconds>(arrived - previous))));
             previous = arrived;
-            if (twice <= kDefaultStepTimeout) continue;
-            const uint32_t timeout_ms = static_cast<uint32_t>(twice.count());
-            if (step.has_expect()) step.mutable_expect()->set_timeout_ms(timeout_ms);
-            if (step.has_expect_ril()) step.mutable_expect_ril()->set_timeout_ms(timeout_ms);
-            if (step.has_expect_log()) step.mutable_expect_log()->set_timeout_ms(timeout_ms);
         }
         return steps;
     };
 
-    std::string recorded;
-    const auto add = [&recorded](const Step& step, const char* prefix) {
-        recorded += prefix + ("step { " + FullStepText(step) + " }\n");
-    };
+    ScenarioFile file(
+        "Recorded by tarvo-emu: the setup, each step played and after it, as expectations,\n"
+        "what the daemon did that no step took (but the lines of its start-up, whose order\n"
+        "its threads decide). Play it with `tarvo-emu run FILE`.",
+        setup_);
     std::vector<Mark> marks = {{0, 0, 0, start_}};
     marks.insert(marks.end(), marks_.begin(), marks_.end());
-    marks.push_back({messages.size(), ril_requests.size(), log_lines.size(), Clock::now()});
+    marks.push_back({seen.messages.size(), seen.ril_requests.size(), seen.log_lines.size(), end});
     for (size_t i = 0; i + 1 < marks.size(); ++i) {
-        if (i > 0) add(steps_[i - 1], failed_[i - 1] ? "# failed: " : "");
-        for (const auto& [arrived, step] : untaken(marks[i], marks[i + 1])) add(step, "");
+        if (i > 0 && failed_[i - 1]) file.AddFailedStep(steps_[i - 1]);
+        if (i > 0 && !failed_[i - 1]) file.AddStep(steps_[i - 1]);
+        for (const Step& step : untaken(marks[i], marks[i + 1])) file.AddStep(step);
     }
-
-    std::string setup;
-    google::protobuf::TextFormat::PrintToString(setup_, &setup);
-    return "# Recorded by tarvo-emu: the setup, each step played and after it, as expectations,\n"
-           "# what the daemon did that no step took (but the lines of its start-up, whose order\n"
-           "# its threads decide). Play it with `tarvo-emu run FILE`.\n" +
-           setup + recorded;
+    return file;
 }
 
 Result<void> ScenarioRecorder::Write(const std::string& path, Rig& rig) const {
-    if (!android::base::WriteStringToFile(Text(rig), path)) {
-        return ErrnoError() << "cannot write " << path;
-    }
-    return {};
+    const Seen seen = {rig.modem().received_events().Snapshot(),
+                       rig.ril().received_events().Snapshot(), rig.log_events().Snapshot()};
+    return File(seen, Clock::now()).Write(path);
 }
 
 }  // namespace tarvo_emu

@@ -8,6 +8,7 @@
 
 #include "rig/rig.h"
 #include "scenario/scenario.pb.h"
+#include "scenario/scenario_text.h"
 
 namespace tarvo_emu {
 
@@ -22,32 +23,40 @@ namespace tarvo_emu {
 // again.
 class ScenarioRecorder {
   public:
+    using Clock = std::chrono::steady_clock;
+    // Where the rig's events stood when a step began.
+    struct Mark {
+        size_t messages;
+        size_t ril_requests;
+        size_t log_lines;
+        Clock::time_point time;
+    };
+    // What the rig saw in a session, as its event lists hold it.
+    struct Seen {
+        std::vector<EventList<tarvo_message::TarvoMessage>::Recorded> messages;
+        std::vector<EventList<RilRequest>::Recorded> ril_requests;
+        std::vector<EventList<LogLine>::Recorded> log_lines;
+    };
+
     // The recording starts with the setup of `setup`; its steps are not taken.
     explicit ScenarioRecorder(const tarvo_scenario::Scenario& setup);
 
     // Called just before `step` is played: what the daemon did up to now follows the step before.
     void BeforeStep(const tarvo_scenario::Step& step, Rig& rig);
+    void BeforeStep(const tarvo_scenario::Step& step, const Mark& mark);
     // The step last begun failed: the recording keeps it as a comment only, so that it plays.
     void StepFailed() { failed_.back() = true; }
-    // The recording up to now, in scenario text format.
-    std::string Text(Rig& rig) const;
+    // The recording of what the rig saw up to `end`.
+    ScenarioFile File(const Seen& seen, Clock::time_point end) const;
     android::base::Result<void> Write(const std::string& path, Rig& rig) const;
 
   private:
-    struct Mark {
-        size_t messages;
-        size_t ril_requests;
-        size_t log_lines;
-        std::chrono::steady_clock::time_point time;
-    };
-    static Mark MarkOf(Rig& rig);
-
     tarvo_scenario::Scenario setup_;
     std::vector<tarvo_scenario::Step> steps_;
     std::vector<Mark> marks_;  // before each step
     std::vector<bool> failed_;
     // When the rig started, as near as the recorder knows: when it was made.
-    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    const Clock::time_point start_ = Clock::now();
 };
 
 }  // namespace tarvo_emu

@@ -14,7 +14,7 @@
 #include "scenario/message_steps.h"
 #include "scenario/node_steps.h"
 #include "scenario/ril_steps.h"
-#include "scenario/step_text.h"
+#include "scenario/scenario_text.h"
 #include "scenario/step_wait.h"
 #include "scenario/usage_steps.h"
 

@@ -1,8 +1,11 @@
 #include "soak/model_steps.h"
 
 #include <cctype>
+#include <chrono>
 
 #include <android-base/stringprintf.h>
+
+#include "scenario/expect_step.h"
 
 using android::base::StringPrintf;
 using tarvo_message::TarvoMessage;
@@ -39,6 +42,12 @@ std::string StampedRegex(const ModelFileSystem::File& file) {
     return regex;
 }
 
+// A wait given in milliseconds, none for 0.
+std::optional<std::chrono::milliseconds> TimeoutOf(uint32_t timeout_ms) {
+    if (timeout_ms == 0) return std::nullopt;
+    return std::chrono::milliseconds(timeout_ms);
+}
+
 }  // namespace
 
 ModelSteps::ModelSteps(const ModelFileSystem& files)
@@ -51,40 +60,23 @@ std::vector<Step> ModelSteps::Take() {
 }
 
 void ModelSteps::Respond(uint32_t token, int result, TarvoMessage payload) {
-    Step step;
-    tarvo_scenario::Expect* expect = step.mutable_expect();
-    *expect->mutable_message() = std::move(payload);
-    expect->mutable_message()->set_type(tarvo_message::RESPONSE);
-    expect->mutable_message()->set_token(token);
-    if (result >= 0) {
-        expect->mutable_message()->set_result(static_cast<tarvo_message::TarvoResult>(result));
-    }
-    expect->set_exact_payload(true);
-    steps_.push_back(std::move(step));
+    payload.set_type(tarvo_message::RESPONSE);
+    payload.set_token(token);
+    if (result >= 0) payload.set_result(static_cast<tarvo_message::TarvoResult>(result));
+    steps_.push_back(ExpectStep(std::move(payload)));
 }
 
 void ModelSteps::ExpectRequest(TarvoMessage request, uint32_t timeout_ms) {
     request.set_type(tarvo_message::REQUEST);
-    Step expect;
-    *expect.mutable_expect()->mutable_message() = std::move(request);
-    expect.mutable_expect()->set_exact_payload(true);
-    if (timeout_ms > 0) expect.mutable_expect()->set_timeout_ms(timeout_ms);
-    steps_.push_back(std::move(expect));
+    steps_.push_back(ExpectStep(std::move(request), TimeoutOf(timeout_ms)));
 }
 
 void ModelSteps::Log(int priority, const std::string& text, uint32_t timeout_ms) {
-    Step step;
-    step.mutable_expect_log()->set_priority(static_cast<tarvo_scenario::Priority>(priority));
-    step.mutable_expect_log()->set_text(text);
-    if (timeout_ms > 0) step.mutable_expect_log()->set_timeout_ms(timeout_ms);
-    steps_.push_back(std::move(step));
+    steps_.push_back(ExpectStep(LogLine{priority, text}, std::nullopt, TimeoutOf(timeout_ms)));
 }
 
 void ModelSteps::LogRegex(int priority, const std::string& regex) {
-    Step step;
-    step.mutable_expect_log()->set_priority(static_cast<tarvo_scenario::Priority>(priority));
-    step.mutable_expect_log()->set_text_regex(regex);
-    steps_.push_back(std::move(step));
+    steps_.push_back(ExpectStep(LogLine{priority, ""}, regex));
 }
 
 void ModelSteps::CheckFile(const std::optional<std::string>& resolved) {

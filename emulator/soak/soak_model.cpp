@@ -2,6 +2,7 @@
 
 #include "rig/device_facts.h"
 #include "scenario/generated_data.h"
+#include "scenario/payload_fields.h"
 
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
@@ -138,19 +139,7 @@ std::vector<Step> SoakModel::Play(const Step& stimulus) {
             break;
         case Step::kSendGenerated: {
             TarvoMessage message = stimulus.send_generated().message();
-            const std::string data = GeneratedBytes(stimulus.send_generated().data());
-            // The data field of the innermost request, as the player fills it.
-            if (message.file().has_write_request()) {
-                message.mutable_file()->mutable_write_request()->set_data(data);
-            } else if (message.file().has_write_indication()) {
-                message.mutable_file()->mutable_write_indication()->set_data(data);
-            } else if (message.file().has_append_request()) {
-                message.mutable_file()->mutable_append_request()->set_data(data);
-            } else if (message.extended_log().has_indication()) {
-                message.mutable_extended_log()->mutable_indication()->set_data(data);
-            } else if (message.modem_stat().has_report_indication()) {
-                message.mutable_modem_stat()->mutable_report_indication()->set_data(data);
-            }
+            SetPayloadData(&message, GeneratedBytes(stimulus.send_generated().data()));
             Message(message);
             break;
         }

@@ -5,7 +5,7 @@
 
 #include "scenario/scenario_loader.h"
 #include "scenario/scenario_player.h"
-#include "scenario/step_text.h"
+#include "scenario/scenario_text.h"
 #include "soak/soak_model.h"
 #include "soak/soak_shrinker.h"
 
@@ -37,27 +37,6 @@ bool IsCheck(const Step& step) {
     }
 }
 
-// The scenario as text: the setup one entry a line, then one step a line, file modes in octal,
-// so that a person can read and cut it.
-std::string ScenarioText(const tarvo_scenario::Scenario& scenario) {
-    std::string text = SetupText(scenario);
-    for (const Step& step : scenario.step()) {
-        // A blank line before each stimulus.
-        if (!step.note().empty()) text += "\n";
-        text += "step { " + FullStepText(step) + " }\n";
-    }
-    return text;
-}
-
-// Each line of `text` as a comment.
-std::string Commented(const std::string& text) {
-    std::string commented = "# ";
-    for (char c : text) {
-        commented += c;
-        if (c == '\n') commented += "# ";
-    }
-    return commented + "\n";
-}
 
 }  // namespace
 
@@ -153,11 +132,12 @@ Result<SoakScenarioReport> SoakRun::ShrinkAndWrite(
             : "No replay diverged alike (a timing of the run's own); the whole run is kept.\n";
     header += "Divergence: " + shrunk.outcome.message + "\n";
     header += "Play it: tarvo-emu run " + options_.out;
-    if (!android::base::WriteStringToFile(
-            Commented(header) + "\n" +
-                ScenarioText(SoakScenario(setup_, shrunk.stimuli, shrunk.numbers)),
-            options_.out, /*follow_symlinks=*/true)) {
-        return android::base::Error() << "cannot write " << options_.out;
+    const tarvo_scenario::Scenario shrunk_scenario =
+        SoakScenario(setup_, shrunk.stimuli, shrunk.numbers);
+    ScenarioFile file(header, shrunk_scenario);
+    for (const Step& step : shrunk_scenario.step()) file.AddStep(step);
+    if (Result<void> written = file.Write(options_.out); !written.ok()) {
+        return written.error();
     }
     // The file as `tarvo-emu run` reads it must fail too.
     Result<tarvo_scenario::Scenario> written = LoadScenario(options_.out);

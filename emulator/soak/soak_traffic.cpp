@@ -2,6 +2,8 @@
 
 #include <signal.h>
 
+#include "scenario/payload_fields.h"
+
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
 
@@ -92,15 +94,7 @@ Step SoakTraffic::Send(TarvoMessage message, size_t size) {
     if (size <= kLiteralData) {
         std::string data(size, '\0');
         for (char& c : data) c = static_cast<char>(Uniform(0, 255));
-        if (message.file().has_write_request()) {
-            message.mutable_file()->mutable_write_request()->set_data(data);
-        } else if (message.file().has_write_indication()) {
-            message.mutable_file()->mutable_write_indication()->set_data(data);
-        } else if (message.file().has_append_request()) {
-            message.mutable_file()->mutable_append_request()->set_data(data);
-        } else if (message.modem_stat().has_report_indication()) {
-            message.mutable_modem_stat()->mutable_report_indication()->set_data(data);
-        }
+        SetPayloadData(&message, data);
         *step.mutable_send() = std::move(message);
         return step;
     }

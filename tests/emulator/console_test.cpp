@@ -158,6 +158,10 @@ TEST(ConsoleTest, CtrlCCancelsAndSigtermKeepsTheRecording) {
     console.Type("modem_stat: 0\r");
     ASSERT_TRUE(console.Shows("did you mean modem_state?")) << console.shown();
     ASSERT_TRUE(console.Shows("tarvo> ")) << console.shown();
+    // A typed step is checked as a loaded one is, and refused before it plays.
+    console.Type("expect_usage { mark: \"nowhere\" }\r");
+    ASSERT_TRUE(console.Shows("no mark \"nowhere\" before this step")) << console.shown();
+    ASSERT_TRUE(console.Shows("tarvo> ")) << console.shown();
 
     kill(console.pid(), SIGTERM);
     EXPECT_EQ(console.Status(), 128 + SIGTERM) << console.shown();

@@ -1,12 +1,19 @@
-#include "scenario/step_text.h"
+#include "scenario/scenario_text.h"
 
 #include <vector>
+
+#include <android-base/file.h>
+#include <android-base/strings.h>
 
 #include "peers/transcript.h"
 
 namespace tarvo_emu {
 
 namespace {
+
+std::string StepLine(const tarvo_scenario::Step& step) {
+    return "step { " + FullStepText(step) + " }\n";
+}
 
 class StepText : public OneLineText {
   public:
@@ -53,6 +60,31 @@ std::string SetupText(const tarvo_scenario::Scenario& scenario) {
         }
     }
     return text;
+}
+
+ScenarioFile::ScenarioFile(const std::string& header, const tarvo_scenario::Scenario& setup) {
+    AddComment(header);
+    text_ += "\n" + SetupText(setup);
+}
+
+void ScenarioFile::AddStep(const tarvo_scenario::Step& step) {
+    if (!step.note().empty()) text_ += "\n";
+    text_ += StepLine(step);
+}
+
+void ScenarioFile::AddFailedStep(const tarvo_scenario::Step& step) {
+    text_ += "# failed: " + StepLine(step);
+}
+
+void ScenarioFile::AddComment(const std::string& text) {
+    for (const std::string& line : android::base::Split(text, "\n")) text_ += "# " + line + "\n";
+}
+
+android::base::Result<void> ScenarioFile::Write(const std::string& path) const {
+    if (!android::base::WriteStringToFile(text_, path, /*follow_symlinks=*/true)) {
+        return android::base::ErrnoError() << "cannot write " << path;
+    }
+    return {};
 }
 
 }  // namespace tarvo_emu

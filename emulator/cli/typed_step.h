@@ -6,6 +6,7 @@
 #include <android-base/result.h>
 
 #include "scenario/scenario.pb.h"
+#include "scenario/step_check.h"
 
 namespace tarvo_emu {
 
@@ -19,15 +20,12 @@ int OpenBraces(const std::string& text);
 std::vector<std::string> CompletionsOf(const std::string& text, const std::string& word);
 
 // A typed step, or `step { ... }` lines pasted from a scenario; none for a comment alone. A
-// misspelt step kind gets the nearest kinds in the error.
-android::base::Result<std::vector<tarvo_scenario::Step>> ParseSteps(const std::string& text);
+// misspelt step kind gets the nearest kinds in the error. Each step is checked as a scenario's
+// steps are when loaded, `check` knowing the steps played before.
+android::base::Result<std::vector<tarvo_scenario::Step>> ParseSteps(const std::string& text,
+                                                                    StepCheck* check);
 
 // "NAME is no step", with the nearest step kinds, for a name that is none.
 std::string NoStepKind(const std::string& name);
-
-// The names of `names` nearest to `name` (a misspelling of one of them): fewest edits first, a
-// few at most, none when none is near.
-std::vector<std::string> NearestNames(const std::string& name,
-                                      const std::vector<std::string>& names);
 
 }  // namespace tarvo_emu
