@@ -64,9 +64,12 @@ TEST_F(TputNodeTest, SilentNodeIsReopenedAtOnceAfterTheFirstTimeout) {
     // The first wait is the whole 10 s.
     EXPECT_GE(steady_clock::now() - start, milliseconds(9900));
     // The timeout is not reset: later waits end at once, and the 20-ms pause paces the reopens.
+    // Counted from the opens seen now, which a loaded machine may see late: the first open after
+    // this comes at any time, the ten after it each 20 ms or more after the one before.
     const auto reopening = steady_clock::now();
-    ASSERT_TRUE(Eventually([&] { return Opens() >= 12; }, milliseconds(5000)));
-    EXPECT_GE(steady_clock::now() - reopening, milliseconds(190));
+    const int opens = Opens();
+    ASSERT_TRUE(Eventually([&] { return Opens() >= opens + 11; }, milliseconds(20000)));
+    EXPECT_GE(steady_clock::now() - reopening, milliseconds(200));
     EXPECT_FALSE(log_.Contains(ANDROID_LOG_INFO, "Stop tput monitoring"));
 
     monitor->SetChannelClose();
@@ -89,16 +92,24 @@ TEST_F(TputNodeTest, PacedStreamKeepsItsRateAndStops) {
     unique_fd fd(open(path().c_str(), O_RDONLY | O_CLOEXEC));
     ASSERT_TRUE(fd.ok());
     std::string buffer(65568, '\0');
-    node().StartDownlink(1000, 100000);  // 100 blocks a second
+    // Taken before the stream starts: the time it reads is then never shorter than the stream's.
     const auto start = steady_clock::now();
+    node().StartDownlink(1000, 100000);  // 100 blocks a second
     for (int i = 0; i < 40; ++i) ASSERT_EQ(read(fd.get(), buffer.data(), buffer.size()), 1000);
     // At most 100 ms of backlog: 40 blocks take at least 0.3 s.
     EXPECT_GE(steady_clock::now() - start, milliseconds(290));
 
+    // A block that fell due before the stop (this thread may be that late on a loaded machine)
+    // stays to be read; nothing comes after it.
     node().StopDownlink();
     pollfd pfd = {.fd = fd.get(), .events = POLLIN, .revents = 0};
+    uint64_t blocks = 40;
+    if (poll(&pfd, 1, 0) == 1) {
+        ASSERT_EQ(read(fd.get(), buffer.data(), buffer.size()), 1000);
+        ++blocks;
+    }
     EXPECT_EQ(poll(&pfd, 1, 200), 0);
-    EXPECT_EQ(node().downlink().bytes, 40000u);
+    EXPECT_EQ(node().downlink().bytes, blocks * 1000);
 }
 
 }  // namespace
