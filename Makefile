@@ -3,7 +3,7 @@
 # builds and runs; `make test-sanitize` and `make test-tsan`
 # run the whole suite again on sanitized builds of everything, the daemon in the sandbox included;
 # `make bench` runs the benchmarks; `make fuzz` runs every fuzz target for FUZZ_SECONDS;
-# `make coverage` measures what the suite runs of the daemon's code;
+# `make coverage` measures what the suite runs of the daemon's code and of the rig's;
 # `make mutants` plants each fault of scripts/mutants.tsv in turn and says which the tests catch;
 # `make soak` plays random traffic with faults for SOAK_SECONDS against a model of the daemon.
 BUILD_DIR ?= build
@@ -61,28 +61,42 @@ test-tsan: deps
 
 # The whole suite on a --coverage build. The daemon and its clients in the sandbox write their
 # counters through GCOV_PREFIX, which the sandbox binds writable; stripping the prefix's own
-# components puts them beside the objects, where the host's processes write theirs. The report is
-# $(COVERAGE_BUILD_DIR)/coverage/index.html; its one-line summary is printed and kept in
-# summary.txt there. The suite's result is the target's result, unless gcovr fails or prints no
-# summary, which ends the target with an error. gcovr runs with one worker: with more, gcovr 5.2
-# leaves a directory locked when a file fails to parse, and its other workers wait for it forever.
+# components puts them beside the objects, where the host's processes write theirs. gcov runs once,
+# into coverage.json; two reports read it: the daemon's code ($(COVERAGE_BUILD_DIR)/coverage/
+# index.html) and the rig's (emulator/index.html there). Their summaries are printed, one line
+# each, and kept in summary.txt there. The suite's result is the target's result, unless gcovr
+# fails or prints no summary, which ends the target with an error. gcovr runs with one worker:
+# with more, gcovr 5.2 leaves a directory locked when a file fails to parse, and its other workers
+# wait for it forever.
 COVERAGE_DIR = $(abspath $(COVERAGE_BUILD_DIR))
+COVERAGE_REPORT_DIR = $(COVERAGE_BUILD_DIR)/coverage
+DAEMON_COVERAGE_FILTERS = --filter 'core/' --filter 'service/' --filter 'ril/' --filter 'tput/' \
+	--filter 'platform/'
+RIG_COVERAGE_FILTERS = --filter 'emulator/'
+# One report of coverage.json: NAME, its HTML page, its filters. Prints "NAME lines: ... branches:
+# ..." or fails.
+coverage_report = report=$$(gcovr -r . -a $(COVERAGE_REPORT_DIR)/coverage.json $(3) \
+		--html-details $(2) --print-summary) || \
+		{ echo "make coverage: gcovr failed on the $(1) report (its errors are above)" >&2; \
+		exit 1; }; \
+	summary=$$(printf '%s\n' "$$report" | grep -E '^(lines|branches):' | paste -sd' '); \
+	[ -n "$$summary" ] || { echo "make coverage: gcovr printed no $(1) summary" >&2; exit 1; }; \
+	printf '%-9s %s\n' "$(1)" "$$summary" >> $(COVERAGE_REPORT_DIR)/summary.txt
 coverage: deps
 	cmake -S . -B $(COVERAGE_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DTARVO_COVERAGE=ON
 	cmake --build $(COVERAGE_BUILD_DIR) -j$(JOBS)
 	find $(COVERAGE_BUILD_DIR) -name '*.gcda' -delete
-	rm -rf $(COVERAGE_BUILD_DIR)/coverage && mkdir -p $(COVERAGE_BUILD_DIR)/coverage
+	rm -rf $(COVERAGE_REPORT_DIR) && mkdir -p $(COVERAGE_REPORT_DIR)/emulator
 	cd $(COVERAGE_BUILD_DIR) && GCOV_PREFIX=$(COVERAGE_DIR) \
 		GCOV_PREFIX_STRIP=$(words $(subst /, ,$(COVERAGE_DIR))) \
 		ctest --output-on-failure -j$(JOBS); status=$$?; cd $(CURDIR) && \
-	report=$$(gcovr -r . --object-directory $(COVERAGE_BUILD_DIR) \
-		--filter 'core/' --filter 'service/' --filter 'ril/' --filter 'tput/' --filter 'platform/' \
-		--exclude-unreachable-branches --exclude-throw-branches \
-		--html-details $(COVERAGE_BUILD_DIR)/coverage/index.html --print-summary) || \
+	gcovr -r . --object-directory $(COVERAGE_BUILD_DIR) $(DAEMON_COVERAGE_FILTERS) \
+		$(RIG_COVERAGE_FILTERS) --exclude-unreachable-branches --exclude-throw-branches \
+		--json $(COVERAGE_REPORT_DIR)/coverage.json || \
 		{ echo "make coverage: gcovr failed (its errors are above)" >&2; exit 1; }; \
-	summary=$$(printf '%s\n' "$$report" | grep -E '^(lines|branches):' | paste -sd' '); \
-	[ -n "$$summary" ] || { echo "make coverage: gcovr printed no summary" >&2; exit 1; }; \
-	echo "$$summary" | tee $(COVERAGE_BUILD_DIR)/coverage/summary.txt; \
+	$(call coverage_report,daemon,$(COVERAGE_REPORT_DIR)/index.html,$(DAEMON_COVERAGE_FILTERS)); \
+	$(call coverage_report,emulator/,$(COVERAGE_REPORT_DIR)/emulator/index.html,$(RIG_COVERAGE_FILTERS)); \
+	cat $(COVERAGE_REPORT_DIR)/summary.txt; \
 	exit $$status
 
 # Every benchmark against its floor, as one table; the figures also go to build/bench/results.json.

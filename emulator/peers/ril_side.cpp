@@ -95,10 +95,11 @@ void RilSide::Serve(std::shared_ptr<Connection> connection) {
         memcpy(&header, packet.data(), sizeof(header));
         RilRequest request;
         request.request = header.request;
+        request.selector = header.selector;
         request.data = packet.substr(sizeof(header), size - sizeof(header));
-        transcript_->Ril(
-            Transcript::Direction::kFromDaemon,
-            fmt::format("request: {} data: {}", request.request, QuotedBytes(request.data)));
+        transcript_->Ril(Transcript::Direction::kFromDaemon,
+                         fmt::format("request: {} selector: {} data: {}", request.request,
+                                     request.selector, QuotedBytes(request.data)));
         const RilReplyRule rule = TakeRule(request.request);
         received_.Add(std::move(request));
         if (rule.no_reply) continue;

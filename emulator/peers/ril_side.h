@@ -22,6 +22,8 @@ namespace tarvo_emu {
 // One request that the daemon sent through the RIL client library.
 struct RilRequest {
     uint32_t request = 0;
+    // Which RIL instance the request is for, as RILC_Send got it.
+    uint32_t selector = 0;
     std::string data;
 };
 

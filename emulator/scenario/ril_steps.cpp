@@ -28,12 +28,18 @@ Result<void> PlayExpectRil(StepPlayer& player, const StepCall& call) {
     const milliseconds timeout = StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
     std::optional<std::string> data;
     if (expect.has_data()) data = expect.data();
-    if (player.WaitUnlessCancelled(timeout, [&](milliseconds slice) {
-            return player.rig().AwaitRil(expect.request(), data, slice).has_value();
+    std::optional<RilRequest> taken;
+    if (!player.WaitUnlessCancelled(timeout, [&](milliseconds slice) {
+            taken = player.rig().AwaitRil(expect.request(), data, slice);
+            return taken.has_value();
         })) {
-        return {};
+        return Errorf("no such RIL request within {} ms", timeout.count());
     }
-    return Errorf("no such RIL request within {} ms", timeout.count());
+    if (expect.has_selector() && taken->selector != expect.selector()) {
+        return Errorf("RIL request {} came with selector {}, not {}", taken->request,
+                      taken->selector, expect.selector());
+    }
+    return {};
 }
 
 Result<void> PlayExpectRilSilence(StepPlayer& player, const StepCall& call) {

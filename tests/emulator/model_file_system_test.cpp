@@ -1,0 +1,110 @@
+// The soak's model of the sandbox's tree: how names resolve, where files may be written, and what
+// opening, renaming and removing do to a file's bytes and mode. A wrong answer here makes the soak
+// blame the daemon for what the model got wrong, or pass what the daemon got wrong.
+
+#include "soak/model_file_system.h"
+
+#include <sys/stat.h>
+
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace tarvo_emu {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::Eq;
+using ::testing::Optional;
+
+constexpr mode_t kFileMode = 0664;
+constexpr mode_t kOtherMode = 0600;
+
+class ModelFileSystemTest : public ::testing::Test {
+  protected:
+    ModelFileSystem files_{
+        {"/data", "/data/radio", "/data/radio/logs", "/data/radio/logs2", "/vendor", "/vendor/etc"},
+        {"/vendor", "/data/radio/logs"}};
+};
+
+TEST_F(ModelFileSystemTest, ResolvesNamesAsTheKernelDoes) {
+    EXPECT_THAT(files_.Resolve("/data/radio/a.txt"), Optional(Eq("/data/radio/a.txt")));
+    EXPECT_THAT(files_.Resolve("//data/./radio//a.txt"), Optional(Eq("/data/radio/a.txt")));
+    EXPECT_THAT(files_.Resolve("/data/radio/logs/../a.txt"), Optional(Eq("/data/radio/a.txt")));
+    EXPECT_THAT(files_.Resolve("/data/radio/../../../../data/x"), Optional(Eq("/data/x")));
+    EXPECT_THAT(files_.Resolve("/data/radio/logs/.."), Optional(Eq("/data/radio")));
+}
+
+TEST_F(ModelFileSystemTest, RefusesAPathThroughWhatIsNoDirectory) {
+    // The daemon's open fails with ENOENT or ENOTDIR there.
+    EXPECT_EQ(files_.Resolve("/data/missing/a.txt"), std::nullopt);
+    files_.Open("/data/radio/a.txt", kFileMode);
+    EXPECT_EQ(files_.Resolve("/data/radio/a.txt/b"), std::nullopt);
+    EXPECT_EQ(files_.Resolve("/data/radio/a.txt/../b"), std::nullopt);
+    EXPECT_EQ(files_.Resolve("/data/missing/../radio/b"), std::nullopt);
+}
+
+TEST_F(ModelFileSystemTest, WritesOnlyInWritableDirectories) {
+    EXPECT_TRUE(files_.IsWritable("/data/radio/a.txt"));
+    EXPECT_TRUE(files_.IsWritable("/data/radio/logs2/a.txt"));
+    EXPECT_FALSE(files_.IsWritable("/data/radio/logs/a.txt"));
+    EXPECT_FALSE(files_.IsWritable("/data/radio/logs"));
+    EXPECT_FALSE(files_.IsWritable("/vendor/etc/a.txt"));
+    EXPECT_FALSE(files_.IsWritable("/data/missing/a.txt"));
+    EXPECT_TRUE(files_.IsDirectory("/data/radio"));
+    EXPECT_TRUE(files_.IsDirectory("/"));
+    EXPECT_FALSE(files_.IsDirectory("/data/radio/a.txt"));
+}
+
+TEST_F(ModelFileSystemTest, OpenCreatesWithItsModeAndKeepsWhatIsThere) {
+    ModelFileSystem::File& created = files_.Open("/data/radio/a.txt", kFileMode);
+    EXPECT_EQ(created.mode, kFileMode);
+    EXPECT_EQ(created.content, "");
+    created.content = "first ";
+
+    // Opening again appends to the same file: its bytes and mode stay.
+    files_.Open("/data/radio/a.txt", kOtherMode).content += "second";
+    const ModelFileSystem::File* file = files_.Find("/data/radio/a.txt");
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(file->content, "first second");
+    EXPECT_EQ(file->mode, kFileMode);
+    EXPECT_EQ(files_.FindMutable("/data/radio/a.txt"), file);
+    EXPECT_EQ(files_.Find("/data/radio/b.txt"), nullptr);
+}
+
+TEST_F(ModelFileSystemTest, RenameReplacesAnExistingTarget) {
+    files_.Open("/data/radio/new.txt", kFileMode).content = "new";
+    files_.Open("/data/radio/old.txt", kOtherMode).content = "old and longer";
+
+    files_.Rename("/data/radio/new.txt", "/data/radio/old.txt");
+    EXPECT_EQ(files_.Find("/data/radio/new.txt"), nullptr);
+    const ModelFileSystem::File* file = files_.Find("/data/radio/old.txt");
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(file->content, "new");
+    EXPECT_EQ(file->mode, kFileMode);
+}
+
+TEST_F(ModelFileSystemTest, RenameOfAMissingFileLeavesTheTarget) {
+    files_.Open("/data/radio/old.txt", kOtherMode).content = "old";
+    files_.Rename("/data/radio/missing.txt", "/data/radio/old.txt");
+    const ModelFileSystem::File* file = files_.Find("/data/radio/old.txt");
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(file->content, "old");
+}
+
+TEST_F(ModelFileSystemTest, RemoveAndListByPrefix) {
+    files_.Open("/data/radio/logs2/b.txt", kFileMode);
+    files_.Open("/data/radio/logs2/a.txt", kFileMode);
+    files_.Open("/data/radio/c.txt", kFileMode);
+    EXPECT_THAT(files_.FilesUnder("/data/radio/logs2/"),
+                ElementsAre("/data/radio/logs2/a.txt", "/data/radio/logs2/b.txt"));
+
+    files_.Remove("/data/radio/logs2/a.txt");
+    files_.Remove("/data/radio/missing.txt");
+    EXPECT_THAT(files_.FilesUnder("/data/radio/"),
+                ElementsAre("/data/radio/c.txt", "/data/radio/logs2/b.txt"));
+}
+
+}  // namespace
+}  // namespace tarvo_emu
