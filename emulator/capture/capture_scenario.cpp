@@ -14,6 +14,8 @@
 #include <android-base/stringprintf.h>
 
 #include "capture/capture_reader.h"
+#include "device/device_facts.h"
+#include "scenario/daemon_steps.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/step_text.h"
 #include "scenario/step_wait.h"
@@ -31,16 +33,6 @@ constexpr double kReplyDelayKept = 0.1;
 // A pause before the modem's next action that is kept as a sleep.
 constexpr double kPauseKept = 0.1;
 constexpr int kDefaultReplyDelayMs = 20;
-
-// Where the daemon reads the files of each file directory.
-const std::map<int, std::string>& FileDirectories() {
-    static const auto* const kDirectories = new std::map<int, std::string>{
-        {tarvo_message::FILE_DIR_MDS, "/data/vendor/radio/mds/"},
-        {tarvo_message::FILE_DIR_REPLAY, "/mnt/vendor/modem_userdata/replay/"},
-        {tarvo_message::FILE_DIR_UECAP, "/vendor/firmware/uecapconfig/"},
-    };
-    return *kDirectories;
-}
 
 // One line of the scenario: a step, or a comment.
 struct Line {
@@ -179,18 +171,18 @@ std::string CaptureScenarioText(const Capture& capture, const std::string& sourc
                         properties[name] = answer.property().read_response().value();
                     }
                 }
-                const auto directory =
-                    FileDirectories().find(request->file().has_write_request()
-                                               ? request->file().write_request().file_dir()
-                                               : request->file().read_request().file_dir());
-                if (directory == FileDirectories().end()) break;
+                const std::optional<std::string> directory =
+                    FileDirectory(request->file().has_write_request()
+                                      ? request->file().write_request().file_dir()
+                                      : request->file().read_request().file_dir());
+                if (!directory) break;
                 if (request->file().has_write_request()) {
-                    written.insert(directory->second + request->file().write_request().file_name());
+                    written.insert(*directory + request->file().write_request().file_name());
                 }
                 if (request->file().has_read_request() && answer.file().has_read_response() &&
                     answer.file().read_response().has_data()) {
                     const std::string path =
-                        directory->second + request->file().read_request().file_name();
+                        *directory + request->file().read_request().file_name();
                     if (written.count(path) != 0) break;
                     std::string& content = files[path];
                     const size_t offset = request->file().read_request().offset();
@@ -239,19 +231,15 @@ std::string CaptureScenarioText(const Capture& capture, const std::string& sourc
                 add(std::move(step));
                 break;
             }
-            case Kind::kReadError:
-            case Kind::kEndOfFile:
-            case Kind::kHangUp:
+            case Kind::kFault:
+                step.set_fault(SchemaFault(event.fault));
+                // A write's failure is armed before the write that met it.
+                if (event.fault == Fault::kWriteError) {
+                    before_cause(std::move(step));
+                    break;
+                }
                 pause(event);
-                step.set_fault(event.kind == Kind::kReadError   ? tarvo_scenario::READ_ERROR
-                               : event.kind == Kind::kEndOfFile ? tarvo_scenario::END_OF_FILE
-                                                                : tarvo_scenario::HANG_UP);
                 add(std::move(step));
-                break;
-            case Kind::kWriteError:
-                // The failure is armed before the write that met it.
-                step.set_fault(tarvo_scenario::WRITE_ERROR);
-                before_cause(std::move(step));
                 break;
             case Kind::kModemState:
                 if (!state_known) {

@@ -37,7 +37,7 @@ using android::base::Result;
 namespace {
 
 constexpr int kUsageError = 2;
-constexpr uint64_t kMaxBlockSize = 65568;
+constexpr uint64_t kMaxBlockSize = tarvo_emu::kLargestMessage;
 
 constexpr char kExitStatuses[] =
     "Exit status: 0 when every expectation held (or the command did its work), 1 when one\n"

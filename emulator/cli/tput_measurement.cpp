@@ -87,12 +87,10 @@ Result<void> RunDaemonTest(Rig& rig, bool progress) {
     if (client->status != 0) return Error() << "tarvo -t exited with " << client->status;
     const auto start = std::chrono::steady_clock::now();
     const auto answered = [](const LogLine& line) {
-        return StartsWith(line.text, "Got modem test response ") ||
-               StartsWith(line.text, "Failed to send request, status:");
+        return StartsWith(line.text, kTestAnswerPrefix) ||
+               StartsWith(line.text, kRequestFailurePrefix);
     };
-    const auto failed = [](const LogLine& line) {
-        return line.text == "Failed to run UL tput test";
-    };
+    const auto failed = [](const LogLine& line) { return line.text == kUplinkFailureText; };
     // A terminal gets one line drawn again and again; a file or pipe a line per phase.
     const bool terminal = isatty(STDERR_FILENO) != 0;
     const char* shown_phase = nullptr;
@@ -212,10 +210,10 @@ Result<TputReport> MeasureTput(Rig& rig, const DownlinkSettings& downlink, bool 
         fmt::print(stderr, "measuring a bare reader of the node, and a bare writer twice...\n");
     }
     const uint64_t reads = std::clamp<uint64_t>(down.reads / 5, 50, 20000);
-    Result<NodeRate> bare_reader =
-        MeasureNodeReads(rig, downlink,
-                         {"/usr/bin/dd", "if=/dev/oem_test", "of=/dev/null", "bs=65568",
-                          fmt::format("count={}", reads), "status=none"});
+    Result<NodeRate> bare_reader = MeasureNodeReads(
+        rig, downlink,
+        {"/usr/bin/dd", "if=/dev/oem_test", "of=/dev/null", fmt::format("bs={}", kLargestMessage),
+         fmt::format("count={}", reads), "status=none"});
     if (!bare_reader.ok()) return bare_reader.error();
     report.bare_reader = *bare_reader;
     report.bare_writer = MeasureBareWriter(rig);

@@ -76,7 +76,7 @@ void ModemEmulator::Unmount() {
     // next request arrives and answers it with that. No request follows the last process's end,
     // so the rig makes one (an open and close of the boot node): otherwise the interrupt would
     // be left allocated when the session goes.
-    android::base::unique_fd last(open(PathOf("umts_boot0").c_str(), O_RDONLY | O_CLOEXEC));
+    android::base::unique_fd last(open(PathOf(kBootNode).c_str(), O_RDONLY | O_CLOEXEC));
     last.reset();
     fuse_session_exit(session_);
     // A lazy detach ends the connection once the last file on it is closed, which wakes the

@@ -9,6 +9,7 @@
 
 #include <android-base/strings.h>
 
+#include "device/device_facts.h"
 #include "process/signal_cleanup.h"
 #include "ril_library/ril_wire.h"
 
@@ -38,13 +39,6 @@ bool IsUnder(const std::string& path, const std::string& prefix) {
 
 }  // namespace
 
-const std::vector<std::string> Sandbox::kDeviceDirectories = {
-    "/data/vendor/radio/modem_temp_file", "/data/vendor/radio/mds",
-    "/data/vendor/radio/extended_logs",   "/data/vendor/modem_stat",
-    "/mnt/vendor/modem_userdata/replay",  "/vendor/etc/modem",
-    "/vendor/firmware/uecapconfig",       "/vendor/lib64",
-};
-
 Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib,
                                                  uint32_t mnt_size_limit_kib) {
     const char* tmp = getenv("TMPDIR");
@@ -67,7 +61,8 @@ Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib,
     }
     std::vector<std::string> dirs = {pattern + "/emu", pattern + "/properties",
                                      pattern + "/socket"};
-    for (const std::string& dir : kDeviceDirectories) dirs.push_back(*sandbox->HostPath(dir));
+    // The directories that a device has and the daemon expects.
+    for (const char* dir : kDeviceDirectories) dirs.push_back(*sandbox->HostPath(dir));
     for (const std::string& dir : dirs) {
         if (!fs::create_directories(dir, ec) && ec) return Error(ec.value()) << "mkdir " << dir;
     }
@@ -179,9 +174,8 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
     if (const char* counters = getenv("GCOV_PREFIX"); counters != nullptr) {
         args.insert(args.end(), {"--bind", counters, counters});
     }
-    args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin",
-                             // Where a device's linker finds the vendor's libraries.
-                             "--setenv", "LD_LIBRARY_PATH", "/vendor/lib64"});
+    args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin", "--setenv",
+                             "LD_LIBRARY_PATH", kVendorLibraryDirectory});
     // In a sanitized build, the options that make the first report end the process reach the
     // daemon and its clients too; in a coverage build, where their counters go.
     for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS",
