@@ -41,6 +41,8 @@ std::optional<std::string> FileDirectory(uint32_t id);
 // Where the server writes its pid, for the clients to find it. It is created empty and written
 // right after the server's start, and no log line follows: a wait for it polls.
 inline constexpr char kPidFile[] = "/data/vendor/radio/tarvo_pid";
+// The GNSS coexistence configuration that the daemon reads.
+inline constexpr char kGnssBlankingFile[] = "/data/vendor/radio/gnss_blanking.csv";
 // The diagnostics' configurations and outputs.
 inline constexpr char kStatConfigFile[] = "/data/vendor/radio/modem_stat.conf";
 inline constexpr char kUserspaceConfigFile[] = "/data/vendor/radio/modem_userspace_logging.conf";

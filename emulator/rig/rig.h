@@ -40,7 +40,7 @@ std::string TarvoBinary();
 android::base::Result<void> EnterPrivateMountNamespace();
 
 struct SeedFile {
-    std::string path;  // inside the sandbox, e.g. "/data/vendor/radio/modem_stat.conf"
+    std::string path;  // inside the sandbox, e.g. kStatConfigFile
     std::string content;
     mode_t mode = 0664;
 };

@@ -25,12 +25,18 @@ namespace {
 
 constexpr const char* kBwrap = "/usr/bin/bwrap";
 
-// Sandbox path prefix and the directory of the root that holds it.
-const std::pair<const char*, const char*> kMappedTrees[] = {
-    {"/data", "data"},
-    {"/mnt", "mnt"},
-    {"/vendor", "vendor"},
-    {"/dev/__properties__", "properties"},
+// A sandbox path prefix, the directory of the root that holds it, and whether it is writable.
+struct MappedTree {
+    const char* path;
+    const char* local;
+    bool writable;
+};
+constexpr MappedTree kMappedTrees[] = {
+    {"/data", "data", true},
+    {"/mnt", "mnt", true},
+    // A device's vendor partition is read-only, even for root.
+    {"/vendor", "vendor", false},
+    {"/dev/__properties__", "properties", true},
 };
 
 bool IsUnder(const std::string& path, const std::string& prefix) {
@@ -79,8 +85,9 @@ Sandbox::~Sandbox() {
 }
 
 Result<std::string> Sandbox::HostPath(const std::string& path) const {
-    for (const auto& [prefix, local] : kMappedTrees) {
-        if (IsUnder(path, prefix)) return dir_ + "/" + local + path.substr(strlen(prefix));
+    for (const MappedTree& tree : kMappedTrees) {
+        if (IsUnder(path, tree.path))
+            return dir_ + "/" + tree.local + path.substr(strlen(tree.path));
     }
     return Error() << path << " is not in the sandbox's tree";
 }
@@ -116,47 +123,16 @@ Result<void> Sandbox::Remove(const std::string& path) {
 }
 
 std::vector<std::string> Sandbox::Command(const std::vector<std::string>& command) const {
-    std::vector<std::string> args = {
-        kBwrap,
-        "--die-with-parent",
-        "--ro-bind",
-        "/usr",
-        "/usr",
-        "--symlink",
-        "usr/lib",
-        "/lib",
-        "--symlink",
-        "usr/lib64",
-        "/lib64",
-        "--symlink",
-        "usr/bin",
-        "/bin",
-        "--symlink",
-        "usr/sbin",
-        "/sbin",
-        "--proc",
-        "/proc",
-        "--dev",
-        "/dev",
-        "--tmpfs",
-        "/tmp",
-        "--bind",
-        dir_ + "/data",
-        "/data",
-        "--bind",
-        dir_ + "/mnt",
-        "/mnt",
-        // A device's vendor partition is read-only, even for root.
-        "--ro-bind",
-        dir_ + "/vendor",
-        "/vendor",
-        "--bind",
-        dir_ + "/properties",
-        "/dev/__properties__",
-        "--bind",
-        socket_dir(),
-        kRilSocketDir,
-    };
+    std::vector<std::string> args = {kBwrap, "--die-with-parent", "--ro-bind", "/usr", "/usr"};
+    for (const std::string dir : {"lib", "lib64", "bin", "sbin"}) {
+        args.insert(args.end(), {"--symlink", "usr/" + dir, "/" + dir});
+    }
+    args.insert(args.end(), {"--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp"});
+    for (const MappedTree& tree : kMappedTrees) {
+        args.insert(args.end(),
+                    {tree.writable ? "--bind" : "--ro-bind", dir_ + "/" + tree.local, tree.path});
+    }
+    args.insert(args.end(), {"--bind", socket_dir(), kRilSocketDir});
     // Devices allowed: a node may also be a real character device of the host, such as
     // /dev/full for a disk that fills up.
     for (const auto& [device_path, host_path] : nodes_) {
