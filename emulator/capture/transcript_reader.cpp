@@ -11,29 +11,20 @@ namespace tarvo_emu {
 
 namespace {
 
-int HexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 // The bytes that hex digits (spaces between them allowed) stand for.
 std::optional<std::string> FromHex(std::string_view text) {
-    std::string bytes;
-    int high = -1;
+    std::string digits;
     for (const char c : text) {
-        if (c == ' ' || c == '\t' || c == '\r') continue;
-        const int value = HexValue(c);
-        if (value < 0) return std::nullopt;
-        if (high < 0) {
-            high = value;
-        } else {
-            bytes.push_back(static_cast<char>(high << 4 | value));
-            high = -1;
-        }
+        if (c != ' ' && c != '\t' && c != '\r') digits.push_back(c);
     }
-    if (high >= 0 || bytes.empty()) return std::nullopt;
+    if (digits.empty() || digits.size() % 2 != 0 ||
+        digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+        return std::nullopt;
+    }
+    std::string bytes;
+    for (size_t i = 0; i < digits.size(); i += 2) {
+        bytes.push_back(static_cast<char>(strtoul(digits.substr(i, 2).c_str(), nullptr, 16)));
+    }
     return bytes;
 }
 
