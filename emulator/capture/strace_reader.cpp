@@ -34,10 +34,6 @@ bool IsStatusIoctl(std::string_view arg) {
                               kStatusIoctl & 0xff);
 }
 
-bool NamesNode(const std::string& path, const char* node) {
-    return android::base::EndsWith(path, std::string("/") + node);
-}
-
 std::string_view TrimView(std::string_view text) {
     while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
     while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r')) {
@@ -226,14 +222,14 @@ Result<int> StraceReader::Descriptor(std::string_view arg) {
     size_t end = 0;
     Result<std::string> path = UnquoteStraceString(quoted, &end);
     if (!path.ok()) return Error() << "line " << line_ << ": " << path.error().message();
-    if (NamesNode(*path, kIpcNode)) {
-        nodes_[fd] = Node::kIpc;
-    } else if (NamesNode(*path, kBootNode)) {
-        nodes_[fd] = Node::kBoot;
-    } else {
-        nodes_[fd] = Node::kOther;
-    }
+    nodes_[fd] = NodeOfPath(*path);
     return fd;
+}
+
+StraceReader::Node StraceReader::NodeOfPath(const std::string& path) {
+    if (android::base::EndsWith(path, std::string("/") + kIpcNode)) return Node::kIpc;
+    if (android::base::EndsWith(path, std::string("/") + kBootNode)) return Node::kBoot;
+    return Node::kOther;
 }
 
 StraceReader::Node StraceReader::NodeOf(int fd) const {
@@ -273,10 +269,7 @@ Result<void> StraceReader::Call(std::string_view text, std::optional<double> tim
         size_t end = 0;
         Result<std::string> path = UnquoteStraceString(args[name == "open" ? 0 : 1], &end);
         if (!path.ok()) return {};
-        if (nodes_[*fd] == Node::kOther) {
-            if (NamesNode(*path, kIpcNode)) nodes_[*fd] = Node::kIpc;
-            if (NamesNode(*path, kBootNode)) nodes_[*fd] = Node::kBoot;
-        }
+        if (nodes_[*fd] == Node::kOther) nodes_[*fd] = NodeOfPath(*path);
         return {};
     }
     Result<int> fd = Descriptor(args[0]);

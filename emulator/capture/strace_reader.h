@@ -50,6 +50,7 @@ class StraceReader {
     // The descriptor argument `arg` ("5" or "5</dev/oem_ipc1>"), noting the node a path names.
     android::base::Result<int> Descriptor(std::string_view arg);
     Node NodeOf(int fd) const;
+    static Node NodeOfPath(const std::string& path);
     std::optional<double> Time(std::string_view stamp);
 
     StraceOptions options_;
