@@ -20,6 +20,7 @@
 #include <android-base/strings.h>
 
 #include "bench_rig.h"
+#include "device/device_facts.h"
 #include "measure/tput_measurement.h"
 #include "process/process_usage.h"
 #include "proto/tarvo_message.pb.h"
@@ -37,8 +38,13 @@ namespace {
 
 constexpr uint64_t kMiB = 1 << 20;
 constexpr uint64_t kBlock = 64 * 1024;
-constexpr char kTargetDir[] = "/data/vendor/radio/mds/";
-constexpr char kStagingDir[] = "/data/vendor/radio/modem_temp_file/";
+// Where the benchmark's file transfers go, and where the daemon stages them.
+std::string TargetPath(const std::string& name) {
+    return std::string(tarvo_emu::kMdsDirectory) + "/" + name;
+}
+std::string StagingPath(const std::string& name) {
+    return std::string(tarvo_emu::kStagingDirectory) + "/" + name;
+}
 
 // Tokens of one varint size, so that every response of a series has the same length.
 constexpr uint32_t kFirstToken = 0x1000;
@@ -130,15 +136,15 @@ Result<double> Transfer(BenchRig& bench, const std::string& name, uint64_t size)
 // target, so that the next transfer starts clean and the disk does not fill.
 Result<void> CheckAndRemoveTarget(BenchRig& bench, const std::string& name, uint64_t size) {
     std::error_code ec;
-    const std::string host = *bench.rig().sandbox().HostPath(kTargetDir + name);
+    const std::string host = *bench.rig().sandbox().HostPath(TargetPath(name));
     const uintmax_t arrived = std::filesystem::file_size(host, ec);
     if (ec || arrived != size) {
         return Error() << name << ": " << arrived << " bytes arrived of " << size;
     }
-    if (bench.rig().FileMode(kStagingDir + name).ok()) {
+    if (bench.rig().FileMode(StagingPath(name)).ok()) {
         return Error() << name << ": staging file left";
     }
-    return bench.rig().RemoveFile(kTargetDir + name);
+    return bench.rig().RemoveFile(TargetPath(name));
 }
 
 // Whole-process figures of a running process, from /proc.
@@ -381,8 +387,7 @@ Figures FileTransferFigures(const BenchSettings& settings) {
         }
         steps_s += *steps;
 
-        Result<double> written =
-            (*bench)->PlainWrite(kTargetDir + std::string("plain"), size, kBlock);
+        Result<double> written = (*bench)->PlainWrite(TargetPath("plain"), size, kBlock);
         if (!written.ok()) return written.error();
         write_s += *written;
     }

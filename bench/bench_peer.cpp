@@ -19,17 +19,17 @@
 #include <log/log.h>
 #include <CLI/CLI.hpp>
 
+#include "device/device_facts.h"
 #include "properties.h"
 #include "proto/tarvo_message.pb.h"
 
 namespace {
 
 // The largest message the daemon reads, so the peer reads as much per call.
-constexpr size_t kLargestMessage = 0x10020;
+using tarvo_emu::kLargestMessage;
+using tarvo_emu::kStatusIoctl;
 
 constexpr int kUsageError = 2;
-
-constexpr unsigned long kStatusIoctl = 0x6F27;
 
 int Echo(const std::string& response_file, bool wait_with_select, bool ask_status) {
     std::string response;
@@ -64,19 +64,7 @@ int Echo(const std::string& response_file, bool wait_with_select, bool ask_statu
 
 using tarvo_message::TarvoMessage;
 
-constexpr char kStagingDir[] = "/data/vendor/radio/modem_temp_file/";
 constexpr size_t kCopyBuffer = 64 * 1024;
-
-const char* DirectoryOf(int file_dir) {
-    switch (file_dir) {
-        case tarvo_message::FILE_DIR_MDS:
-            return "/data/vendor/radio/mds/";
-        case tarvo_message::FILE_DIR_REPLAY:
-            return "/mnt/vendor/modem_userdata/replay/";
-        default:
-            return "/vendor/firmware/uecapconfig/";
-    }
-}
 
 void AnswerPropertyRead(const TarvoMessage& request, TarvoMessage* response) {
     ALOGI("Get property request");
@@ -113,9 +101,11 @@ void AnswerFileWrite(const TarvoMessage& request, TarvoMessage* response) {
     ALOGI("Got File write request");
     const tarvo_message::FileWriteRequest& write = request.file().write_request();
     ALOGI("file dir: %d and name: %s", write.file_dir(), write.file_name().c_str());
-    const std::string prefix = DirectoryOf(write.file_dir());
+    const std::string prefix = tarvo_emu::FileDirectory(write.file_dir())
+                                   .value_or(std::string(tarvo_emu::kUecapDirectory) + "/");
     const std::string target = prefix + write.file_name();
-    const std::string temporary = kStagingDir + write.file_name();
+    const std::string temporary =
+        std::string(tarvo_emu::kStagingDirectory) + "/" + write.file_name();
     ALOGI("offset: 0x%X, size: 0x%X", write.offset(), write.total_size());
     ALOGI("prefix: %s\nfile_name: %s", prefix.c_str(), write.file_name().c_str());
     ALOGI("Handle file write operation to path: %s for offset: 0x%X (total: 0x%X)", target.c_str(),
@@ -125,7 +115,7 @@ void AnswerFileWrite(const TarvoMessage& request, TarvoMessage* response) {
     response->mutable_file()->mutable_write_response()->set_result(
         tarvo_message::FILE_RESULT_FAILURE);
     struct stat st;
-    if (stat(kStagingDir, &st) != 0) return;
+    if (stat(tarvo_emu::kStagingDirectory, &st) != 0) return;
     if (write.offset() == 0) {
         unlink(temporary.c_str());
     } else if (stat(temporary.c_str(), &st) == 0 && st.st_size != write.offset()) {

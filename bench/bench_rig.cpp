@@ -3,6 +3,7 @@
 #include <android-base/parsedouble.h>
 #include <android-base/strings.h>
 
+#include "device/device_facts.h"
 #include "proto/tarvo_message.pb.h"
 
 using android::base::Error;
@@ -13,8 +14,6 @@ namespace tarvo_bench {
 
 namespace {
 
-// The daemon reads at most this much per message.
-constexpr size_t kLargestMessage = 0x10020;
 constexpr char kEchoResponseFile[] = "/data/vendor/radio/bench_echo_response";
 
 // A property read that any healthy daemon answers; the first message of each run, untimed.
@@ -140,7 +139,7 @@ Result<double> BenchRig::RoundTrips(uint64_t count, const MessageMaker& make) {
     for (uint64_t i = 0; i < count; ++i) {
         std::string bytes;
         make(i, &bytes);
-        if (bytes.size() > kLargestMessage) {
+        if (bytes.size() > tarvo_emu::kLargestMessage) {
             return Error() << "message " << i << " has " << bytes.size()
                            << " bytes, more than the daemon reads";
         }

@@ -10,6 +10,7 @@
 
 #include "bench_figures.h"
 #include "capture/capture_reader.h"
+#include "device/device_facts.h"
 
 using android::base::Error;
 using android::base::Result;
@@ -21,7 +22,7 @@ namespace tarvo_bench {
 namespace {
 
 // The largest message the daemon reads, as a device's capture shows each of its reads.
-constexpr size_t kCaptureBlock = 65568;
+constexpr size_t kCaptureBlock = tarvo_emu::kLargestMessage;
 constexpr char kHexDigits[] = "0123456789abcdef";
 constexpr double kEpoch = 1700000000;
 

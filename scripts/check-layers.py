@@ -24,10 +24,11 @@ LAYERS = {
     "service": ["core", "tput", "ril", "platform", "proto"],
     "tput": ["core", "service", "ril", "platform", "proto"],
     # The rig knows the daemon only by its schema, its property store and its binary.
+    "emulator/device": [],
     "emulator/process": [],
     "emulator/ril_library": [],
-    "emulator/nodes": ["emulator/process"],
-    "emulator/sandbox": ["emulator/process", "emulator/ril_library", "platform"],
+    "emulator/nodes": ["emulator/device", "emulator/process"],
+    "emulator/sandbox": ["emulator/device", "emulator/process", "emulator/ril_library", "platform"],
     "emulator/peers": ["emulator/nodes", "emulator/ril_library", "proto"],
     "emulator/rig": ["emulator/peers", "emulator/sandbox"],
     "emulator/measure": ["emulator/rig"],

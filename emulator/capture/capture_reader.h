@@ -19,8 +19,4 @@ android::base::Result<Capture> ReadCapture(std::istream& in, const StraceOptions
 // every payload is shown whole.
 void PrintCapture(const Capture& capture, std::ostream& out, bool full);
 
-// How the transcript labels and shows one event: a message in text format, raw bytes, a fault,
-// a state, a signal, a log line.
-std::pair<std::string, std::string> DescribeEvent(const CaptureEvent& event, bool full);
-
 }  // namespace tarvo_emu

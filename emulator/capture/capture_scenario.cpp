@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "capture/capture_reader.h"
+#include "device/device_facts.h"
+#include "scenario/daemon_steps.h"
 #include "scenario/expect_step.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/scenario_text.h"
@@ -28,16 +30,6 @@ namespace {
 constexpr double kReplyDelayKept = 0.1;
 // A pause before the modem's next action that is kept as a sleep.
 constexpr double kPauseKept = 0.1;
-
-// Where the daemon reads the files of each file directory.
-const std::map<int, std::string>& FileDirectories() {
-    static const auto* const kDirectories = new std::map<int, std::string>{
-        {tarvo_message::FILE_DIR_MDS, "/data/vendor/radio/mds/"},
-        {tarvo_message::FILE_DIR_REPLAY, "/mnt/vendor/modem_userdata/replay/"},
-        {tarvo_message::FILE_DIR_UECAP, "/vendor/firmware/uecapconfig/"},
-    };
-    return *kDirectories;
-}
 
 // One line of the scenario: a step, or a comment.
 struct Line {
@@ -201,18 +193,18 @@ void CaptureScenario::LearnSetup(const TarvoMessage& request, const TarvoMessage
             properties_[name] = answer.property().read_response().value();
         }
     }
-    const auto directory = FileDirectories().find(request.file().has_write_request()
-                                                      ? request.file().write_request().file_dir()
-                                                      : request.file().read_request().file_dir());
-    if (directory == FileDirectories().end()) return;
+    const std::optional<std::string> directory =
+        FileDirectory(request.file().has_write_request() ? request.file().write_request().file_dir()
+                                                         : request.file().read_request().file_dir());
+    if (!directory) return;
     if (request.file().has_write_request()) {
-        written_.insert(directory->second + request.file().write_request().file_name());
+        written_.insert(*directory + request.file().write_request().file_name());
     }
     if (!request.file().has_read_request() || !answer.file().has_read_response() ||
         !answer.file().read_response().has_data()) {
         return;
     }
-    const std::string path = directory->second + request.file().read_request().file_name();
+    const std::string path = *directory + request.file().read_request().file_name();
     if (written_.count(path) != 0) return;
     std::string& content = files_[path];
     const size_t offset = request.file().read_request().offset();
@@ -264,19 +256,15 @@ void CaptureScenario::Event(size_t i) {
         case Kind::kFromDaemon:
             FromDaemon(i);
             break;
-        case Kind::kReadError:
-        case Kind::kEndOfFile:
-        case Kind::kHangUp:
+        case Kind::kFault:
+            step.set_fault(SchemaFault(event.fault));
+            // A write's failure is armed before the write that met it.
+            if (event.fault == Fault::kWriteError) {
+                BeforeCause(std::move(step));
+                break;
+            }
             Pause(event);
-            step.set_fault(event.kind == Kind::kReadError   ? tarvo_scenario::READ_ERROR
-                           : event.kind == Kind::kEndOfFile ? tarvo_scenario::END_OF_FILE
-                                                            : tarvo_scenario::HANG_UP);
             Add(std::move(step));
-            break;
-        case Kind::kWriteError:
-            // The failure is armed before the write that met it.
-            step.set_fault(tarvo_scenario::WRITE_ERROR);
-            BeforeCause(std::move(step));
             break;
         case Kind::kModemState:
             if (!state_known_) {

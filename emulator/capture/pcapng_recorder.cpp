@@ -2,8 +2,7 @@
 
 #include <chrono>
 
-#include "capture/capture.h"
-#include "capture/capture_reader.h"
+#include "peers/transcript_codec.h"
 
 using android::base::Result;
 
@@ -34,25 +33,9 @@ void PcapngRecorder::OnRead(std::string_view bytes) { writer_->Message(true, byt
 
 void PcapngRecorder::OnWrite(std::string_view bytes) { writer_->Message(false, bytes, Now()); }
 
-void PcapngRecorder::OnFault(IpcFault fault) {
+void PcapngRecorder::OnFault(Fault fault) {
     // Named as decode names the faults of a device's capture.
-    CaptureEvent event;
-    switch (fault) {
-        case IpcFault::kEndOfFile:
-            event.kind = CaptureEvent::Kind::kEndOfFile;
-            break;
-        case IpcFault::kReadError:
-            event.kind = CaptureEvent::Kind::kReadError;
-            break;
-        case IpcFault::kWriteError:
-            event.kind = CaptureEvent::Kind::kWriteError;
-            break;
-        case IpcFault::kHangUp:
-            event.kind = CaptureEvent::Kind::kHangUp;
-            break;
-    }
-    event.text = "EIO";
-    writer_->Message(fault != IpcFault::kWriteError, {}, Now(), DescribeEvent(event, false).second);
+    writer_->Message(fault != Fault::kWriteError, {}, Now(), FaultNote(fault, {}));
 }
 
 void PcapngRecorder::OnLog(const LogLine& line) { writer_->Log(line, Now()); }

@@ -27,7 +27,7 @@ class PcapngRecorder : public IpcObserver {
 
     void OnRead(std::string_view bytes) override;
     void OnWrite(std::string_view bytes) override;
-    void OnFault(IpcFault fault) override;
+    void OnFault(Fault fault) override;
     void OnLog(const LogLine& line);
     // Once the rig is gone; an error when anything could not be written.
     android::base::Result<void> Close() { return writer_->Close(); }

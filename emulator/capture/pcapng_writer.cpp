@@ -204,13 +204,9 @@ Result<void> WritePcapng(const Capture& capture, const std::string& path) {
             case Kind::kFromDaemon:
                 (*writer)->Message(event.kind == Kind::kToDaemon, event.bytes, time);
                 break;
-            case Kind::kReadError:
-            case Kind::kEndOfFile:
-            case Kind::kHangUp:
-                (*writer)->Message(true, {}, time, DescribeEvent(event, false).second);
-                break;
-            case Kind::kWriteError:
-                (*writer)->Message(false, {}, time, DescribeEvent(event, false).second);
+            case Kind::kFault:
+                (*writer)->Message(event.fault != Fault::kWriteError, {}, time,
+                                   DescribeEvent(event, false).second);
                 break;
             case Kind::kLog:
                 (*writer)->Log(event.log, time);

@@ -8,8 +8,10 @@
 #include <android-base/parseint.h>
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
+#include <fmt/format.h>
 
 #include "capture/strace_string.h"
+#include "device/device_facts.h"
 
 using android::base::Error;
 using android::base::Result;
@@ -18,15 +20,19 @@ namespace tarvo_emu {
 
 namespace {
 
-// The boot node's status ioctl, as strace names it and as a number.
-constexpr char kStatusIoctl[] = "_IOC(_IOC_NONE, 0x6f, 0x27, 0)";
-constexpr char kStatusIoctlNumber[] = "0x6f27";
 constexpr char kUnfinished[] = "<unfinished ...>";
 constexpr char kResumed[] = " resumed>";
 constexpr char kCutAdvice[] = "capture with -s 70000";
 constexpr double kSecondsPerDay = 24 * 60 * 60;
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+// The boot node's status ioctl, as strace names it or as a number.
+bool IsStatusIoctl(std::string_view arg) {
+    return arg == fmt::format("{:#x}", kStatusIoctl) ||
+           arg == fmt::format("_IOC(_IOC_NONE, {:#x}, {:#x}, 0)", kStatusIoctl >> 8,
+                              kStatusIoctl & 0xff);
+}
 
 std::string_view TrimView(std::string_view text) {
     while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
@@ -216,14 +222,14 @@ Result<int> StraceReader::Descriptor(std::string_view arg) {
     size_t end = 0;
     Result<std::string> path = UnquoteStraceString(quoted, &end);
     if (!path.ok()) return Error() << "line " << line_ << ": " << path.error().message();
-    if (android::base::EndsWith(*path, "/oem_ipc1")) {
-        nodes_[fd] = Node::kIpc;
-    } else if (android::base::EndsWith(*path, "/umts_boot0")) {
-        nodes_[fd] = Node::kBoot;
-    } else {
-        nodes_[fd] = Node::kOther;
-    }
+    nodes_[fd] = NodeOfPath(*path);
     return fd;
+}
+
+StraceReader::Node StraceReader::NodeOfPath(const std::string& path) {
+    if (android::base::EndsWith(path, std::string("/") + kIpcNode)) return Node::kIpc;
+    if (android::base::EndsWith(path, std::string("/") + kBootNode)) return Node::kBoot;
+    return Node::kOther;
 }
 
 StraceReader::Node StraceReader::NodeOf(int fd) const {
@@ -263,10 +269,7 @@ Result<void> StraceReader::Call(std::string_view text, std::optional<double> tim
         size_t end = 0;
         Result<std::string> path = UnquoteStraceString(args[name == "open" ? 0 : 1], &end);
         if (!path.ok()) return {};
-        if (nodes_[*fd] == Node::kOther) {
-            if (android::base::EndsWith(*path, "/oem_ipc1")) nodes_[*fd] = Node::kIpc;
-            if (android::base::EndsWith(*path, "/umts_boot0")) nodes_[*fd] = Node::kBoot;
-        }
+        if (nodes_[*fd] == Node::kOther) nodes_[*fd] = NodeOfPath(*path);
         return {};
     }
     Result<int> fd = Descriptor(args[0]);
@@ -276,9 +279,7 @@ Result<void> StraceReader::Call(std::string_view text, std::optional<double> tim
         return {};
     }
     if (name == "ioctl") {
-        if (args.size() < 2 || (args[1] != kStatusIoctl && args[1] != kStatusIoctlNumber)) {
-            return {};
-        }
+        if (args.size() < 2 || !IsStatusIoctl(args[1])) return {};
         if (NodeOf(*fd) == Node::kOther) nodes_[*fd] = Node::kBoot;
         int state = 0;
         if (!android::base::ParseInt(std::string(TakeWord(&result)), &state)) return {};
@@ -306,11 +307,12 @@ Result<void> StraceReader::Read(int /*fd*/, const std::vector<std::string_view>&
         return Error() << "line " << line_ << ": read returned \"" << number << "\"";
     }
     if (count < 0) {
-        Add(CaptureEvent::Kind::kReadError, time, {}, std::string(TakeWord(&result)));
+        Add(CaptureEvent::Kind::kFault, time, {}, std::string(TakeWord(&result))).fault =
+            Fault::kReadError;
         return {};
     }
     if (count == 0) {
-        Add(CaptureEvent::Kind::kEndOfFile, time);
+        Add(CaptureEvent::Kind::kFault, time).fault = Fault::kEndOfFile;
         return {};
     }
     if (args.size() < 2) return Error() << "line " << line_ << ": read without its buffer";
@@ -334,7 +336,8 @@ Result<void> StraceReader::Write(int fd, const std::vector<std::string_view>& ar
     }
     if (written < 0) {
         partial_.erase(fd);
-        Add(CaptureEvent::Kind::kWriteError, time, {}, std::string(TakeWord(&result)));
+        Add(CaptureEvent::Kind::kFault, time, {}, std::string(TakeWord(&result))).fault =
+            Fault::kWriteError;
         return {};
     }
     int64_t count = 0;
@@ -364,8 +367,8 @@ Result<void> StraceReader::Write(int fd, const std::vector<std::string_view>& ar
     return {};
 }
 
-void StraceReader::Add(CaptureEvent::Kind kind, std::optional<double> time, std::string bytes,
-                       std::string text, int state) {
+CaptureEvent& StraceReader::Add(CaptureEvent::Kind kind, std::optional<double> time,
+                                std::string bytes, std::string text, int state) {
     CaptureEvent& event = capture_.events.emplace_back();
     event.kind = kind;
     event.time = time;
@@ -373,6 +376,7 @@ void StraceReader::Add(CaptureEvent::Kind kind, std::optional<double> time, std:
     event.text = std::move(text);
     event.state = state;
     event.line = line_;
+    return event;
 }
 
 Result<Capture> StraceReader::Finish() {

@@ -45,11 +45,12 @@ class StraceReader {
                                      std::string_view result, std::optional<double> time);
     android::base::Result<void> Write(int fd, const std::vector<std::string_view>& args,
                                       std::string_view result, std::optional<double> time);
-    void Add(CaptureEvent::Kind kind, std::optional<double> time, std::string bytes = {},
-             std::string text = {}, int state = 0);
+    CaptureEvent& Add(CaptureEvent::Kind kind, std::optional<double> time, std::string bytes = {},
+                      std::string text = {}, int state = 0);
     // The descriptor argument `arg` ("5" or "5</dev/oem_ipc1>"), noting the node a path names.
     android::base::Result<int> Descriptor(std::string_view arg);
     Node NodeOf(int fd) const;
+    static Node NodeOfPath(const std::string& path);
     std::optional<double> Time(std::string_view stamp);
 
     StraceOptions options_;

@@ -33,8 +33,6 @@ class HexReader {
     Capture capture_;
 };
 
-// Whether a line is one the transcript prints: seconds with three decimals, then a label.
-bool IsTranscriptLine(std::string_view line);
 // Whether a line is plain hex (spaces allowed), with or without a transcript label.
 bool IsHexLine(std::string_view line);
 

@@ -24,7 +24,7 @@ CLI::App* AddSoakCommand(CLI::App& app, SoakOptions* options) {
         "flat. The first divergence is shrunk to the fewest stimuli that still show it and\n"
         "written as a scenario that `tarvo-emu run` plays and fails the same way. Progress on a\n"
         "terminal, a summary at the end.");
-    ParseSoakFaults("all", &options->faults, nullptr);
+    options->faults = *ParseSoakFaults("all");
     AddNumberOption(soak, "--seed", &options->seed, "a number",
                     "the run's seed, decimal or 0x hexadecimal (1)")
         ->type_name("N");
@@ -51,10 +51,11 @@ CLI::App* AddSoakCommand(CLI::App& app, SoakOptions* options) {
     soak->add_option_function<std::string>(
             "--faults",
             [options](const std::string& value) {
-                std::string error;
-                if (!ParseSoakFaults(value, &options->faults, &error)) {
-                    throw CLI::ValidationError("--faults: " + error);
+                auto faults = ParseSoakFaults(value);
+                if (!faults.ok()) {
+                    throw CLI::ValidationError("--faults: " + faults.error().message());
                 }
+                options->faults = std::move(*faults);
             },
             "comma-separated: eof, read, write, hangup, offline, restart;\n"
             "all (the default) or none")

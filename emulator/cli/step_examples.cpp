@@ -5,8 +5,10 @@
 
 #include <android-base/no_destructor.h>
 #include <android-base/strings.h>
+#include <fmt/format.h>
 #include <google/protobuf/descriptor.h>
 
+#include "device/device_facts.h"
 #include "scenario/scenario.pb.h"
 
 using google::protobuf::Descriptor;
@@ -29,8 +31,8 @@ const std::map<std::string, std::string>& Examples() {
         {"expect_log", "expect_log { priority: INFO text: \"Modem state changed from 0 to 4\" }"},
         {"expect_no_log", "expect_no_log { priority: ERROR text_regex: \"Failed.*\" }"},
         {"expect_file",
-         "expect_file { path: \"/data/vendor/radio/tarvo_pid\" content_regex: \"[0-9]+\" "
-         "timeout_ms: 5000 }"},
+         fmt::format("expect_file {{ path: \"{}\" content_regex: \"[0-9]+\" timeout_ms: 5000 }}",
+                     kPidFile)},
         {"expect_property", "expect_property { name: \"vendor.radio.demo\" value: \"on\" }"},
         {"auto_reply", "auto_reply { payload_case: 5 result: 1 delay_ms: 100 }"},
         {"client", "client: \"-m\""},
@@ -46,8 +48,8 @@ const std::map<std::string, std::string>& Examples() {
         {"mark", "mark: \"before\""},
         {"expect_usage", "expect_usage { mark: \"before\" threads_tolerance: 1 }"},
         {"write_file",
-         "write_file { path: \"/data/vendor/radio/gnss_blanking.csv\" content: \"300\\n\" }"},
-        {"remove_file", "remove_file: \"/data/vendor/radio/gnss_blanking.csv\""},
+         fmt::format("write_file {{ path: \"{}\" content: \"300\\n\" }}", kGnssBlankingFile)},
+        {"remove_file", fmt::format("remove_file: \"{}\"", kGnssBlankingFile)},
         {"send_generated",
          "send_generated { message { type: REQUEST message_id: 9 token: 1 file { write_request "
          "{ file_name: \"big\" file_dir: FILE_DIR_MDS total_size: 1048576 } } } data { size: "

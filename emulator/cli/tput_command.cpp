@@ -10,6 +10,7 @@
 
 #include "cli/command_options.h"
 #include "cli/tput_report.h"
+#include "device/device_facts.h"
 
 using android::base::Result;
 
@@ -17,7 +18,7 @@ namespace tarvo_emu {
 
 namespace {
 
-constexpr uint64_t kMaxBlockSize = 65568;
+constexpr uint64_t kMaxBlockSize = kLargestMessage;
 
 const char* PhaseName(TputPhase phase) {
     static const char* const kNames[] = {"starting", "downlink", "downlink end", "uplink",

@@ -83,12 +83,10 @@ Result<void> RunDaemonTest(Rig& rig, const TputProgressListener& listener) {
     if (client->status != 0) return Error() << "tarvo -t exited with " << client->status;
     const auto start = std::chrono::steady_clock::now();
     const auto answered = [](const LogLine& line) {
-        return StartsWith(line.text, "Got modem test response ") ||
-               StartsWith(line.text, "Failed to send request, status:");
+        return StartsWith(line.text, kTestAnswerPrefix) ||
+               StartsWith(line.text, kRequestFailurePrefix);
     };
-    const auto failed = [](const LogLine& line) {
-        return line.text == "Failed to run UL tput test";
-    };
+    const auto failed = [](const LogLine& line) { return line.text == kUplinkFailureText; };
     while (true) {
         const TestState state = StateOf(rig.modem().received());
         const double seconds =
@@ -198,10 +196,10 @@ Result<TputReport> MeasureTput(Rig& rig, const DownlinkSettings& downlink,
 
     if (listener) listener({.phase = TputPhase::kBareRuns});
     const uint64_t reads = std::clamp<uint64_t>(down.reads / 5, 50, 20000);
-    Result<NodeRate> bare_reader =
-        MeasureNodeReads(rig, downlink,
-                         {"/usr/bin/dd", "if=/dev/oem_test", "of=/dev/null", "bs=65568",
-                          fmt::format("count={}", reads), "status=none"});
+    Result<NodeRate> bare_reader = MeasureNodeReads(
+        rig, downlink,
+        {"/usr/bin/dd", "if=/dev/oem_test", "of=/dev/null", fmt::format("bs={}", kLargestMessage),
+         fmt::format("count={}", reads), "status=none"});
     if (!bare_reader.ok()) return bare_reader.error();
     report.bare_reader = *bare_reader;
     report.bare_writer = MeasureBareWriter(rig);

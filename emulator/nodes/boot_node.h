@@ -4,6 +4,7 @@
 
 #include <android-base/thread_annotations.h>
 
+#include "device/device_facts.h"
 #include "nodes/emulated_node.h"
 
 namespace tarvo_emu {
@@ -14,8 +15,6 @@ namespace tarvo_emu {
 // ioctl cannot be what consumes the event without racing the monitor's poll.)
 class BootNode : public EmulatedNode {
   public:
-    static constexpr unsigned int kStatusIoctl = 0x6F27;
-
     explicit BootNode(int state) : state_(state) {}
 
     void Read(fuse_req_t req, size_t size, off_t offset, int flags) override;

@@ -16,7 +16,7 @@ void IpcNode::Write(fuse_req_t req, const char* data, size_t size, off_t /*offse
     {
         std::lock_guard<std::mutex> lock(mutex_);
         if (hung_up_ || fail_next_write_) {
-            if (fail_next_write_ && observer_ != nullptr) observer_->OnFault(IpcFault::kWriteError);
+            if (fail_next_write_ && observer_ != nullptr) observer_->OnFault(Fault::kWriteError);
             fail_next_write_ = false;
             fuse_reply_err(req, EIO);
             return;
@@ -30,27 +30,27 @@ void IpcNode::Write(fuse_req_t req, const char* data, size_t size, off_t /*offse
 
 void IpcNode::Push(std::string message) {
     std::lock_guard<std::mutex> lock(mutex_);
-    items_.push_back({Item::kMessage, std::move(message)});
+    items_.push_back({std::nullopt, std::move(message)});
     WakeLocked();
 }
 
-void IpcNode::InjectFault(IpcFault fault) {
+void IpcNode::InjectFault(Fault fault) {
     std::lock_guard<std::mutex> lock(mutex_);
     switch (fault) {
-        case IpcFault::kEndOfFile:
-            items_.push_back({Item::kEndOfFile, {}});
+        case Fault::kEndOfFile:
+        case Fault::kReadError:
+            items_.push_back({fault, {}});
             break;
-        case IpcFault::kReadError:
-            items_.push_back({Item::kReadError, {}});
-            break;
-        case IpcFault::kWriteError:
+        case Fault::kWriteError:
             fail_next_write_ = true;
             return;
-        case IpcFault::kHangUp:
+        case Fault::kHangUp:
             // Poll reports it at once.
             hung_up_ = true;
             if (observer_ != nullptr) observer_->OnFault(fault);
             break;
+        default:
+            return;
     }
     WakeLocked();
 }
@@ -64,22 +64,18 @@ void IpcNode::ServeLocked(fuse_req_t req, size_t size) {
     }
     Item item = std::move(items_.front());
     items_.pop_front();
-    switch (item.kind) {
-        case Item::kEndOfFile:
-            if (observer_ != nullptr) observer_->OnFault(IpcFault::kEndOfFile);
+    if (item.fault) {
+        if (observer_ != nullptr) observer_->OnFault(*item.fault);
+        if (item.fault == Fault::kEndOfFile) {
             fuse_reply_buf(req, nullptr, 0);
-            return;
-        case Item::kReadError:
-            if (observer_ != nullptr) observer_->OnFault(IpcFault::kReadError);
+        } else {
             fuse_reply_err(req, EIO);
-            return;
-        case Item::kMessage: {
-            const std::string_view bytes(item.bytes.data(), std::min(size, item.bytes.size()));
-            if (observer_ != nullptr) observer_->OnRead(bytes);
-            fuse_reply_buf(req, bytes.data(), bytes.size());
-            return;
         }
+        return;
     }
+    const std::string_view bytes(item.bytes.data(), std::min(size, item.bytes.size()));
+    if (observer_ != nullptr) observer_->OnRead(bytes);
+    fuse_reply_buf(req, bytes.data(), bytes.size());
 }
 
 unsigned int IpcNode::PollEventsLocked() const {

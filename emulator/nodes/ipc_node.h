@@ -2,19 +2,14 @@
 
 #include <deque>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "device/fault.h"
 #include "nodes/emulated_node.h"
 
 namespace tarvo_emu {
-
-enum class IpcFault {
-    kEndOfFile,   // the next read returns 0
-    kReadError,   // the next read fails with EIO
-    kWriteError,  // the next write fails with EIO
-    kHangUp,      // poll reports POLLHUP, reads return 0 and writes fail until the node is reopened
-};
 
 // Sees the traffic of /dev/oem_ipc1 as the daemon meets it, on the filesystem's threads: a
 // message from the modem when the daemon's read takes it (not when the modem queues it), the
@@ -26,7 +21,7 @@ class IpcObserver {
     virtual ~IpcObserver() = default;
     virtual void OnRead(std::string_view bytes) = 0;
     virtual void OnWrite(std::string_view bytes) = 0;
-    virtual void OnFault(IpcFault fault) = 0;
+    virtual void OnFault(Fault fault) = 0;
 };
 
 // "/dev/oem_ipc1": message-oriented both ways. Each read returns one message that the modem
@@ -47,7 +42,9 @@ class IpcNode : public StreamNode {
 
     // Queues one message from the modem.
     void Push(std::string message);
-    void InjectFault(IpcFault fault);
+    // The node's faults (end of file, read and write error, hang-up) fail with EIO; it ignores
+    // any other.
+    void InjectFault(Fault fault);
 
   protected:
     bool HasItemLocked() const override REQUIRES(mutex_);
@@ -55,8 +52,9 @@ class IpcNode : public StreamNode {
     unsigned int PollEventsLocked() const override REQUIRES(mutex_);
 
   private:
+    // A message, or a read fault in its place.
     struct Item {
-        enum Kind { kMessage, kEndOfFile, kReadError } kind;
+        std::optional<Fault> fault;
         std::string bytes;
     };
 

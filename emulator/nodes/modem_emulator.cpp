@@ -74,7 +74,7 @@ ModemEmulator::~ModemEmulator() {
     // next request arrives and answers it with that. No request follows the last process's end,
     // so the rig makes one (an open and close of the boot node): otherwise the interrupt would
     // be left allocated when the session goes.
-    android::base::unique_fd last(open(PathOf("umts_boot0").c_str(), O_RDONLY | O_CLOEXEC));
+    android::base::unique_fd last(open(PathOf(kBootNode).c_str(), O_RDONLY | O_CLOEXEC));
     last.reset();
     // A lazy detach ends the connection once the sandboxes' binds of the nodes are gone too (a
     // killed daemon's mount namespace may outlive its reaping by a moment). Its end ends the

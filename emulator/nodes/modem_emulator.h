@@ -8,9 +8,9 @@
 
 #include <android-base/result.h>
 
+#include "device/device_facts.h"
 #include "nodes/boot_node.h"
 #include "nodes/ipc_node.h"
-#include "nodes/node_table.h"
 #include "nodes/temp_node.h"
 #include "nodes/test_node.h"
 

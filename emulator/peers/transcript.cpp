@@ -10,7 +10,8 @@
 
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
-#include <fmt/format.h>
+
+#include "peers/transcript_codec.h"
 
 namespace tarvo_emu {
 
@@ -143,9 +144,9 @@ std::string FullText(const google::protobuf::Message& message) {
 void Transcript::Message(Direction direction, const tarvo_message::TarvoMessage& message) {
     // Text format of a 64 KiB block costs more than the daemon's whole handling of it.
     if (!enabled()) return;
-    Print(direction == Direction::kToDaemon ? "modem > tarvo" : "tarvo > modem",
-          out_ != nullptr ? "{ " + ShortText(message) + " }" : "",
-          full_ != nullptr ? "{ " + FullText(message) + " }" : "");
+    Print(direction == Direction::kToDaemon ? kToDaemonLabel : kFromDaemonLabel,
+          out_ != nullptr ? MessageText(message, false) : "",
+          full_ != nullptr ? MessageText(message, true) : "");
 }
 
 void Transcript::Ril(Direction direction, const std::string& text) {
@@ -154,17 +155,15 @@ void Transcript::Ril(Direction direction, const std::string& text) {
 
 void Transcript::Raw(Direction direction, const std::string& bytes) {
     if (!enabled()) return;
-    constexpr size_t kShown = 48;
-    std::string text = android::base::StringPrintf("raw %zu bytes \"", bytes.size()) +
-                       google::protobuf::CEscape(bytes.substr(0, kShown)) + "\"";
-    if (bytes.size() > kShown) text += "...";
-    Print(direction == Direction::kToDaemon ? "modem > tarvo" : "tarvo > modem", text);
+    Print(direction == Direction::kToDaemon ? kToDaemonLabel : kFromDaemonLabel,
+          RawText(bytes, false));
 }
 
 void Transcript::Log(const LogLine& line) {
     if (!enabled()) return;
-    Print("log", std::string(1, PriorityLetter(line.priority)) + " " + line.tag + ": " +
-                     PrintableText(line.text));
+    LogLine printable = line;
+    printable.text = PrintableText(line.text);
+    Print("log", LogText(printable));
 }
 
 void Transcript::Output(const std::string& line) { Print("out", line); }
@@ -189,7 +188,7 @@ void Transcript::Print(const std::string& label, const std::string& text,
     if (!enabled()) return;
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-    const std::string prefix = fmt::format("{:8.3f}  {:<13}  ", seconds, label);
+    const std::string prefix = LinePrefix(seconds, label);
     std::lock_guard<std::mutex> lock(mutex_);
     if (out_ != nullptr) *out_ << prefix << text << std::endl;
     if (full_ != nullptr) *full_ << prefix << full_text << std::endl;

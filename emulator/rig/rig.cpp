@@ -12,6 +12,7 @@
 #include <android-base/strings.h>
 #include <fmt/format.h>
 
+#include "peers/transcript_codec.h"
 #include "process/wait_until.h"
 #include "ril_library/ril_wire.h"
 
@@ -118,7 +119,9 @@ Result<void> Rig::SetUpRil() {
             options.omit_symbol.empty() ? "full" : "without-" + options.omit_symbol;
         const std::string library = TARVO_BINARY_DIR "/vekril/" + variant + "/libvekril-client.so";
         std::error_code ec;
-        fs::copy_file(library, *sandbox_->HostPath("/vendor/lib64/libvekril-client.so"), ec);
+        fs::copy_file(
+            library,
+            *sandbox_->HostPath(std::string(kVendorLibraryDirectory) + "/libvekril-client.so"), ec);
         if (ec) return Error(ec.value()) << "no RIL client library " << variant;
     }
     if (options.open_fails) return {};
@@ -274,13 +277,12 @@ void Rig::OnLogLine(LogLine line, bool from_daemon) {
 }
 
 void Rig::SetModemState(int state) {
-    transcript_.Note(fmt::format("modem state {}", state));
+    transcript_.Note(ModemStateNote(state));
     emulator_->boot().SetState(state);
 }
 
-void Rig::InjectFault(IpcFault fault) {
-    static const char* const kNames[] = {"end of file", "read error", "write error", "hang-up"};
-    transcript_.Note(std::string("fault on oem_ipc1: ") + kNames[static_cast<int>(fault)]);
+void Rig::InjectFault(Fault fault) {
+    transcript_.Note(FaultNote(fault, {}));
     emulator_->ipc().InjectFault(fault);
 }
 

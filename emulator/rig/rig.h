@@ -26,7 +26,7 @@
 #include "process/event_list.h"
 #include "process/log_line.h"
 #include "proto/tarvo_message.pb.h"
-#include "rig/device_facts.h"
+#include "rig/daemon_log.h"
 #include "rig/rig_hooks.h"
 #include "sandbox/sandbox.h"
 
@@ -40,7 +40,7 @@ std::string TarvoBinary();
 android::base::Result<void> EnterPrivateMountNamespace();
 
 struct SeedFile {
-    std::string path;  // inside the sandbox, e.g. "/data/vendor/radio/modem_stat.conf"
+    std::string path;  // inside the sandbox, e.g. kStatConfigFile
     std::string content;
     mode_t mode = 0664;
 };
@@ -126,7 +126,7 @@ class Rig {
     void SetAutoReply(int payload_case, AutoReply rule) {
         modem_->SetAutoReply(payload_case, std::move(rule));
     }
-    void InjectFault(IpcFault fault);
+    void InjectFault(Fault fault);
     ModemSide& modem() { return *modem_; }
 
     // The radio behind the RIL client library.

@@ -9,6 +9,7 @@
 
 #include <android-base/strings.h>
 
+#include "device/device_facts.h"
 #include "process/signal_cleanup.h"
 #include "ril_library/ril_wire.h"
 
@@ -24,12 +25,18 @@ namespace {
 
 constexpr const char* kBwrap = "/usr/bin/bwrap";
 
-// Sandbox path prefix and the directory of the root that holds it.
-const std::pair<const char*, const char*> kMappedTrees[] = {
-    {"/data", "data"},
-    {"/mnt", "mnt"},
-    {"/vendor", "vendor"},
-    {"/dev/__properties__", "properties"},
+// A sandbox path prefix, the directory of the root that holds it, and whether it is writable.
+struct MappedTree {
+    const char* path;
+    const char* local;
+    bool writable;
+};
+constexpr MappedTree kMappedTrees[] = {
+    {"/data", "data", true},
+    {"/mnt", "mnt", true},
+    // A device's vendor partition is read-only, even for root.
+    {"/vendor", "vendor", false},
+    {"/dev/__properties__", "properties", true},
 };
 
 bool IsUnder(const std::string& path, const std::string& prefix) {
@@ -37,13 +44,6 @@ bool IsUnder(const std::string& path, const std::string& prefix) {
 }
 
 }  // namespace
-
-const std::vector<std::string> Sandbox::kDeviceDirectories = {
-    "/data/vendor/radio/modem_temp_file", "/data/vendor/radio/mds",
-    "/data/vendor/radio/extended_logs",   "/data/vendor/modem_stat",
-    "/mnt/vendor/modem_userdata/replay",  "/vendor/etc/modem",
-    "/vendor/firmware/uecapconfig",       "/vendor/lib64",
-};
 
 Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib,
                                                  uint32_t mnt_size_limit_kib) {
@@ -67,7 +67,8 @@ Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib,
     }
     std::vector<std::string> dirs = {pattern + "/emu", pattern + "/properties",
                                      pattern + "/socket"};
-    for (const std::string& dir : kDeviceDirectories) dirs.push_back(*sandbox->HostPath(dir));
+    // The directories that a device has and the daemon expects.
+    for (const char* dir : kDeviceDirectories) dirs.push_back(*sandbox->HostPath(dir));
     for (const std::string& dir : dirs) {
         if (!fs::create_directories(dir, ec) && ec) return Error(ec.value()) << "mkdir " << dir;
     }
@@ -84,8 +85,9 @@ Sandbox::~Sandbox() {
 }
 
 Result<std::string> Sandbox::HostPath(const std::string& path) const {
-    for (const auto& [prefix, local] : kMappedTrees) {
-        if (IsUnder(path, prefix)) return dir_ + "/" + local + path.substr(strlen(prefix));
+    for (const MappedTree& tree : kMappedTrees) {
+        if (IsUnder(path, tree.path))
+            return dir_ + "/" + tree.local + path.substr(strlen(tree.path));
     }
     return Error() << path << " is not in the sandbox's tree";
 }
@@ -121,47 +123,16 @@ Result<void> Sandbox::Remove(const std::string& path) {
 }
 
 std::vector<std::string> Sandbox::Command(const std::vector<std::string>& command) const {
-    std::vector<std::string> args = {
-        kBwrap,
-        "--die-with-parent",
-        "--ro-bind",
-        "/usr",
-        "/usr",
-        "--symlink",
-        "usr/lib",
-        "/lib",
-        "--symlink",
-        "usr/lib64",
-        "/lib64",
-        "--symlink",
-        "usr/bin",
-        "/bin",
-        "--symlink",
-        "usr/sbin",
-        "/sbin",
-        "--proc",
-        "/proc",
-        "--dev",
-        "/dev",
-        "--tmpfs",
-        "/tmp",
-        "--bind",
-        dir_ + "/data",
-        "/data",
-        "--bind",
-        dir_ + "/mnt",
-        "/mnt",
-        // A device's vendor partition is read-only, even for root.
-        "--ro-bind",
-        dir_ + "/vendor",
-        "/vendor",
-        "--bind",
-        dir_ + "/properties",
-        "/dev/__properties__",
-        "--bind",
-        socket_dir(),
-        kRilSocketDir,
-    };
+    std::vector<std::string> args = {kBwrap, "--die-with-parent", "--ro-bind", "/usr", "/usr"};
+    for (const std::string dir : {"lib", "lib64", "bin", "sbin"}) {
+        args.insert(args.end(), {"--symlink", "usr/" + dir, "/" + dir});
+    }
+    args.insert(args.end(), {"--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp"});
+    for (const MappedTree& tree : kMappedTrees) {
+        args.insert(args.end(),
+                    {tree.writable ? "--bind" : "--ro-bind", dir_ + "/" + tree.local, tree.path});
+    }
+    args.insert(args.end(), {"--bind", socket_dir(), kRilSocketDir});
     // Devices allowed: a node may also be a real character device of the host, such as
     // /dev/full for a disk that fills up.
     for (const auto& [device_path, host_path] : nodes_) {
@@ -179,9 +150,8 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
     if (const char* counters = getenv("GCOV_PREFIX"); counters != nullptr) {
         args.insert(args.end(), {"--bind", counters, counters});
     }
-    args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin",
-                             // Where a device's linker finds the vendor's libraries.
-                             "--setenv", "LD_LIBRARY_PATH", "/vendor/lib64"});
+    args.insert(args.end(), {"--clearenv", "--setenv", "PATH", "/usr/bin:/bin", "--setenv",
+                             "LD_LIBRARY_PATH", kVendorLibraryDirectory});
     // In a sanitized build, the options that make the first report end the process reach the
     // daemon and its clients too; in a coverage build, where their counters go.
     for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS",

@@ -19,9 +19,6 @@ namespace tarvo_emu {
 // a process that the clients, run in a second sandbox over the same binds, can signal.
 class Sandbox {
   public:
-    // Directories that a device has and the daemon expects, created in every fresh root.
-    static const std::vector<std::string> kDeviceDirectories;
-
     // Creates a fresh root under $TMPDIR (or /tmp). With a size limit, /data (or /mnt) is a tmpfs
     // of that many KiB.
     static android::base::Result<std::unique_ptr<Sandbox>> Create(uint32_t data_size_limit_kib = 0,

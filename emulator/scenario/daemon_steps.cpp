@@ -21,18 +21,11 @@ namespace tarvo_emu {
 
 namespace {
 
-IpcFault FaultOf(tarvo_scenario::Fault fault) {
-    switch (fault) {
-        case tarvo_scenario::READ_ERROR:
-            return IpcFault::kReadError;
-        case tarvo_scenario::WRITE_ERROR:
-            return IpcFault::kWriteError;
-        case tarvo_scenario::HANG_UP:
-            return IpcFault::kHangUp;
-        default:
-            return IpcFault::kEndOfFile;
-    }
-}
+static_assert(tarvo_scenario::END_OF_FILE == static_cast<int>(Fault::kEndOfFile) &&
+              tarvo_scenario::READ_ERROR == static_cast<int>(Fault::kReadError) &&
+              tarvo_scenario::WRITE_ERROR == static_cast<int>(Fault::kWriteError) &&
+              tarvo_scenario::HANG_UP == static_cast<int>(Fault::kHangUp) &&
+              tarvo_scenario::Fault_MAX == static_cast<int>(Fault::kHangUp));
 
 // A client finds the server by its pid file, which the server writes only once it has started:
 // the client is run once the file holds a pid, or when the step's time is up, as on a device
@@ -45,6 +38,8 @@ void AwaitServerPid(Rig& rig) {
 
 }  // namespace
 
+tarvo_scenario::Fault SchemaFault(Fault fault) { return static_cast<tarvo_scenario::Fault>(fault); }
+
 Result<void> PlayModemState(StepPlayer& player, const StepCall& call) {
     player.rig().SetModemState(call.step.modem_state());
     return {};
@@ -52,7 +47,7 @@ Result<void> PlayModemState(StepPlayer& player, const StepCall& call) {
 
 Result<void> PlayFault(StepPlayer& player, const StepCall& call) {
     if (call.step.fault() == tarvo_scenario::NO_FAULT) return Error() << "no fault named";
-    player.rig().InjectFault(FaultOf(call.step.fault()));
+    player.rig().InjectFault(static_cast<Fault>(call.step.fault()));
     return {};
 }
 

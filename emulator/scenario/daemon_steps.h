@@ -2,6 +2,8 @@
 
 #include <android-base/result.h>
 
+#include "device/fault.h"
+#include "scenario/scenario.pb.h"
 #include "scenario/step_player.h"
 
 namespace tarvo_emu {
@@ -11,6 +13,9 @@ namespace tarvo_emu {
 
 // modem_state: the state that the boot node reports from now on.
 android::base::Result<void> PlayModemState(StepPlayer& player, const StepCall& call);
+// The schema's fault of a node's fault, which has its number.
+tarvo_scenario::Fault SchemaFault(Fault fault);
+
 // fault: the daemon's next read or write on the channel fails, or the channel hangs up.
 android::base::Result<void> PlayFault(StepPlayer& player, const StepCall& call);
 // restart_daemon: kills the daemon and starts it again, as init restarts a service.

@@ -21,6 +21,7 @@ Step ExpectStep(const RilRequest& request, std::optional<milliseconds> timeout) 
     Step step;
     tarvo_scenario::ExpectRil* expect = step.mutable_expect_ril();
     expect->set_request(request.request);
+    expect->set_selector(request.selector);
     expect->set_data(request.data);
     if (timeout) expect->set_timeout_ms(static_cast<uint32_t>(timeout->count()));
     return step;

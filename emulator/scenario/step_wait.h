@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cstdint>
 
-#include "rig/device_facts.h"
+#include "device/device_facts.h"
 
 namespace tarvo_emu {
 

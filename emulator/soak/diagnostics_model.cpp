@@ -6,7 +6,7 @@
 
 #include <android-base/stringprintf.h>
 
-#include "rig/device_facts.h"
+#include "device/device_facts.h"
 
 using android::base::StringPrintf;
 using tarvo_message::TarvoMessage;
@@ -16,12 +16,7 @@ namespace tarvo_emu {
 
 namespace {
 
-constexpr int kDebug = tarvo_scenario::DEBUG;
-constexpr int kInfo = tarvo_scenario::INFO;
-constexpr int kError = tarvo_scenario::ERROR;
-
 constexpr mode_t kDiagnosticsMode = 0664;
-constexpr char kStatDump[] = "/data/vendor/modem_stat/debug.txt";
 
 // The daemon waits this long for the modem's answer to a request of its own.
 constexpr uint32_t kRequestTimeoutMs = 3000;
@@ -67,10 +62,10 @@ void DiagnosticsModel::AnsweredRequest(int payload_case, const std::string& succ
             steps_.Log(success_priority, success);
             return;
         case Reply::kFailure:
-            steps_.Log(kError, failure);
+            steps_.Log(kLogError, failure);
             return;
         case Reply::kSilent:
-            steps_.Log(kError, "Failed to send request, status:5", kAfterRequestTimeoutMs);
+            steps_.Log(kLogError, "Failed to send request, status:5", kAfterRequestTimeoutMs);
             return;
     }
 }
@@ -78,10 +73,10 @@ void DiagnosticsModel::AnsweredRequest(int payload_case, const std::string& succ
 // The statistics enables, the userspace-log enables, each waiting for its answer, then the GNSS
 // table, which this sandbox does not have.
 void DiagnosticsModel::Configuration() {
-    steps_.Log(kInfo, std::string("Read config: ") + kStatConfigPath);
+    steps_.Log(kLogInfo, std::string("Read config: ") + kStatConfigFile);
     for (const StatModule& module : kStatModules) {
-        steps_.Log(kInfo, StringPrintf("Send debug stat config: %s, v=%d, t=%u", module.name,
-                                       module.v, module.t));
+        steps_.Log(kLogInfo, StringPrintf("Send debug stat config: %s, v=%d, t=%u", module.name,
+                                          module.v, module.t));
         TarvoMessage request;
         tarvo_message::ModemStatEnableRequest* enable =
             request.mutable_modem_stat()->mutable_enable_request();
@@ -89,26 +84,27 @@ void DiagnosticsModel::Configuration() {
         if (module.v >= 0) enable->set_v(module.v);
         if (module.t != 0) enable->set_t(module.t);
         steps_.ExpectRequest(std::move(request), kAfterRequestTimeoutMs);
-        AnsweredRequest(TarvoMessage::kModemStat, "Got modemstat enable response successful", kInfo,
-                        "Got modemstat enable response failed");
+        AnsweredRequest(TarvoMessage::kModemStat, "Got modemstat enable response successful",
+                        kLogInfo, "Got modemstat enable response failed");
     }
     for (const char* name : kUserspaceNames) {
-        steps_.Log(kInfo, StringPrintf("Enabling modem userspace logging file %s", name));
+        steps_.Log(kLogInfo, StringPrintf("Enabling modem userspace logging file %s", name));
         TarvoMessage request;
         request.mutable_userspace_log()->mutable_enable_request()->set_name(name);
         steps_.ExpectRequest(std::move(request), kAfterRequestTimeoutMs);
         AnsweredRequest(TarvoMessage::kUserspaceLog, "Got userspace enable response successful",
-                        kInfo, "Failed to get enable response");
+                        kLogInfo, "Failed to get enable response");
     }
-    steps_.Log(kError, "Failed to read any GNSS coex configuration file", kAfterRequestTimeoutMs);
+    steps_.Log(kLogError, "Failed to read any GNSS coex configuration file",
+               kAfterRequestTimeoutMs);
 }
 
 void DiagnosticsModel::OfflineAndBack() {
-    steps_.Log(kInfo, "Modem state changed from 4 to 0");
+    steps_.Log(kLogInfo, StateChangeText(kModemOnline, 0));
     Step online;
     online.set_modem_state(kModemOnline);
     steps_.Add(std::move(online));
-    steps_.Log(kInfo, "Modem state changed from 0 to 4");
+    steps_.Log(kLogInfo, StateChangeText(0, kModemOnline));
     Configuration();
     // The first answer may wait for the offline reader's pause.
     for (Step& step : steps_.steps()) {
@@ -121,19 +117,19 @@ void DiagnosticsModel::OfflineAndBack() {
 void DiagnosticsModel::Signal(uint32_t signal) {
     TarvoMessage request;
     if (signal == SIGUSR1) {
-        steps_.Log(kInfo, "Sending modemstat report request");
+        steps_.Log(kLogInfo, "Sending modemstat report request");
         request.mutable_modem_stat()->mutable_report_request();
     } else {
-        steps_.Log(kInfo, "Sending extended log request");
+        steps_.Log(kLogInfo, "Sending extended log request");
         request.mutable_extended_log()->mutable_request();
     }
     steps_.ExpectRequest(std::move(request));
     if (signal == SIGUSR1) {
-        AnsweredRequest(TarvoMessage::kModemStat, "Got modemstat report response successful", kInfo,
-                        "Got modemstat report response failed");
+        AnsweredRequest(TarvoMessage::kModemStat, "Got modemstat report response successful",
+                        kLogInfo, "Got modemstat report response failed");
     } else {
-        AnsweredRequest(TarvoMessage::kExtendedLog, "Got extended log response successful", kInfo,
-                        "Got extended log response failed");
+        AnsweredRequest(TarvoMessage::kExtendedLog, "Got extended log response successful",
+                        kLogInfo, "Got extended log response failed");
     }
 }
 
@@ -143,14 +139,14 @@ void DiagnosticsModel::StatReport(const tarvo_message::ModemStatMessage& stat) {
         return;
     }
     const tarvo_message::ModemStatReportIndication& report = stat.report_indication();
-    ModelFileSystem::File* dump = files_.FindMutable(kStatDump);
+    ModelFileSystem::File* dump = files_.FindMutable(kStatDumpFile);
     if (!report.has_offset()) {
         // A new report.
-        ModelFileSystem::File& file = files_.Open(kStatDump, kDiagnosticsMode);
+        ModelFileSystem::File& file = files_.Open(kStatDumpFile, kDiagnosticsMode);
         file.content = report.data();
         file.mode = kDiagnosticsMode;
     } else if (dump == nullptr) {
-        steps_.Log(kError, "Failed to open modemstat dump file");
+        steps_.Log(kLogError, "Failed to open modemstat dump file");
     } else if (report.offset() == 0) {
         // Written over the start, not truncated.
         dump->content.replace(0, std::min(dump->content.size(), report.data().size()),
@@ -162,7 +158,7 @@ void DiagnosticsModel::StatReport(const tarvo_message::ModemStatMessage& stat) {
         dump->mode = kDiagnosticsMode;
     }
     steps_.Ping();
-    steps_.CheckFile(std::string(kStatDump));
+    steps_.CheckFile(std::string(kStatDumpFile));
 }
 
 void DiagnosticsModel::ExtendedLog(const tarvo_message::ExtendedLogMessage& log) {
@@ -182,7 +178,7 @@ void DiagnosticsModel::ExtendedLog(const tarvo_message::ExtendedLogMessage& log)
         }
     }
     if (!resolved || !files_.IsWritable(*resolved) || files_.IsDirectory(*resolved)) {
-        steps_.Log(kError, "Failed to open extended log file");
+        steps_.Log(kLogError, "Failed to open extended log file");
     } else {
         ModelFileSystem::File& file = files_.Open(*resolved, kDiagnosticsMode);
         file.content += log.indication().data();
@@ -198,9 +194,9 @@ void DiagnosticsModel::ExtendedLog(const tarvo_message::ExtendedLogMessage& log)
 void DiagnosticsModel::UserspaceLog(const tarvo_message::UserspaceLogMessage& log) {
     if (log.has_indication()) {
         const uint32_t level = log.indication().level();
-        steps_.Log(level == 0   ? kError
-                   : level == 1 ? kInfo
-                                : kDebug,
+        steps_.Log(level == 0   ? kLogError
+                   : level == 1 ? kLogInfo
+                                : kLogDebug,
                    "Modem: " + log.indication().log());
     }
     steps_.Ping();

@@ -17,13 +17,9 @@ namespace tarvo_emu {
 // modem's answers to them (as the emulated modem is told to answer).
 class DiagnosticsModel {
   public:
-    // The configuration files the sandbox holds.
-    static constexpr char kStatConfigPath[] = "/data/vendor/radio/modem_stat.conf";
+    // The configurations that the sandbox's files hold.
     static constexpr char kStatConfig[] = "L1:v=3,t=10|RRC";
-    static constexpr char kUserspaceConfigPath[] =
-        "/data/vendor/radio/modem_userspace_logging.conf";
     static constexpr char kUserspaceConfig[] = "mac\nrlc\n";
-    static constexpr char kExtendedLogPrefix[] = "/data/vendor/radio/extended_logs/extended_log_";
     // An extended log longer than this is rotated before the next piece.
     static constexpr size_t kRotationSize = 1048576;
 

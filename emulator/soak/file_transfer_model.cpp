@@ -2,15 +2,14 @@
 
 #include <android-base/stringprintf.h>
 
+#include "device/device_facts.h"
+
 using android::base::StringPrintf;
 using tarvo_message::TarvoMessage;
 
 namespace tarvo_emu {
 
 namespace {
-
-constexpr int kInfo = tarvo_scenario::INFO;
-constexpr int kError = tarvo_scenario::ERROR;
 
 // File modes the daemon gives: a staging file and an appended file, a completed target.
 constexpr mode_t kStagingMode = 0664;
@@ -21,15 +20,9 @@ std::string Hex(uint64_t value) { return StringPrintf("0x%llX", (unsigned long l
 
 }  // namespace
 
-const std::vector<std::string>& FileTransferModel::Directories() {
-    static const auto* const kDirectories = new std::vector<std::string>{
-        "UNKNOWN", "/data/vendor/radio/mds/", "/mnt/vendor/modem_userdata/replay/",
-        "/vendor/firmware/uecapconfig/"};
-    return *kDirectories;
-}
-
 std::optional<size_t> FileTransferModel::StagedSize(const std::string& name) const {
-    const std::optional<std::string> staged = files_.Resolve(kStagingDirectory + name);
+    const std::optional<std::string> staged =
+        files_.Resolve(std::string(kStagingDirectory) + "/" + name);
     if (!staged) return std::nullopt;
     const ModelFileSystem::File* file = files_.Find(*staged);
     if (file == nullptr) return std::nullopt;
@@ -38,8 +31,9 @@ std::optional<size_t> FileTransferModel::StagedSize(const std::string& name) con
 
 std::optional<size_t> FileTransferModel::FileSize(uint32_t directory,
                                                   const std::string& name) const {
-    if (directory == 0 || directory >= Directories().size()) return std::nullopt;
-    const std::optional<std::string> path = files_.Resolve(Directories()[directory] + name);
+    const std::optional<std::string> prefix = FileDirectory(directory);
+    if (!prefix) return std::nullopt;
+    const std::optional<std::string> path = files_.Resolve(*prefix + name);
     if (!path) return std::nullopt;
     const ModelFileSystem::File* file = files_.Find(*path);
     if (file == nullptr) return std::nullopt;
@@ -48,10 +42,10 @@ std::optional<size_t> FileTransferModel::FileSize(uint32_t directory,
 
 void FileTransferModel::Play(const tarvo_message::FileMessage& file, uint32_t token, bool request) {
     if (request && file.has_write_request()) {
-        steps_.Log(kInfo, "Got File write request");
+        steps_.Log(kLogInfo, "Got File write request");
         BlockWrite(file.write_request(), token, false);
     } else if (!request && file.has_write_indication()) {
-        steps_.Log(kInfo, "Got File write indication");
+        steps_.Log(kLogInfo, "Got File write indication");
         const tarvo_message::FileWriteIndication& indication = file.write_indication();
         tarvo_message::FileWriteRequest block;
         // The indication's own legacy field is never looked at.
@@ -62,10 +56,10 @@ void FileTransferModel::Play(const tarvo_message::FileMessage& file, uint32_t to
         if (indication.has_file_dir()) block.set_file_dir(indication.file_dir());
         BlockWrite(block, token, true);
     } else if (request && file.has_append_request()) {
-        steps_.Log(kInfo, "Got File write append request");
+        steps_.Log(kLogInfo, "Got File write append request");
         Append(file.append_request(), token);
     } else if (request && file.has_read_request()) {
-        steps_.Log(kInfo, "Got File read request");
+        steps_.Log(kLogInfo, "Got File read request");
         Read(file.read_request(), token);
     }
 }
@@ -86,58 +80,59 @@ void FileTransferModel::BlockWrite(const tarvo_message::FileWriteRequest& block,
         steps_.Respond(token, result, std::move(payload));
     };
     if (!indication && !block.file_path().empty()) {
-        steps_.Log(kError, "Old FileWriteRequest is no longer supported");
+        steps_.Log(kLogError, "Old FileWriteRequest is no longer supported");
         steps_.Ping();
         return;
     }
     if (!block.has_file_dir() || !block.has_file_name()) {
-        steps_.Log(kError, kind + (block.has_file_dir() ? " requires a file_name"
-                                                        : " requires a file_dir"));
+        steps_.Log(kLogError, kind + (block.has_file_dir() ? " requires a file_name"
+                                                           : " requires a file_dir"));
         steps_.Ping();
         return;
     }
     const uint32_t directory = block.file_dir();
     const std::string& name = block.file_name();
-    steps_.Log(kInfo, StringPrintf("file dir: %d and name: %s", directory, name.c_str()));
-    if (directory < 1 || directory >= Directories().size()) {
-        steps_.Log(kError, StringPrintf("Bad file directory: %d", directory));
+    steps_.Log(kLogInfo, StringPrintf("file dir: %d and name: %s", directory, name.c_str()));
+    const std::optional<std::string> found = FileDirectory(directory);
+    if (!found) {
+        steps_.Log(kLogError, StringPrintf("Bad file directory: %d", directory));
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_BAD_DIRECTORY);
         return;
     }
-    const std::string& prefix = Directories()[directory];
+    const std::string& prefix = *found;
     const std::string target_path = prefix + name;
-    const std::string staging_path = kStagingDirectory + name;
+    const std::string staging_path = std::string(kStagingDirectory) + "/" + name;
     const uint32_t offset = block.offset();
     const uint32_t total = block.total_size();
-    steps_.Log(kInfo, "offset: " + Hex(offset) + ", size: " + Hex(total));
-    steps_.Log(kInfo, "prefix: " + prefix + "\nfile_name: " + name);
+    steps_.Log(kLogInfo, "offset: " + Hex(offset) + ", size: " + Hex(total));
+    steps_.Log(kLogInfo, "prefix: " + prefix + "\nfile_name: " + name);
     if (offset >= total) {
-        steps_.Log(kError, "Bad max_data_size " + Hex(total) + " or offset " + Hex(offset));
+        steps_.Log(kLogError, "Bad max_data_size " + Hex(total) + " or offset " + Hex(offset));
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_BAD_OFFSET);
         return;
     }
-    steps_.Log(indication ? kError : kInfo, "Handle file write operation to path: " + target_path +
-                                                " for offset: " + Hex(offset) +
-                                                " (total: " + Hex(total) + ")");
+    steps_.Log(indication ? kLogError : kLogInfo,
+               "Handle file write operation to path: " + target_path +
+                   " for offset: " + Hex(offset) + " (total: " + Hex(total) + ")");
     const std::optional<std::string> staging = files_.Resolve(staging_path);
     const std::optional<std::string> target = files_.Resolve(target_path);
     if (offset == 0) {
         if (staging && files_.IsWritable(*staging)) files_.Remove(*staging);
     } else if (staging && files_.Find(*staging) != nullptr &&
                files_.Find(*staging)->content.size() != offset) {
-        steps_.Log(kError, "Bad offset " + Hex(offset) + " comparing to the expected one: " +
-                               Hex(files_.Find(*staging)->content.size()));
+        steps_.Log(kLogError, "Bad offset " + Hex(offset) + " comparing to the expected one: " +
+                                  Hex(files_.Find(*staging)->content.size()));
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_BAD_OFFSET);
         steps_.CheckFile(staging);
         return;
     }
     if (!staging || !files_.IsWritable(*staging) || files_.IsDirectory(*staging)) {
-        steps_.Log(kError, (indication ? "Fail to open " : "Failed to open ") + staging_path);
+        steps_.Log(kLogError, (indication ? "Fail to open " : "Failed to open ") + staging_path);
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE);
         steps_.CheckFile(staging);
         return;
     }
-    steps_.Log(kInfo, StringPrintf("size: 0x%zX", block.data().size()));
+    steps_.Log(kLogInfo, StringPrintf("size: 0x%zX", block.data().size()));
     ModelFileSystem::File& staged = files_.Open(*staging, kStagingMode);
     staged.content += block.data();
     staged.mode = kStagingMode;
@@ -159,10 +154,10 @@ void FileTransferModel::BlockWrite(const tarvo_message::FileWriteRequest& block,
         files_.FindMutable(*target)->mode = kTargetMode;
     }
     if (!content || !target_writable) {
-        steps_.Log(kError, "File transfer failed.");
+        steps_.Log(kLogError, "File transfer failed.");
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE);
     } else {
-        steps_.Log(kError,
+        steps_.Log(kLogError,
                    indication ? "Move file into target path done" : "Moved file into target path");
         respond(tarvo_message::RESULT_SUCCESS, tarvo_message::FILE_RESULT_FAILURE);
     }
@@ -178,30 +173,31 @@ void FileTransferModel::Append(const tarvo_message::FileAppendRequest& request, 
         steps_.Respond(token, result, std::move(payload));
     };
     if (!request.has_file_dir() || !request.has_file_name()) {
-        steps_.Log(kError, request.has_file_dir() ? "FileWriteRequest requires a file_name"
-                                                  : "FileWriteRequest requires a file_dir");
+        steps_.Log(kLogError, request.has_file_dir() ? "FileWriteRequest requires a file_name"
+                                                     : "FileWriteRequest requires a file_dir");
         steps_.Ping();
         return;
     }
     const uint32_t directory = request.file_dir();
-    steps_.Log(kInfo,
+    steps_.Log(kLogInfo,
                StringPrintf("file dir: %d and name: %s", directory, request.file_name().c_str()));
-    if (directory < 1 || directory >= Directories().size()) {
-        steps_.Log(kError, StringPrintf("Bad file directory: %d", directory));
+    const std::optional<std::string> found = FileDirectory(directory);
+    if (!found) {
+        steps_.Log(kLogError, StringPrintf("Bad file directory: %d", directory));
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_BAD_DIRECTORY);
         return;
     }
-    const std::string& prefix = Directories()[directory];
+    const std::string& prefix = *found;
     const std::string path = prefix + request.file_name();
-    steps_.Log(kInfo, "prefix: " + prefix + " file_name: " + request.file_name());
+    steps_.Log(kLogInfo, "prefix: " + prefix + " file_name: " + request.file_name());
     const std::optional<std::string> target = files_.Resolve(path);
     if (!target || !files_.IsWritable(*target) || files_.IsDirectory(*target)) {
-        steps_.Log(kError, "Failed to open " + path);
+        steps_.Log(kLogError, "Failed to open " + path);
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE);
         steps_.CheckFile(target);
         return;
     }
-    steps_.Log(kInfo, StringPrintf("size: 0x%zX", request.data().size()));
+    steps_.Log(kLogInfo, StringPrintf("size: 0x%zX", request.data().size()));
     ModelFileSystem::File& file = files_.Open(*target, kAppendMode);
     file.content += request.data();
     file.mode = kAppendMode;
@@ -218,33 +214,34 @@ void FileTransferModel::Read(const tarvo_message::FileReadRequest& request, uint
         steps_.Respond(token, result, std::move(payload));
     };
     if (!request.has_file_dir() || !request.has_file_name()) {
-        steps_.Log(kError, request.has_file_dir() ? "FileReadRequest requires a file_name"
-                                                  : "FileReadRequest requires a file_dir");
+        steps_.Log(kLogError, request.has_file_dir() ? "FileReadRequest requires a file_name"
+                                                     : "FileReadRequest requires a file_dir");
         steps_.Ping();
         return;
     }
     const uint32_t directory = request.file_dir();
-    steps_.Log(kInfo,
+    steps_.Log(kLogInfo,
                StringPrintf("file dir: %d and name: %s", directory, request.file_name().c_str()));
-    if (directory < 1 || directory >= Directories().size()) {
-        steps_.Log(kError, StringPrintf("Bad file directory: %d", directory));
+    const std::optional<std::string> found = FileDirectory(directory);
+    if (!found) {
+        steps_.Log(kLogError, StringPrintf("Bad file directory: %d", directory));
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_BAD_DIRECTORY, nullptr);
         return;
     }
-    const std::string& prefix = Directories()[directory];
+    const std::string& prefix = *found;
     const std::string path = prefix + request.file_name();
-    steps_.Log(kInfo, "prefix: " + prefix + " file_name: " + request.file_name());
+    steps_.Log(kLogInfo, "prefix: " + prefix + " file_name: " + request.file_name());
     const std::optional<std::string> resolved = files_.Resolve(path);
     const ModelFileSystem::File* file = resolved ? files_.Find(*resolved) : nullptr;
     if (file == nullptr) {
-        steps_.Log(kError, "Failed to open " + path);
+        steps_.Log(kLogError, "Failed to open " + path);
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE, nullptr);
         return;
     }
-    steps_.Log(kInfo, StringPrintf("size: 0x%X", request.max_data_size()));
+    steps_.Log(kLogInfo, StringPrintf("size: 0x%X", request.max_data_size()));
     const uint64_t end = uint64_t{request.offset()} + request.max_data_size();
     if (end > file->content.size()) {
-        steps_.Log(kError, "Failed to read target file correctly");
+        steps_.Log(kLogError, "Failed to read target file correctly");
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE, nullptr);
         return;
     }

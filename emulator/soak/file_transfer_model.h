@@ -14,10 +14,6 @@ namespace tarvo_emu {
 // indications) through the staging directory to their target, appends, and reads.
 class FileTransferModel {
   public:
-    // The directories of the modem's file transfers, by the id the modem sends.
-    static const std::vector<std::string>& Directories();
-    static constexpr char kStagingDirectory[] = "/data/vendor/radio/modem_temp_file/";
-
     FileTransferModel(ModelFileSystem& files, ModelSteps& steps) : files_(files), steps_(steps) {}
 
     // A file message from the modem; `request` when it is sent as a request.

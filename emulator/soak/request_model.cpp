@@ -5,7 +5,9 @@
 #include <cstring>
 
 #include <android-base/stringprintf.h>
+
 #include <android-base/strings.h>
+#include "device/device_facts.h"
 
 #include "soak/file_transfer_model.h"
 
@@ -16,10 +18,6 @@ using tarvo_scenario::Step;
 namespace tarvo_emu {
 
 namespace {
-
-constexpr int kDebug = tarvo_scenario::DEBUG;
-constexpr int kInfo = tarvo_scenario::INFO;
-constexpr int kError = tarvo_scenario::ERROR;
 
 // The directory id of UE-capability files, the highest the request may name.
 constexpr uint32_t kUecapDirectoryId = 3;
@@ -53,9 +51,9 @@ void RequestModel::Property(const tarvo_message::PropertyMessage& property, uint
         payload.mutable_property()->mutable_write_response();
         if (accepted) {
             properties_[name] = value;
-            steps_.Log(kInfo, "Write property " + name + " with value " + value);
+            steps_.Log(kLogInfo, "Write property " + name + " with value " + value);
         } else {
-            steps_.Log(kError, "Failed to write property " + name + " with value " + value);
+            steps_.Log(kLogError, "Failed to write property " + name + " with value " + value);
         }
         steps_.Respond(token,
                        accepted ? tarvo_message::RESULT_SUCCESS : tarvo_message::RESULT_IO_ERROR,
@@ -72,14 +70,14 @@ void RequestModel::Property(const tarvo_message::PropertyMessage& property, uint
         const std::string& name = property.read_request().name();
         const auto it = properties_.find(name);
         if (it == properties_.end()) {
-            steps_.Log(kError, "Failed to read property " + name);
+            steps_.Log(kLogError, "Failed to read property " + name);
             payload.mutable_property()->mutable_read_response()->set_value("");
             steps_.Respond(token, tarvo_message::RESULT_IO_ERROR, std::move(payload));
             return;
         }
         // A long "ro." value is read cut to what a value may hold.
         const std::string value = it->second.substr(0, kMaxValue);
-        steps_.Log(kInfo, "Read property " + name + " with value " + value);
+        steps_.Log(kLogInfo, "Read property " + name + " with value " + value);
         payload.mutable_property()->mutable_read_response()->set_value(value);
         steps_.Respond(token, tarvo_message::RESULT_SUCCESS, std::move(payload));
         return;
@@ -92,9 +90,10 @@ void RequestModel::Temperature(const tarvo_message::ModemTemperatureMessage& tem
     Step writes;
     for (const tarvo_message::ModemTemperatureSensor& sensor :
          temperature.set_request().sensors()) {
-        steps_.Log(kDebug, StringPrintf("Temp sensor %d - Update %d - Temperature %d",
-                                        static_cast<int>(sensor.sensor()), sensor.update() ? 1 : 0,
-                                        static_cast<int>(sensor.temperature())));
+        steps_.Log(kLogDebug,
+                   StringPrintf("Temp sensor %d - Update %d - Temperature %d",
+                                static_cast<int>(sensor.sensor()), sensor.update() ? 1 : 0,
+                                static_cast<int>(sensor.temperature())));
         writes.mutable_expect_thermal_writes()->add_write(
             StringPrintf("%llu %d %lld\n", (unsigned long long)sensor.sensor(),
                          sensor.update() ? 1 : 0, (long long)sensor.temperature()));
@@ -119,29 +118,29 @@ void RequestModel::UecapRead(const tarvo_message::UecapFileMessage& uecap, uint3
         response->set_result(static_cast<tarvo_message::UecapFileMessageResult>(uecap_result));
         steps_.Respond(token, result, std::move(payload));
     };
-    steps_.Log(kInfo, "Got Uecap File Read request");
+    steps_.Log(kLogInfo, "Got Uecap File Read request");
     if (!request.has_file_name() || !request.has_directory() || request.directory() < 1 ||
         static_cast<uint32_t>(request.directory()) > kUecapDirectoryId) {
-        steps_.Log(kError, "The incoming request has bad format");
+        steps_.Log(kLogError, "The incoming request has bad format");
         respond_failure(tarvo_message::RESULT_BAD_FORMAT, tarvo_message::UECAP_RESULT_BAD_FORMAT);
         return;
     }
     const ModelFileSystem::File* file = nullptr;
     if (request.directory() == kUecapDirectoryId) {
-        const std::string& directory = FileTransferModel::Directories()[kUecapDirectoryId];
+        const std::string directory = *FileDirectory(kUecapDirectoryId);
         const std::string path = directory + request.file_name();
-        steps_.Log(kInfo, "prefix: " + directory + " file_name: " + request.file_name());
+        steps_.Log(kLogInfo, "prefix: " + directory + " file_name: " + request.file_name());
         const std::optional<std::string> resolved = files_.Resolve(path);
         if (resolved) file = files_.Find(*resolved);
     }
     if (file == nullptr) {
-        steps_.Log(kError, "UECap File Read failed.");
+        steps_.Log(kLogError, "UECap File Read failed.");
         respond_failure(tarvo_message::RESULT_FAILURE, tarvo_message::UECAP_RESULT_READ_FAILED);
         return;
     }
     const uint32_t size = std::min<uint64_t>(request.read_size(), file->content.size());
-    steps_.Log(kInfo, StringPrintf("file size: %zu, read size: %u, requested read size: %u",
-                                   file->content.size(), size, request.read_size()));
+    steps_.Log(kLogInfo, StringPrintf("file size: %zu, read size: %u, requested read size: %u",
+                                      file->content.size(), size, request.read_size()));
     const uint32_t block_size = request.block_size();
     for (uint32_t offset = 0, block = 0; offset < size; offset += block_size, ++block) {
         const uint32_t length = std::min(size - offset, block_size);
@@ -152,11 +151,11 @@ void RequestModel::UecapRead(const tarvo_message::UecapFileMessage& uecap, uint3
         response->set_offset(offset);
         response->set_result(tarvo_message::UECAP_RESULT_SUCCESS);
         response->set_last(uint64_t{offset} + block_size >= size);
-        steps_.Log(kInfo, StringPrintf("Send response with offset: %u, data size: %u, token: %u",
-                                       offset, length, token + block + 1));
+        steps_.Log(kLogInfo, StringPrintf("Send response with offset: %u, data size: %u, token: %u",
+                                          offset, length, token + block + 1));
         steps_.Respond(token + block, tarvo_message::RESULT_SUCCESS, std::move(payload));
     }
-    steps_.Log(kInfo, "Succeeded to send all blocks of file");
+    steps_.Log(kLogInfo, "Succeeded to send all blocks of file");
     // Nothing may be sent at all: the ping shows the request handled.
     if (size == 0) steps_.Ping();
 }

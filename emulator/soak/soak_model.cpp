@@ -1,6 +1,6 @@
 #include "soak/soak_model.h"
 
-#include "rig/device_facts.h"
+#include "device/device_facts.h"
 #include "scenario/generated_data.h"
 #include "scenario/payload_fields.h"
 
@@ -11,35 +11,11 @@ namespace tarvo_emu {
 
 namespace {
 
-constexpr int kInfo = tarvo_scenario::INFO;
-constexpr int kError = tarvo_scenario::ERROR;
-
 // Resident memory may grow this much over a run before the soak calls it a leak.
 constexpr uint32_t kRssGrowthKib = 16384;
 // A usage check after this many stimuli.
 constexpr size_t kUsageCheckEvery = 100;
 constexpr char kMark[] = "soak";
-
-const std::vector<std::string>& TreeDirectories() {
-    static const auto* const kTree = new std::vector<std::string>{
-        "/data",
-        "/data/vendor",
-        "/data/vendor/radio",
-        "/data/vendor/radio/mds",
-        "/data/vendor/radio/modem_temp_file",
-        "/data/vendor/radio/extended_logs",
-        "/data/vendor/modem_stat",
-        "/mnt",
-        "/mnt/vendor",
-        "/mnt/vendor/modem_userdata",
-        "/mnt/vendor/modem_userdata/replay",
-        "/vendor",
-        "/vendor/etc",
-        "/vendor/firmware",
-        "/vendor/firmware/uecapconfig",
-    };
-    return *kTree;
-}
 
 }  // namespace
 
@@ -54,11 +30,11 @@ tarvo_scenario::Scenario SoakModel::Setup(uint64_t seed) {
         seeded->set_mode(mode);
         return *seeded;
     };
-    file(DiagnosticsModel::kStatConfigPath, DiagnosticsModel::kStatConfig, 0664);
-    file(DiagnosticsModel::kUserspaceConfigPath, DiagnosticsModel::kUserspaceConfig, 0664);
-    file("/data/vendor/radio/mds/seed.bin", "seed contents", 0644);
-    file("/mnt/vendor/modem_userdata/replay/a.bin", "replayed", 0600);
-    file(FileTransferModel::Directories()[tarvo_message::FILE_DIR_UECAP] + "uecap.bin", "", 0644)
+    file(kStatConfigFile, DiagnosticsModel::kStatConfig, 0664);
+    file(kUserspaceConfigFile, DiagnosticsModel::kUserspaceConfig, 0664);
+    file(std::string(kMdsDirectory) + "/seed.bin", "seed contents", 0644);
+    file(std::string(kReplayDirectory) + "/a.bin", "replayed", 0600);
+    file(std::string(kUecapDirectory) + "/uecap.bin", "", 0644)
         .mutable_content()
         ->assign(GeneratedBytes([] {
             tarvo_scenario::Generated generated;
@@ -67,7 +43,7 @@ tarvo_scenario::Scenario SoakModel::Setup(uint64_t seed) {
             return generated;
         }()));
     // Exactly at the rotation threshold: the next piece is appended, the one after rotates.
-    file(std::string(DiagnosticsModel::kExtendedLogPrefix) + "main.txt", "m", 0664)
+    file(std::string(kExtendedLogPrefix) + "main.txt", "m", 0664)
         .set_size(DiagnosticsModel::kRotationSize);
     tarvo_scenario::Property* ping = setup.add_property();
     ping->set_name(ModelSteps::kPingProperty);
@@ -78,13 +54,13 @@ tarvo_scenario::Scenario SoakModel::Setup(uint64_t seed) {
     // One run in four has the replay directory on a read-only mount.
     constexpr uint64_t kReadOnlyVariants = 4;
     if (seed % kReadOnlyVariants == kReadOnlyVariants - 1) {
-        setup.add_read_only("/mnt/vendor/modem_userdata/replay");
+        setup.add_read_only(kReplayDirectory);
     }
     return setup;
 }
 
 SoakModel::SoakModel(const tarvo_scenario::Scenario& setup)
-    : files_(TreeDirectories(),
+    : files_(DeviceTree(),
              [&setup] {
                  std::vector<std::string> read_only{"/vendor"};
                  read_only.insert(read_only.end(), setup.read_only().begin(),
@@ -116,7 +92,7 @@ void SoakModel::UsageCheck() {
 }
 
 void SoakModel::Started() {
-    steps_.Log(kInfo, "Modem state changed from -1 to 4");
+    steps_.Log(kLogInfo, StateChangeText(-1, kModemOnline));
     diagnostics_.Configuration();
     Step mark;
     mark.set_mark(kMark);
@@ -145,7 +121,7 @@ std::vector<Step> SoakModel::Play(const Step& stimulus) {
         }
         case Step::kSendRaw:
             // Bytes that do not parse are dropped; the next message is read as usual.
-            steps_.Log(kError, "ParseFromArray failed");
+            steps_.Log(kLogError, "ParseFromArray failed");
             steps_.Ping();
             break;
         case Step::kFault:
@@ -174,7 +150,7 @@ std::vector<Step> SoakModel::Play(const Step& stimulus) {
 void SoakModel::Fault(tarvo_scenario::Fault fault) {
     switch (fault) {
         case tarvo_scenario::READ_ERROR:
-            steps_.Log(kError, "Read channel error, size:-1, errno:5");
+            steps_.Log(kLogError, "Read channel error, size:-1, errno:5");
             break;
         case tarvo_scenario::WRITE_ERROR:
             // The answer to the first ping is lost on the failing write; the node still takes
@@ -184,7 +160,7 @@ void SoakModel::Fault(tarvo_scenario::Fault fault) {
             break;
         default:
             // A read of 0 bytes sets no errno: the line shows the thread's last one.
-            steps_.LogRegex(kError, "Read channel error, size:0, errno:[0-9]+");
+            steps_.LogRegex(kLogError, "Read channel error, size:0, errno:[0-9]+");
             break;
     }
     steps_.Ping();
@@ -193,7 +169,7 @@ void SoakModel::Fault(tarvo_scenario::Fault fault) {
 void SoakModel::Message(const TarvoMessage& message) {
     if (message.ByteSizeLong() > kLargestMessage) {
         // The read ends inside the message, which then does not parse.
-        steps_.Log(kError, "ParseFromArray failed");
+        steps_.Log(kLogError, "ParseFromArray failed");
         steps_.Ping();
         return;
     }
@@ -201,22 +177,22 @@ void SoakModel::Message(const TarvoMessage& message) {
     if (message.has_file()) {
         file_transfers_.Play(message.file(), token, message.type() == tarvo_message::REQUEST);
     } else if (message.has_property()) {
-        steps_.Log(kInfo, "Get property request");
+        steps_.Log(kLogInfo, "Get property request");
         requests_.Property(message.property(), token);
     } else if (message.has_modem_temperature()) {
-        steps_.Log(kInfo, "Got modem temperature request");
+        steps_.Log(kLogInfo, "Got modem temperature request");
         requests_.Temperature(message.modem_temperature(), token);
     } else if (message.has_uecap_file()) {
-        steps_.Log(kInfo, "Got Uecap File message request");
+        steps_.Log(kLogInfo, "Got Uecap File message request");
         requests_.UecapRead(message.uecap_file(), token);
     } else if (message.has_modem_stat()) {
-        steps_.Log(kInfo, "Got modemstat report indication");
+        steps_.Log(kLogInfo, "Got modemstat report indication");
         diagnostics_.StatReport(message.modem_stat());
     } else if (message.has_extended_log()) {
-        steps_.Log(kInfo, "Got extended log indication");
+        steps_.Log(kLogInfo, "Got extended log indication");
         diagnostics_.ExtendedLog(message.extended_log());
     } else if (message.has_userspace_log()) {
-        steps_.Log(kInfo, "Got userspace log indication");
+        steps_.Log(kLogInfo, "Got userspace log indication");
         diagnostics_.UserspaceLog(message.userspace_log());
     }
 }

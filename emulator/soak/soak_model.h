@@ -23,9 +23,6 @@ namespace tarvo_emu {
 // needs. Each family of messages has a model of its own; this one plays faults and restarts.
 class SoakModel {
   public:
-    // The largest message the daemon reads whole.
-    static constexpr size_t kLargestMessage = 65568;
-
     // The sandbox a soak run sets up; `seed` chooses among its variants.
     static tarvo_scenario::Scenario Setup(uint64_t seed);
 

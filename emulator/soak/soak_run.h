@@ -21,7 +21,7 @@ struct SoakOptions {
     // How long to play; when neither is given, one minute.
     std::optional<std::chrono::seconds> duration;
     std::optional<uint64_t> steps;
-    std::set<SoakFault> faults;
+    std::set<Fault> faults;
     // Where the scenario of a divergence goes.
     std::string out = "soak-failure.textproto";
     // How long shrinking may take.

@@ -2,6 +2,8 @@
 
 #include <signal.h>
 
+#include "device/device_facts.h"
+#include "scenario/daemon_steps.h"
 #include "scenario/payload_fields.h"
 
 using tarvo_message::TarvoMessage;
@@ -23,7 +25,7 @@ const std::vector<std::string>& FileNames() {
     static const auto* const kNames = new std::vector<std::string>{
         "a.bin",       "b.bin",         "c.dat",
         "seed.bin",    "log.txt",       "../x.bin",
-        "nodir/y.bin", "../mds/up.bin", "../../../../data/vendor/radio/mds/esc.bin"};
+        "nodir/y.bin", "../mds/up.bin", std::string("../../../..") + kMdsDirectory + "/esc.bin"};
     return *kNames;
 }
 
@@ -31,7 +33,7 @@ constexpr char kAlphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWX
 
 }  // namespace
 
-SoakTraffic::SoakTraffic(uint64_t seed, std::set<SoakFault> faults)
+SoakTraffic::SoakTraffic(uint64_t seed, std::set<tarvo_emu::Fault> faults)
     : random_(seed), faults_(std::move(faults)) {}
 
 uint64_t SoakTraffic::Uniform(uint64_t low, uint64_t high) {
@@ -172,7 +174,7 @@ Step SoakTraffic::Block(const SoakModel& model) {
     if (Chance(0.03)) {
         // The largest message the daemon reads, or one byte more.
         const size_t header = message.ByteSizeLong() + 4;
-        size = SoakModel::kLargestMessage - header + (Chance(0.5) ? 1 : 0);
+        size = kLargestMessage - header + (Chance(0.5) ? 1 : 0);
     }
     return Send(std::move(message), size);
 }
@@ -398,15 +400,16 @@ Step SoakTraffic::Malformed() {
 
 Step SoakTraffic::Fault() {
     // The node's faults are common, a modem restart or a daemon restart rarer.
-    std::vector<std::pair<SoakFault, uint64_t>> weighted;
-    for (SoakFault fault : faults_) {
-        const bool rare = fault == SoakFault::kOffline || fault == SoakFault::kRestart;
+    std::vector<std::pair<tarvo_emu::Fault, uint64_t>> weighted;
+    for (tarvo_emu::Fault fault : faults_) {
+        const bool rare =
+            fault == tarvo_emu::Fault::kOffline || fault == tarvo_emu::Fault::kRestart;
         weighted.emplace_back(fault, rare ? 1 : 3);
     }
     uint64_t total = 0;
     for (const auto& [_, weight] : weighted) total += weight;
     uint64_t pick = Uniform(0, total - 1);
-    SoakFault chosen = weighted.front().first;
+    tarvo_emu::Fault chosen = weighted.front().first;
     for (const auto& [fault, weight] : weighted) {
         if (pick < weight) {
             chosen = fault;
@@ -416,23 +419,14 @@ Step SoakTraffic::Fault() {
     }
     Step step;
     switch (chosen) {
-        case SoakFault::kEndOfFile:
-            step.set_fault(tarvo_scenario::END_OF_FILE);
-            break;
-        case SoakFault::kReadError:
-            step.set_fault(tarvo_scenario::READ_ERROR);
-            break;
-        case SoakFault::kWriteError:
-            step.set_fault(tarvo_scenario::WRITE_ERROR);
-            break;
-        case SoakFault::kHangUp:
-            step.set_fault(tarvo_scenario::HANG_UP);
-            break;
-        case SoakFault::kOffline:
+        case tarvo_emu::Fault::kOffline:
             step.set_modem_state(0);
             break;
-        case SoakFault::kRestart:
+        case tarvo_emu::Fault::kRestart:
             step.set_restart_daemon(true);
+            break;
+        default:
+            step.set_fault(SchemaFault(chosen));
             break;
     }
     return step;

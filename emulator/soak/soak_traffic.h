@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "device/fault.h"
 #include "scenario/scenario.pb.h"
-#include "soak/soak_fault.h"
 #include "soak/soak_model.h"
 
 namespace tarvo_emu {
@@ -17,7 +17,7 @@ namespace tarvo_emu {
 // faults between them. The same seed gives the same stimuli against the same model.
 class SoakTraffic {
   public:
-    SoakTraffic(uint64_t seed, std::set<SoakFault> faults);
+    SoakTraffic(uint64_t seed, std::set<tarvo_emu::Fault> faults);
 
     // The next stimulus; `model` says what the daemon holds, so that blocks continue transfers
     // and reads find files. Sets `*fault` when the stimulus is a fault.
@@ -57,7 +57,7 @@ class SoakTraffic {
     tarvo_scenario::Step Fault();
 
     std::mt19937_64 random_;
-    std::set<SoakFault> faults_;
+    std::set<tarvo_emu::Fault> faults_;
     std::vector<Transfer> transfers_;
     uint32_t next_token_ = 1;
 };

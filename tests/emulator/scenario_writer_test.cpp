@@ -49,9 +49,10 @@ TEST(ExpectStepTest, DaemonEventsBecomeExactExpectationsThatReplay) {
     EXPECT_EQ(response.expect().message().token(), 7u);
     EXPECT_EQ(response.expect().timeout_ms(), 1234u);
 
-    const Step ril = tarvo_emu::ExpectStep(tarvo_emu::RilRequest{42, "ab"});
+    const Step ril = tarvo_emu::ExpectStep(tarvo_emu::RilRequest{42, 255, "ab"});
     EXPECT_EQ(ril.expect_ril().request(), 42u);
     EXPECT_EQ(ril.expect_ril().data(), "ab");
+    EXPECT_EQ(ril.expect_ril().selector(), 255u);
 
     const Step own = tarvo_emu::ExpectStep(tarvo_emu::LogLine{ANDROID_LOG_WARN, "w"});
     EXPECT_FALSE(own.expect_log().has_tag());
@@ -91,7 +92,7 @@ TEST(ScenarioRecorderTest, WritesEachStepThenWhatNoStepTookInOrderWithLateOnesWa
     seen.messages = {{PropertyRead(tarvo_message::REQUEST, 3), false, start + milliseconds(10)},
                      {PropertyRead(tarvo_message::RESPONSE, 4), true, start + milliseconds(200)},
                      {PropertyRead(tarvo_message::REQUEST, 5), false, start + milliseconds(7000)}};
-    seen.ril_requests = {{{42, "ab"}, false, start + milliseconds(5)}};
+    seen.ril_requests = {{{42, 255, "ab"}, false, start + milliseconds(5)}};
     seen.log_lines = {
         {{ANDROID_LOG_INFO, "Start modem state monitoring", "tarvo", 77}, false, start},
         {{ANDROID_LOG_INFO, "pid 77 fd: 5", "tarvo", 77}, false, start + milliseconds(20)},
@@ -127,6 +128,12 @@ tarvo_emu::CaptureEvent Event(tarvo_emu::CaptureEvent::Kind kind, double time, i
     return event;
 }
 
+tarvo_emu::CaptureEvent WriteError(double time) {
+    tarvo_emu::CaptureEvent event = Event(tarvo_emu::CaptureEvent::Kind::kFault, time);
+    event.fault = tarvo_emu::Fault::kWriteError;
+    return event;
+}
+
 tarvo_emu::CaptureEvent Message(tarvo_emu::CaptureEvent::Kind kind, const TarvoMessage& message,
                                 double time) {
     return Event(kind, time, 0, message.SerializeAsString());
@@ -148,7 +155,7 @@ TEST(CaptureScenarioTest, TheModemPlaysItsPartAndTheDaemonsIsExpected) {
         // The modem asks, the daemon reads a property for it: the property is setup.
         Message(Kind::kToDaemon, PropertyRead(tarvo_message::REQUEST, 1), 0.0),
         Message(Kind::kFromDaemon, answer, 0.01),
-        Event(Kind::kWriteError, 0.02),
+        WriteError(0.02),
         // The daemon's own request, 6 s later, and the modem's answer to it: a rule before.
         Message(Kind::kFromDaemon, PropertyRead(tarvo_message::REQUEST, 9), 6.01),
         Message(Kind::kToDaemon, reply, 6.5),

@@ -38,6 +38,10 @@ auto EventAt(Kind kind, const std::string& bytes, double time) {
     return AllOf(Event(kind, bytes), Field(&CaptureEvent::time, Optional(DoubleNear(time, 1e-6))));
 }
 
+auto FaultEvent(Fault fault) {
+    return AllOf(Field(&CaptureEvent::kind, Kind::kFault), Field(&CaptureEvent::fault, fault));
+}
+
 auto State(int state) {
     return AllOf(Field(&CaptureEvent::kind, Kind::kModemState), Field(&CaptureEvent::state, state));
 }
@@ -78,7 +82,7 @@ TEST(StraceReaderTest, NodesAreKnownByTheirOpenOrByTheUser) {
     });
     ASSERT_TRUE(capture.ok()) << capture.error();
     EXPECT_THAT(capture->events, ElementsAre(State(2), State(4), Event(Kind::kToDaemon, "\x08"),
-                                             Event(Kind::kEndOfFile, "")));
+                                             FaultEvent(Fault::kEndOfFile)));
 
     const std::vector<std::string> unplaced = {R"(read(4, "\10", 65568) = 1)"};
     auto unknown = Read(unplaced);

@@ -1,4 +1,4 @@
-#include "rig/device_facts.h"
+#include "rig/daemon_log.h"
 
 #include <android/log.h>
 
@@ -9,13 +9,12 @@
 namespace tarvo_emu {
 
 bool IsDaemonStarted(const LogLine& line) {
-    return line.tag == kDaemonTag && line.priority == ANDROID_LOG_INFO &&
-           line.text == "Start modem state monitoring";
+    return line.tag == kDaemonTag && line.priority == ANDROID_LOG_INFO && line.text == kStartedText;
 }
 
 bool IsOnlineReport(const LogLine& line) {
     return line.tag == kDaemonTag && line.priority == ANDROID_LOG_INFO &&
-           android::base::StartsWith(line.text, "Modem state changed from ") &&
+           android::base::StartsWith(line.text, kStateChangePrefix) &&
            android::base::EndsWith(line.text, " to " + std::to_string(kModemOnline));
 }
 
