@@ -193,9 +193,9 @@ void CaptureScenario::LearnSetup(const TarvoMessage& request, const TarvoMessage
             properties_[name] = answer.property().read_response().value();
         }
     }
-    const std::optional<std::string> directory =
-        FileDirectory(request.file().has_write_request() ? request.file().write_request().file_dir()
-                                                         : request.file().read_request().file_dir());
+    const std::optional<std::string> directory = FileDirectory(
+        request.file().has_write_request() ? request.file().write_request().file_dir()
+                                           : request.file().read_request().file_dir());
     if (!directory) return;
     if (request.file().has_write_request()) {
         written_.insert(*directory + request.file().write_request().file_name());

@@ -37,7 +37,6 @@ bool IsCheck(const Step& step) {
     }
 }
 
-
 }  // namespace
 
 SoakRun::SoakRun(const SoakOptions& options)
