@@ -87,14 +87,16 @@ std::pair<std::string, std::string> DescribeEvent(const CaptureEvent& event, boo
     return {"", event.text};
 }
 
+void PrintEvent(const CaptureEvent& event, std::ostream& out, bool full) {
+    const auto [label, text] = DescribeEvent(event, full);
+    const std::string seconds =
+        event.time ? android::base::StringPrintf("%8.3f", *event.time) : "       -";
+    out << seconds << "  " << android::base::StringPrintf("%-13s", label.c_str()) << "  " << text
+        << '\n';
+}
+
 void PrintCapture(const Capture& capture, std::ostream& out, bool full) {
-    for (const CaptureEvent& event : capture.events) {
-        const auto [label, text] = DescribeEvent(event, full);
-        const std::string seconds =
-            event.time ? android::base::StringPrintf("%8.3f", *event.time) : "       -";
-        out << seconds << "  " << android::base::StringPrintf("%-13s", label.c_str()) << "  "
-            << text << '\n';
-    }
+    for (const CaptureEvent& event : capture.events) PrintEvent(event, out, full);
     out.flush();
 }
 

@@ -373,6 +373,7 @@ void StraceReader::Add(CaptureEvent::Kind kind, std::optional<double> time, std:
     event.text = std::move(text);
     event.state = state;
     event.line = line_;
+    if (sink_) sink_(event);
 }
 
 Result<Capture> StraceReader::Finish() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -27,6 +28,12 @@ struct StraceOptions {
 class StraceReader {
   public:
     explicit StraceReader(StraceOptions options = {}) : options_(options) {}
+
+    // Has each event handed to `sink` too, the moment its call is complete: a read or a write
+    // when its result is in, a message of several partial writes with its last one.
+    void SetSink(std::function<void(const CaptureEvent&)> sink) { sink_ = std::move(sink); }
+    // The Unix time of the capture's time 0, once a `-ttt` time stamp told it.
+    std::optional<double> epoch() const { return capture_.epoch; }
 
     // Reads the next line of the capture; an error names the line and what to do.
     android::base::Result<void> Line(std::string_view line);
@@ -65,6 +72,7 @@ class StraceReader {
     double day_offset_ = 0;  // for `-t` and `-tt` captures that pass midnight
     std::string last_note_;
     Capture capture_;
+    std::function<void(const CaptureEvent&)> sink_;
 };
 
 }  // namespace tarvo_emu

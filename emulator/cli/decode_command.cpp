@@ -1,6 +1,9 @@
 #include "cli/decode_command.h"
 
+#include <fcntl.h>
+#include <signal.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <fstream>
@@ -9,7 +12,9 @@
 
 #include <android-base/file.h>
 #include <android-base/result.h>
+#include <android-base/unique_fd.h>
 
+#include "capture/capture_follower.h"
 #include "capture/capture_reader.h"
 #include "capture/capture_scenario.h"
 #include "capture/pcapng_writer.h"
@@ -18,6 +23,84 @@
 using android::base::Result;
 
 namespace tarvo_emu {
+
+namespace {
+
+// Set while a capture is followed, for Ctrl-C to end it.
+CaptureFollower* following = nullptr;
+
+void OnInterrupt(int /*signal_number*/) { following->Stop(); }
+
+// Writes the scenario of a capture read whole; returns the exit status.
+int WriteScenario(const DecodeOptions& options, const Capture& capture) {
+    const std::string& file = options.file;
+    if (!options.scenario.empty() &&
+        !android::base::WriteStringToFile(
+            CaptureScenarioText(capture, file.empty() ? "standard input" : file),
+            options.scenario)) {
+        std::cerr << "tarvo-emu decode: cannot write " << options.scenario << ": "
+                  << strerror(errno) << "\n";
+        return 1;
+    }
+    return 0;
+}
+
+// Prints (and writes to --pcapng) each message as soon as its call is complete, until the end of
+// the input or Ctrl-C, then writes the scenario.
+int Follow(const DecodeOptions& options) {
+    const std::string source = options.file.empty() ? "<stdin>" : options.file;
+    android::base::unique_fd opened;
+    if (!options.file.empty()) {
+        opened.reset(open(options.file.c_str(), O_RDONLY | O_CLOEXEC));
+        if (opened.get() < 0) {
+            std::cerr << "tarvo-emu decode: cannot read " << source << ": " << strerror(errno)
+                      << "\n";
+            return 1;
+        }
+    }
+    std::unique_ptr<PcapngWriter> pcapng;
+    if (!options.pcapng.empty()) {
+        Result<std::unique_ptr<PcapngWriter>> writer = PcapngWriter::Open(options.pcapng);
+        if (!writer.ok()) {
+            std::cerr << "tarvo-emu decode: " << writer.error().message() << "\n";
+            return 1;
+        }
+        pcapng = std::move(*writer);
+    }
+    StraceOptions strace;
+    strace.ipc_fd = options.fd;
+    Result<std::unique_ptr<CaptureFollower>> follower = CaptureFollower::Create(
+        strace, [&options, &pcapng](const CaptureEvent& event, double unix_time) {
+            PrintEvent(event, std::cout, options.full);
+            std::cout.flush();
+            if (pcapng) WriteEvent(pcapng.get(), event, unix_time);
+        });
+    if (!follower.ok()) {
+        std::cerr << "tarvo-emu decode: " << follower.error().message() << "\n";
+        return 1;
+    }
+    following = follower->get();
+    struct sigaction action = {};
+    action.sa_handler = OnInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    Result<Capture> capture = (*follower)->Follow(opened.get() < 0 ? STDIN_FILENO : opened.get());
+    signal(SIGINT, SIG_DFL);
+    following = nullptr;
+    if (pcapng) {
+        if (Result<void> closed = pcapng->Close(); !closed.ok()) {
+            std::cerr << "tarvo-emu decode: " << closed.error().message() << "\n";
+            return 1;
+        }
+    }
+    if (!capture.ok()) {
+        std::cerr << "tarvo-emu decode: " << source << ": " << capture.error().message() << "\n";
+        return 1;
+    }
+    return WriteScenario(options, *capture);
+}
+
+}  // namespace
 
 CLI::App* AddDecodeCommand(CLI::App& app, DecodeOptions* options) {
     CLI::App* decode = app.add_subcommand(
@@ -39,6 +122,11 @@ CLI::App* AddDecodeCommand(CLI::App& app, DecodeOptions* options) {
         ->type_name("FD");
     decode->add_flag("--full", options->full,
                      "show every payload whole, not by its start and size");
+    decode->add_flag("--follow", options->follow,
+                     "print each message (and write it to --pcapng) as soon as its strace call "
+                     "is complete, from a pipe (`adb shell strace ... | tarvo-emu decode "
+                     "--follow`) or a file that grows (as `tail -f`), until the end of the input "
+                     "or Ctrl-C; the --scenario is written then");
     decode
         ->add_option("--pcapng", options->pcapng,
                      "write the capture to OUT as pcapng for Wireshark (see `tarvo-emu "
@@ -52,6 +140,7 @@ CLI::App* AddDecodeCommand(CLI::App& app, DecodeOptions* options) {
 }
 
 int RunDecode(const DecodeOptions& options) {
+    if (options.follow) return Follow(options);
     const std::string& file = options.file;
     std::ifstream stream;
     if (!file.empty()) {
@@ -81,15 +170,7 @@ int RunDecode(const DecodeOptions& options) {
                   << kWiresharkProfileName << "` writes:\n  wireshark -C " << kWiresharkProfileName
                   << " " << options.pcapng << "\n";
     }
-    if (!options.scenario.empty() &&
-        !android::base::WriteStringToFile(
-            CaptureScenarioText(*capture, file.empty() ? "standard input" : file),
-            options.scenario)) {
-        std::cerr << "tarvo-emu decode: cannot write " << options.scenario << ": "
-                  << strerror(errno) << "\n";
-        return 1;
-    }
-    return 0;
+    return WriteScenario(options, *capture);
 }
 
 }  // namespace tarvo_emu

@@ -12,6 +12,7 @@ struct DecodeOptions {
     std::string file;  // the capture; standard input when empty
     std::optional<int> fd;
     bool full = false;
+    bool follow = false;   // each message as soon as its call is complete
     std::string pcapng;    // none when empty
     std::string scenario;  // none when empty
 };

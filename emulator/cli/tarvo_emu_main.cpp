@@ -21,13 +21,15 @@
 #include <CLI/CLI.hpp>
 
 #include "capture/pcapng_recorder.h"
-#include "capture/wireshark_profile.h"
 #include "cli/command_formatter.h"
 #include "cli/console.h"
 #include "cli/decode_command.h"
+#include "cli/extcap_command.h"
 #include "cli/output_path.h"
 #include "cli/soak_command.h"
 #include "cli/tput_command.h"
+#include "cli/wireshark_install_command.h"
+#include "cli/wireshark_profile_command.h"
 #include "process/signal_cleanup.h"
 #include "rig/rig.h"
 #include "scenario/scenario_player.h"
@@ -74,6 +76,8 @@ struct CommandLine {
     tarvo_emu::TputCommandOptions tput;
     tarvo_emu::DecodeOptions decode;
     std::string profile_dir;
+    tarvo_emu::WiresharkInstallOptions install;
+    tarvo_emu::ExtcapOptions extcap;
 };
 
 CLI::App* AddRun(CLI::App& app, CommandLine& line) {
@@ -233,34 +237,6 @@ CLI::App* AddTput(CLI::App& app, CommandLine& line) {
     return tput;
 }
 
-CLI::App* AddWiresharkProfile(CLI::App& app, CommandLine& line) {
-    CLI::App* profile = app.add_subcommand(
-        "wireshark-profile",
-        fmt::format(
-            "Writes a Wireshark configuration profile into DIR that decodes the pcapng files of\n"
-            "`decode --pcapng`, `run --pcapng` and `console --pcapng`: a copy of the message\n"
-            "schema, the protobuf search path pointing at it, UDP ports 40001-40002 (the modem "
-            "and\n"
-            "the daemon) as TarvoMessage, every field filterable (pbf.tarvo_message.TarvoMessage.\n"
-            "token), the ends named modem and tarvo. Kept as\n"
-            "~/.config/wireshark/profiles/{0}, it is chosen with `wireshark -C {0} FILE` or\n"
-            "`tshark -C {0} -r FILE -V -O protobuf`; as DIR of its own, with\n"
-            "`WIRESHARK_CONFIG_DIR=DIR wireshark FILE`. Write it again after moving it.",
-            tarvo_emu::kWiresharkProfileName));
-    profile->add_option("DIR", line.profile_dir, "the profile's folder, made when missing")
-        ->required()
-        ->type_name("");
-    return profile;
-}
-
-int WiresharkProfile(const CommandLine& line) {
-    if (Result<void> written = tarvo_emu::WriteWiresharkProfile(line.profile_dir); !written.ok()) {
-        fmt::print(stderr, "tarvo-emu wireshark-profile: {}\n", written.error().message());
-        return 1;
-    }
-    return 0;
-}
-
 // Says what was wrong with the command line and where to read how it goes.
 int UsageError(const CLI::App* command, const std::string& why) {
     fmt::print(stderr, "tarvo-emu {}: {}\nSee: tarvo-emu {} --help\n", command->get_name(), why,
@@ -385,9 +361,11 @@ int main(int argc, char** argv) {
     CLI::App* const decode = tarvo_emu::AddDecodeCommand(app, &line.decode);
     tarvo_emu::SoakOptions soak_options;
     CLI::App* const soak = tarvo_emu::AddSoakCommand(app, &soak_options);
-    CLI::App* const profile = AddWiresharkProfile(app, line);
+    CLI::App* const profile = tarvo_emu::AddWiresharkProfileCommand(app, &line.profile_dir);
+    CLI::App* const install = tarvo_emu::AddWiresharkInstallCommand(app, &line.install);
+    CLI::App* const extcap = tarvo_emu::AddExtcapCommand(app, &line.extcap);
     CLI::App* const help = app.add_subcommand("help")->group("");
-    for (CLI::App* command : {run, console, exec, tput, decode, soak, profile}) {
+    for (CLI::App* command : {run, console, exec, tput, decode, soak, profile, install, extcap}) {
         command->allow_extras()->footer(kExitStatuses);
     }
 
@@ -418,13 +396,15 @@ int main(int argc, char** argv) {
         return asked ? 0 : kUsageError;
     }
     CLI::App* const command = given.front();
+    if (command == extcap) return tarvo_emu::RunExtcapCommand(line.extcap);  // any extras
     if (const std::vector<std::string> extra = Unexpected(command); !extra.empty()) {
         return ExtraArgumentError(command, extra.front());
     }
     if (command == exec && line.command.empty()) return UsageError(exec, "no command after --");
     // Reads a file and runs nothing, so it needs neither root nor the rig.
     if (command == decode) return tarvo_emu::RunDecode(line.decode);
-    if (command == profile) return WiresharkProfile(line);
+    if (command == profile) return tarvo_emu::RunWiresharkProfileCommand(line.profile_dir);
+    if (command == install) return tarvo_emu::RunWiresharkInstallCommand(line.install);
 
     if (geteuid() != 0) {
         fmt::print(stderr,
