@@ -27,6 +27,8 @@ constexpr char kStrace[] =
 // From the daemon's start, the nodes are not open yet: their openat names them.
 constexpr char kStraceFromStart[] =
     "strace -f -ttt -y -xx -s 70000 -e trace=read,write,ioctl,openat -o /proc/self/fd/1";
+// How strace starts its lines about attaching to and detaching from the daemon's threads.
+constexpr char kStraceProgress[] = "strace: Process ";
 constexpr std::chrono::hours kForever{24 * 365};
 constexpr std::chrono::seconds kAdbDevicesTimeout{10};
 
@@ -149,12 +151,16 @@ Result<std::unique_ptr<LiveDevice>> LiveDevice::Start(
     std::unique_ptr<LiveDevice> live(new LiveDevice(std::move(*writer), std::move(on_error_line)));
     LiveDevice* self = live.get();
     Result<std::unique_ptr<ChildProcess>> started = ChildProcess::Start(
-        {kShell, "-c", command},
-        {.env = Environment(),
-         .on_line = [self](const std::string& line) { self->Line(line); },
-         .on_error_line = [self](const std::string& line) { self->on_error_line_(line); },
-         .separate_stderr = true,
-         .keep_output = false});
+        {kShell, "-c", command}, {.env = Environment(),
+                                  .on_line = [self](const std::string& line) { self->Line(line); },
+                                  .on_error_line =
+                                      [self](const std::string& line) {
+                                          // strace's news of the threads it follows is no error.
+                                          if (!android::base::StartsWith(line, kStraceProgress))
+                                              self->on_error_line_(line);
+                                      },
+                                  .separate_stderr = true,
+                                  .keep_output = false});
     if (!started.ok()) return started.error();
     live->command_ = std::move(*started);
     live->group_ = live->command_->pid();

@@ -17,10 +17,12 @@ export HOME="$work/home" TMPDIR="$work/tmp"
 grep -q "/.config/wireshark/extcap/" "$work/install.out"
 grep -q "/.local/lib/wireshark/extcap/" "$work/install.out"
 tshark -D 2>/dev/null >"$work/interfaces"
-if ! grep -q '^[0-9]*\. tarvo-rig ' "$work/interfaces"; then
-    printf 'tshark -D does not list tarvo-rig:\n%s\n' "$(cat "$work/interfaces")" >&2
-    exit 1
-fi
+for interface in tarvo-rig tarvo-device; do
+    if ! grep -q "^[0-9]*\. $interface " "$work/interfaces"; then
+        printf 'tshark -D does not list %s:\n%s\n' "$interface" "$(cat "$work/interfaces")" >&2
+        exit 1
+    fi
+done
 
 tshark -i tarvo-rig -o "extcap.tarvo_rig.scenario:$source/tests/scenarios/first.textproto" \
     -o extcap.tarvo_rig.client:-m -a duration:8 -w "$work/live.pcapng" 2>"$work/tshark.err"
