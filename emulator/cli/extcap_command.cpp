@@ -222,8 +222,10 @@ CLI::App* AddExtcapCommand(CLI::App& app, ExtcapOptions* options) {
         "Wireshark's live capture interfaces, called by Wireshark through the launcher that\n"
         "`tarvo-emu wireshark-install` writes: tarvo-rig plays a scenario in the rig and\n"
         "streams the session as `run --pcapng` writes it, then keeps the daemon running until\n"
-        "the capture stops. Headless: `tshark -i tarvo-rig -o extcap.tarvo_rig.scenario:FILE\n"
-        "-a duration:N -w OUT.pcapng`.");
+        "the capture stops; tarvo-device runs strace on a phone's daemon over adb (or a device\n"
+        "command of its own) and streams each message as soon as its call is complete.\n"
+        "Headless: `tshark -i tarvo-rig -o extcap.tarvo_rig.scenario:FILE -a duration:N -w\n"
+        "OUT.pcapng`, `tshark -i tarvo-device -o extcap.tarvo_device.serial:SERIAL ...`.");
     extcap->add_flag("--extcap-interfaces", options->interfaces, "list the interfaces");
     extcap->add_option("--extcap-version", options->version, "Wireshark's version")->type_name("V");
     extcap->add_option("--extcap-interface", options->interface, "the interface asked about")
