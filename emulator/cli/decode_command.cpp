@@ -9,15 +9,18 @@
 #include <fstream>
 #include <iostream>
 #include <optional>
+#include <sstream>
 
 #include <android-base/file.h>
 #include <android-base/result.h>
+#include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
 #include "capture/capture_follower.h"
 #include "capture/capture_reader.h"
 #include "capture/capture_scenario.h"
 #include "capture/pcapng_writer.h"
+#include "capture/strace_files.h"
 #include "capture/wireshark_profile.h"
 
 using android::base::Result;
@@ -31,13 +34,18 @@ CaptureFollower* following = nullptr;
 
 void OnInterrupt(int /*signal_number*/) { following->Stop(); }
 
+// What the capture is read from, as messages name it.
+std::string Source(const DecodeOptions& options) {
+    if (options.files.empty()) return "standard input";
+    if (options.files.size() == 1) return options.files.front();
+    return android::base::Join(options.files, ", ");
+}
+
 // Writes the scenario of a capture read whole; returns the exit status.
 int WriteScenario(const DecodeOptions& options, const Capture& capture) {
-    const std::string& file = options.file;
     if (!options.scenario.empty() &&
-        !android::base::WriteStringToFile(
-            CaptureScenarioText(capture, file.empty() ? "standard input" : file),
-            options.scenario)) {
+        !android::base::WriteStringToFile(CaptureScenarioText(capture, Source(options)),
+                                          options.scenario)) {
         std::cerr << "tarvo-emu decode: cannot write " << options.scenario << ": "
                   << strerror(errno) << "\n";
         return 1;
@@ -48,10 +56,14 @@ int WriteScenario(const DecodeOptions& options, const Capture& capture) {
 // Prints (and writes to --pcapng) each message as soon as its call is complete, until the end of
 // the input or Ctrl-C, then writes the scenario.
 int Follow(const DecodeOptions& options) {
-    const std::string source = options.file.empty() ? "<stdin>" : options.file;
+    const std::string source = Source(options);
+    if (options.files.size() > 1) {
+        std::cerr << "tarvo-emu decode: --follow reads one capture, not " << source << "\n";
+        return 1;
+    }
     android::base::unique_fd opened;
-    if (!options.file.empty()) {
-        opened.reset(open(options.file.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!options.files.empty()) {
+        opened.reset(open(source.c_str(), O_RDONLY | O_CLOEXEC));
         if (opened.get() < 0) {
             std::cerr << "tarvo-emu decode: cannot read " << source << ": " << strerror(errno)
                       << "\n";
@@ -113,7 +125,10 @@ CLI::App* AddDecodeCommand(CLI::App& app, DecodeOptions* options) {
         "plain hex, one message a line. On a device:\n"
         "  strace -f -ttt -y -xx -s 70000 -e trace=read,write,ioctl -P /dev/oem_ipc1 "
         "-P /dev/umts_boot0 -o /data/local/tmp/tarvo.strace -p $(pidof tarvo)");
-    decode->add_option("FILE", options->file, "the capture; standard input when not given")
+    decode
+        ->add_option("FILE", options->files,
+                     "the capture; standard input when not given. The files of `strace -ff -o "
+                     "PREFIX` (PREFIX.PID each) are given together, and merged by their times")
         ->type_name("");
     decode
         ->add_option("--fd", options->fd,
@@ -141,21 +156,32 @@ CLI::App* AddDecodeCommand(CLI::App& app, DecodeOptions* options) {
 
 int RunDecode(const DecodeOptions& options) {
     if (options.follow) return Follow(options);
-    const std::string& file = options.file;
+    const std::string source = Source(options);
     std::ifstream stream;
-    if (!file.empty()) {
-        stream.open(file);
+    std::istringstream merged;
+    if (options.files.size() == 1) {
+        stream.open(source);
         if (!stream) {
-            std::cerr << "tarvo-emu decode: cannot read " << file << ": " << strerror(errno)
+            std::cerr << "tarvo-emu decode: cannot read " << source << ": " << strerror(errno)
                       << "\n";
             return 1;
         }
+    } else if (options.files.size() > 1) {
+        Result<std::string> lines = MergeStraceFiles(options.files);
+        if (!lines.ok()) {
+            std::cerr << "tarvo-emu decode: " << lines.error().message() << "\n";
+            return 1;
+        }
+        merged.str(*lines);
     }
     StraceOptions strace;
     strace.ipc_fd = options.fd;
-    Result<Capture> capture = ReadCapture(file.empty() ? std::cin : stream, strace);
+    std::istream* in = &std::cin;
+    if (options.files.size() == 1) in = &stream;
+    if (options.files.size() > 1) in = &merged;
+    Result<Capture> capture = ReadCapture(*in, strace);
     if (!capture.ok()) {
-        std::cerr << "tarvo-emu decode: " << (file.empty() ? "<stdin>" : file) << ": "
+        std::cerr << "tarvo-emu decode: " << (options.files.empty() ? "<stdin>" : source) << ": "
                   << capture.error().message() << "\n";
         return 1;
     }
