@@ -1,7 +1,11 @@
 #pragma once
 
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <android-base/result.h>
 #include <android-base/unique_fd.h>

@@ -120,9 +120,10 @@ CLI::App* AddDecodeCommand(CLI::App& app, DecodeOptions* options) {
         "Reads a capture of the daemon's IPC node and prints it as the transcript shows a "
         "session: every message both ways in text format (bytes that do not parse as bytes), "
         "and between them read errors, end of file, signals and the boot node's states.\n"
-        "The capture is strace's output (any of -t/-tt/-ttt, -xx/-x/neither, -o or standard "
-        "error, with -f), the whole transcript that `tarvo-emu run --transcript OUT` writes, or "
-        "plain hex, one message a line. On a device:\n"
+        "The capture is strace's output (any of -t/-tt/-ttt, -xx/-x/neither, -X, -o or "
+        "standard error, with -f, the hex dumps of -e read=all -e write=all, the files of -ff -o "
+        "PREFIX given together), the whole transcript that `tarvo-emu run --transcript OUT` "
+        "writes, or plain hex, one message a line. On a device:\n"
         "  strace -f -ttt -y -xx -s 70000 -e trace=read,write,ioctl -P /dev/oem_ipc1 "
         "-P /dev/umts_boot0 -o /data/local/tmp/tarvo.strace -p $(pidof tarvo)");
     decode
