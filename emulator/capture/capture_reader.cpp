@@ -32,11 +32,13 @@ Result<Capture> ReadCapture(std::istream& in, const StraceOptions& options) {
     return ReadAll(StraceReader(options), in, first);
 }
 
+void PrintEvent(const CaptureEvent& event, std::ostream& out, bool full) {
+    const auto [label, text] = DescribeEvent(event, full);
+    out << LinePrefix(event.time, label) << text << '\n';
+}
+
 void PrintCapture(const Capture& capture, std::ostream& out, bool full) {
-    for (const CaptureEvent& event : capture.events) {
-        const auto [label, text] = DescribeEvent(event, full);
-        out << LinePrefix(event.time, label) << text << '\n';
-    }
+    for (const CaptureEvent& event : capture.events) PrintEvent(event, out, full);
     out.flush();
 }
 

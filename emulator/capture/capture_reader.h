@@ -18,5 +18,7 @@ android::base::Result<Capture> ReadCapture(std::istream& in, const StraceOptions
 // format (or its bytes, when they do not parse), and the events between messages. With `full`
 // every payload is shown whole.
 void PrintCapture(const Capture& capture, std::ostream& out, bool full);
+// Prints one event of a capture as PrintCapture does, unflushed.
+void PrintEvent(const CaptureEvent& event, std::ostream& out, bool full);
 
 }  // namespace tarvo_emu

@@ -40,4 +40,11 @@ void PcapngRecorder::OnFault(Fault fault) {
 
 void PcapngRecorder::OnLog(const LogLine& line) { writer_->Log(line, Now()); }
 
+void PcapngRecorder::OnNote(const std::string& text) {
+    CaptureEvent event;
+    event.kind = CaptureEvent::Kind::kNote;
+    event.text = text;
+    WriteEvent(writer_.get(), event, Now());
+}
+
 }  // namespace tarvo_emu

@@ -29,6 +29,8 @@ class PcapngRecorder : public IpcObserver {
     void OnWrite(std::string_view bytes) override;
     void OnFault(Fault fault) override;
     void OnLog(const LogLine& line);
+    // A line of the rig's own (a step that failed) in the same timeline.
+    void OnNote(const std::string& text);
     // Once the rig is gone; an error when anything could not be written.
     android::base::Result<void> Close() { return writer_->Close(); }
 

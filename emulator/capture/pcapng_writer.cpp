@@ -41,6 +41,11 @@ constexpr uint16_t kTagSourcePort = 25;
 constexpr uint16_t kTagDestinationPort = 26;
 constexpr uint32_t kPortTypeUdp = 3;
 
+// How the rig's own lines (states, signals, notes) are shown among the daemon's: info, tagged as
+// the command.
+constexpr int kNotePriority = 4;
+constexpr char kNoteTag[] = "tarvo-emu";
+
 // Loopback addresses that stand for the two ends; nothing is sent to them.
 constexpr uint8_t kModemAddress[4] = {127, 0, 0, 1};
 constexpr uint8_t kDaemonAddress[4] = {127, 0, 0, 2};
@@ -178,6 +183,8 @@ void PcapngWriter::Block(uint32_t type, const std::string& body) {
     block += body;
     Put32(&block, length);
     fwrite(block.data(), 1, block.size(), file_);
+    // Whole blocks at once: a live reader (Wireshark on a fifo) sees each packet as it happens.
+    fflush(file_);
 }
 
 Result<void> PcapngWriter::Close() {
@@ -189,40 +196,43 @@ Result<void> PcapngWriter::Close() {
     return {};
 }
 
+void WriteEvent(PcapngWriter* writer, const CaptureEvent& event, double time) {
+    using Kind = CaptureEvent::Kind;
+    switch (event.kind) {
+        case Kind::kToDaemon:
+        case Kind::kFromDaemon:
+            writer->Message(event.kind == Kind::kToDaemon, event.bytes, time);
+            break;
+        case Kind::kFault:
+            writer->Message(event.fault != Fault::kWriteError, {}, time,
+                            DescribeEvent(event, false).second);
+            break;
+        case Kind::kLog:
+            writer->Log(event.log, time);
+            break;
+        case Kind::kModemState:
+        case Kind::kSignal:
+        case Kind::kNote: {
+            // Shown in the timeline as the rig's own line.
+            LogLine line;
+            line.priority = kNotePriority;
+            line.tag = kNoteTag;
+            line.text = DescribeEvent(event, false).second;
+            writer->Log(line, time);
+            break;
+        }
+    }
+}
+
 Result<void> WritePcapng(const Capture& capture, const std::string& path) {
     Result<std::unique_ptr<PcapngWriter>> writer = PcapngWriter::Open(path);
     if (!writer.ok()) return writer.error();
     const double epoch = capture.epoch.value_or(0);
     double last = 0;
-    using Kind = CaptureEvent::Kind;
     for (const CaptureEvent& event : capture.events) {
         // Events of a capture without times keep their order a microsecond apart.
         last = event.time ? *event.time : last + 1e-6;
-        const double time = epoch + last;
-        switch (event.kind) {
-            case Kind::kToDaemon:
-            case Kind::kFromDaemon:
-                (*writer)->Message(event.kind == Kind::kToDaemon, event.bytes, time);
-                break;
-            case Kind::kFault:
-                (*writer)->Message(event.fault != Fault::kWriteError, {}, time,
-                                   DescribeEvent(event, false).second);
-                break;
-            case Kind::kLog:
-                (*writer)->Log(event.log, time);
-                break;
-            case Kind::kModemState:
-            case Kind::kSignal:
-            case Kind::kNote: {
-                // Shown in the timeline as the rig's own line.
-                LogLine line;
-                line.priority = 4;
-                line.tag = "tarvo-emu";
-                line.text = DescribeEvent(event, false).second;
-                (*writer)->Log(line, time);
-                break;
-            }
-        }
+        WriteEvent(writer->get(), event, epoch + last);
     }
     return (*writer)->Close();
 }

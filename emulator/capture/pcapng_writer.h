@@ -44,6 +44,10 @@ class PcapngWriter {
     std::string path_;
 };
 
+// Writes one event of a capture at `time` (Unix seconds): a message as a packet, a fault as a
+// packet of no bytes with its comment, anything else as a log line of the rig's own.
+void WriteEvent(PcapngWriter* writer, const CaptureEvent& event, double time);
+
 // Writes a whole capture; times without a date start at the Unix epoch.
 android::base::Result<void> WritePcapng(const Capture& capture, const std::string& path);
 

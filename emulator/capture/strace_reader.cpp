@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <string.h>
 
+#include <cinttypes>
 #include <vector>
 
 #include <android-base/parseint.h>
@@ -109,6 +110,9 @@ int SignalNumber(std::string_view name) {
 Result<void> StraceReader::Line(std::string_view line) {
     ++line_;
     std::string_view rest = TrimView(line);
+    if (cut_) return DumpLine(rest);
+    // The dump of a buffer that strace showed whole.
+    if (std::string ignored; AppendStraceDumpRow(rest, &ignored)) return {};
     if (rest.empty() || android::base::StartsWith(rest, "strace: ")) return {};
     int pid = 0;
     if (android::base::StartsWith(rest, "[pid ")) {
@@ -238,7 +242,29 @@ StraceReader::Node StraceReader::NodeOf(int fd) const {
     return it == nodes_.end() ? Node::kOther : it->second;
 }
 
+Result<void> StraceReader::DumpLine(std::string_view line) {
+    if (!AppendStraceDumpRow(line, &cut_->bytes)) {
+        // No dump follows the cut buffer: the cut stands.
+        const std::string error = cut_->error;
+        cut_.reset();
+        return Error() << error;
+    }
+    if (cut_->bytes.size() < cut_->size) return {};
+    Cut cut = std::move(*cut_);
+    cut_.reset();
+    dumped_ = std::move(cut.bytes);
+    const Result<void> called = Call(cut.call, cut.time);
+    dumped_.reset();
+    return called;
+}
+
+Result<void> StraceReader::Wait(size_t size, std::optional<double> time, std::string error) {
+    cut_ = Cut{std::string(call_), time, size, {}, std::move(error)};
+    return {};
+}
+
 Result<void> StraceReader::Call(std::string_view text, std::optional<double> time) {
+    call_ = text;
     const size_t open = text.find('(');
     if (open == std::string_view::npos) {
         return Error() << "line " << line_ << ": not a line of strace's output: \""
@@ -279,7 +305,10 @@ Result<void> StraceReader::Call(std::string_view text, std::optional<double> tim
         return {};
     }
     if (name == "ioctl") {
-        if (args.size() < 2 || !IsStatusIoctl(args[1])) return {};
+        // `-X verbose` gives the number, then the name in a comment.
+        if (args.size() < 2 || !IsStatusIoctl(TrimView(args[1].substr(0, args[1].find("/*"))))) {
+            return {};
+        }
         if (NodeOf(*fd) == Node::kOther) nodes_[*fd] = Node::kBoot;
         int state = 0;
         if (!android::base::ParseInt(std::string(TakeWord(&result)), &state)) return {};
@@ -307,21 +336,25 @@ Result<void> StraceReader::Read(int /*fd*/, const std::vector<std::string_view>&
         return Error() << "line " << line_ << ": read returned \"" << number << "\"";
     }
     if (count < 0) {
-        Add(CaptureEvent::Kind::kFault, time, {}, std::string(TakeWord(&result))).fault =
-            Fault::kReadError;
+        Add(CaptureEvent::Kind::kFault, time, {}, std::string(TakeWord(&result)), 0,
+            Fault::kReadError);
         return {};
     }
     if (count == 0) {
-        Add(CaptureEvent::Kind::kFault, time).fault = Fault::kEndOfFile;
+        Add(CaptureEvent::Kind::kFault, time, {}, {}, 0, Fault::kEndOfFile);
         return {};
     }
     if (args.size() < 2) return Error() << "line " << line_ << ": read without its buffer";
     size_t end = 0;
-    Result<std::string> bytes = UnquoteStraceString(args[1], &end);
+    Result<std::string> bytes =
+        dumped_ ? Result<std::string>(*dumped_) : UnquoteStraceString(args[1], &end);
     if (!bytes.ok()) return Error() << "line " << line_ << ": " << bytes.error().message();
-    if (end < args[1].size() || bytes->size() != static_cast<size_t>(count)) {
-        return Error() << "line " << line_ << ": strace's -s cut the read's " << count
-                       << " bytes after " << bytes->size() << "; " << kCutAdvice;
+    if (!dumped_ && (end < args[1].size() || bytes->size() != static_cast<size_t>(count))) {
+        // The hex dump that may follow holds every byte.
+        return Wait(count, time,
+                    android::base::StringPrintf("line %zu: strace's -s cut the read's %" PRId64
+                                                " bytes after %zu; %s",
+                                                line_, count, bytes->size(), kCutAdvice));
     }
     Add(CaptureEvent::Kind::kToDaemon, time, std::move(*bytes));
     return {};
@@ -336,8 +369,8 @@ Result<void> StraceReader::Write(int fd, const std::vector<std::string_view>& ar
     }
     if (written < 0) {
         partial_.erase(fd);
-        Add(CaptureEvent::Kind::kFault, time, {}, std::string(TakeWord(&result))).fault =
-            Fault::kWriteError;
+        Add(CaptureEvent::Kind::kFault, time, {}, std::string(TakeWord(&result)), 0,
+            Fault::kWriteError);
         return {};
     }
     int64_t count = 0;
@@ -345,11 +378,15 @@ Result<void> StraceReader::Write(int fd, const std::vector<std::string_view>& ar
         return Error() << "line " << line_ << ": write without its buffer and count";
     }
     size_t end = 0;
-    Result<std::string> bytes = UnquoteStraceString(args[1], &end);
+    Result<std::string> bytes =
+        dumped_ ? Result<std::string>(*dumped_) : UnquoteStraceString(args[1], &end);
     if (!bytes.ok()) return Error() << "line " << line_ << ": " << bytes.error().message();
-    if (end < args[1].size() || bytes->size() < static_cast<size_t>(written)) {
-        return Error() << "line " << line_ << ": strace's -s cut the write's " << count
-                       << " bytes after " << bytes->size() << "; " << kCutAdvice;
+    if (!dumped_ && (end < args[1].size() || bytes->size() < static_cast<size_t>(written))) {
+        // The hex dump that may follow holds every byte.
+        return Wait(written, time,
+                    android::base::StringPrintf("line %zu: strace's -s cut the write's %" PRId64
+                                                " bytes after %zu; %s",
+                                                line_, count, bytes->size(), kCutAdvice));
     }
     if (partial_.count(fd) == 0) {
         if (written == count) {
@@ -367,19 +404,21 @@ Result<void> StraceReader::Write(int fd, const std::vector<std::string_view>& ar
     return {};
 }
 
-CaptureEvent& StraceReader::Add(CaptureEvent::Kind kind, std::optional<double> time,
-                                std::string bytes, std::string text, int state) {
+void StraceReader::Add(CaptureEvent::Kind kind, std::optional<double> time, std::string bytes,
+                       std::string text, int state, Fault fault) {
     CaptureEvent& event = capture_.events.emplace_back();
     event.kind = kind;
     event.time = time;
     event.bytes = std::move(bytes);
     event.text = std::move(text);
     event.state = state;
+    event.fault = fault;
     event.line = line_;
-    return event;
+    if (sink_) sink_(event);
 }
 
 Result<Capture> StraceReader::Finish() {
+    if (cut_) return Error() << cut_->error;
     for (const auto& [fd, partial] : partial_) {
         Add(CaptureEvent::Kind::kNote, partial_time_[fd], {},
             android::base::StringPrintf("tarvo > modem: a message cut off after %zu bytes",

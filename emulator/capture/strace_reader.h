@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -23,10 +24,17 @@ struct StraceOptions {
 // `-xx`, `-x` or neither, calls split into `<unfinished ...>` and `<... resumed>` (paired by
 // thread), errors, interrupted calls, partial writes (joined into the message they belong to).
 // A descriptor is known by its `-y` path, by the open that returned it, by the status ioctl
-// (the boot node), or by `StraceOptions::ipc_fd`.
+// (the boot node), or by `StraceOptions::ipc_fd`. A buffer that `-s` cut is read from the hex dump
+// that `-e read=FD` and `-e write=FD` print after the call, which holds every byte.
 class StraceReader {
   public:
     explicit StraceReader(StraceOptions options = {}) : options_(options) {}
+
+    // Has each event handed to `sink` too, the moment its call is complete: a read or a write
+    // when its result is in, a message of several partial writes with its last one.
+    void SetSink(std::function<void(const CaptureEvent&)> sink) { sink_ = std::move(sink); }
+    // The Unix time of the capture's time 0, once a `-ttt` time stamp told it.
+    std::optional<double> epoch() const { return capture_.epoch; }
 
     // Reads the next line of the capture; an error names the line and what to do.
     android::base::Result<void> Line(std::string_view line);
@@ -39,14 +47,27 @@ class StraceReader {
         std::string head;  // the call up to `<unfinished ...>`
         std::optional<double> time;
     };
+    // A call whose buffer -s cut, waiting for the hex dump of `-e read=`/`-e write=`.
+    struct Cut {
+        std::string call;
+        std::optional<double> time;
+        size_t size;        // the bytes that the call took
+        std::string bytes;  // those of the dump so far
+        std::string error;  // what is wrong when no dump follows
+    };
 
     android::base::Result<void> Call(std::string_view text, std::optional<double> time);
+    // A line after a cut buffer: a row of its dump, or anything else, which leaves it cut.
+    android::base::Result<void> DumpLine(std::string_view line);
+    // Has the call being read wait for the dump of its `size` bytes.
+    android::base::Result<void> Wait(size_t size, std::optional<double> time, std::string error);
     android::base::Result<void> Read(int fd, const std::vector<std::string_view>& args,
                                      std::string_view result, std::optional<double> time);
     android::base::Result<void> Write(int fd, const std::vector<std::string_view>& args,
                                       std::string_view result, std::optional<double> time);
-    CaptureEvent& Add(CaptureEvent::Kind kind, std::optional<double> time, std::string bytes = {},
-                      std::string text = {}, int state = 0);
+    // Adds an event to the capture and hands it to the sink.
+    void Add(CaptureEvent::Kind kind, std::optional<double> time, std::string bytes = {},
+             std::string text = {}, int state = 0, Fault fault = Fault::kEndOfFile);
     // The descriptor argument `arg` ("5" or "5</dev/oem_ipc1>"), noting the node a path names.
     android::base::Result<int> Descriptor(std::string_view arg);
     Node NodeOf(int fd) const;
@@ -66,6 +87,10 @@ class StraceReader {
     double day_offset_ = 0;  // for `-t` and `-tt` captures that pass midnight
     std::string last_note_;
     Capture capture_;
+    std::function<void(const CaptureEvent&)> sink_;
+    std::string_view call_;              // the call being read
+    std::optional<Cut> cut_;             // a call waiting for its dump
+    std::optional<std::string> dumped_;  // a dump's bytes, for the call that waited for them
 };
 
 }  // namespace tarvo_emu

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 using android::base::Error;
 using android::base::Result;
@@ -9,6 +10,11 @@ using android::base::Result;
 namespace tarvo_emu {
 
 namespace {
+
+// A dump row: "| ", the offset in hex, two spaces, then 16 bytes in hex in two groups of eight
+// (a last row padded with spaces), then the same as text.
+constexpr char kDumpStart[] = "| ";
+constexpr size_t kDumpHexWidth = 16 * 3;
 
 // The value of each character as a hex digit, -1 for a character that is not one.
 constexpr std::array<int8_t, 256> kHexValues = [] {
@@ -79,6 +85,31 @@ Result<std::string> UnquoteStraceString(std::string_view text, size_t* end) {
         p += 2;
     }
     return Error() << "a string without its closing quote";
+}
+
+bool AppendStraceDumpRow(std::string_view line, std::string* bytes) {
+    if (line.substr(0, strlen(kDumpStart)) != kDumpStart) return false;
+    line.remove_prefix(strlen(kDumpStart));
+    const size_t offset_end = line.find("  ");
+    if (offset_end == 0 || offset_end == std::string_view::npos) return false;
+    for (const char c : line.substr(0, offset_end)) {
+        if (kHexValues[static_cast<uint8_t>(c)] < 0) return false;
+    }
+    std::string row;
+    const std::string_view hex = line.substr(offset_end + 2, kDumpHexWidth);
+    for (size_t i = 0; i < hex.size(); ++i) {
+        if (hex[i] == ' ') continue;
+        if (i + 1 >= hex.size() || kHexValues[static_cast<uint8_t>(hex[i])] < 0 ||
+            kHexValues[static_cast<uint8_t>(hex[i + 1])] < 0 ||
+            (i + 2 < hex.size() && hex[i + 2] != ' ')) {
+            return false;
+        }
+        row.push_back(static_cast<char>(kHexValues[static_cast<uint8_t>(hex[i])] * 16 +
+                                        kHexValues[static_cast<uint8_t>(hex[i + 1])]));
+        ++i;
+    }
+    *bytes += row;
+    return true;
 }
 
 }  // namespace tarvo_emu

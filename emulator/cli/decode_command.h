@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -9,9 +10,11 @@ namespace tarvo_emu {
 
 // What `tarvo-emu decode` was given.
 struct DecodeOptions {
-    std::string file;  // the capture; standard input when empty
+    // The capture (several: the files of `strace -ff -o PREFIX`); standard input when none.
+    std::vector<std::string> files;
     std::optional<int> fd;
     bool full = false;
+    bool follow = false;   // each message as soon as its call is complete
     std::string pcapng;    // none when empty
     std::string scenario;  // none when empty
 };

@@ -17,9 +17,11 @@
 #include "cli/console_command.h"
 #include "cli/decode_command.h"
 #include "cli/exec_command.h"
+#include "cli/extcap_command.h"
 #include "cli/run_command.h"
 #include "cli/soak_command.h"
 #include "cli/tput_command.h"
+#include "cli/wireshark_install_command.h"
 #include "cli/wireshark_profile_command.h"
 #include "process/signal_cleanup.h"
 #include "rig/rig.h"
@@ -45,6 +47,8 @@ struct CommandLine {
     tarvo_emu::DecodeOptions decode;
     tarvo_emu::SoakOptions soak;
     std::string profile_dir;
+    tarvo_emu::WiresharkInstallOptions install;
+    tarvo_emu::ExtcapOptions extcap;
 };
 
 // Says what was wrong with the command line and where to read how it goes.
@@ -91,8 +95,10 @@ int main(int argc, char** argv) {
     CLI::App* const decode = tarvo_emu::AddDecodeCommand(app, &line.decode);
     CLI::App* const soak = tarvo_emu::AddSoakCommand(app, &line.soak);
     CLI::App* const profile = tarvo_emu::AddWiresharkProfileCommand(app, &line.profile_dir);
+    CLI::App* const install = tarvo_emu::AddWiresharkInstallCommand(app, &line.install);
+    CLI::App* const extcap = tarvo_emu::AddExtcapCommand(app, &line.extcap);
     CLI::App* const help = app.add_subcommand("help")->group("");
-    for (CLI::App* command : {run, console, exec, tput, decode, soak, profile}) {
+    for (CLI::App* command : {run, console, exec, tput, decode, soak, profile, install, extcap}) {
         command->allow_extras()->footer(kExitStatuses);
     }
 
@@ -123,6 +129,8 @@ int main(int argc, char** argv) {
         return asked ? 0 : kUsageError;
     }
     CLI::App* const command = given.front();
+    // Wireshark's calls carry options of its own that the command takes as they come.
+    if (command == extcap) return tarvo_emu::RunExtcapCommand(line.extcap);
     if (const std::vector<std::string> extra = Unexpected(command); !extra.empty()) {
         return ExtraArgumentError(command, extra.front());
     }
@@ -132,6 +140,7 @@ int main(int argc, char** argv) {
     // Reads a file and runs nothing, so it needs neither root nor the rig.
     if (command == decode) return tarvo_emu::RunDecodeCommand(line.decode);
     if (command == profile) return tarvo_emu::RunWiresharkProfileCommand(line.profile_dir);
+    if (command == install) return tarvo_emu::RunWiresharkInstallCommand(line.install);
 
     if (geteuid() != 0) {
         fmt::print(stderr,

@@ -20,6 +20,13 @@ check strace_t_octal.txt          # -t, octal and C escapes, split write
 check strace_no_y.txt --fd 4      # no -y, no times: the descriptor given
 check strace_before_5.0.txt       # "<... read resumed> " of strace before 5.0
 check strace_partial_write.txt    # a write of 7 bytes, then the rest
+check strace_x_verbose.txt        # -X verbose: "0x6f27 /* _IOC(...) */"
+check strace_hex_dump.txt         # -e read=all -e write=all, -s 32: the bytes in the dump rows
+# -ff -o PREFIX (with -e read=all -e write=all): a file per thread, merged by time.
+if ! "$emu" decode "$dir"/strace_ff/tarvo.strace.* --full | diff -u "$dir/expected/strace_ff.txt" -; then
+    echo "FAILED: strace_ff/ decodes differently" >&2
+    failed=1
+fi
 
 # The capture on standard input, with `filter` applied.
 refused() {
