@@ -56,9 +56,18 @@ fi
 
 # Nothing of the rig is left: its temporary trees (and the mounts in them) are gone, and no
 # process runs with one on its command line.
-sleep 1
-if [ -n "$(ls -A "$work/tmp")" ] || grep -q "$work/tmp" /proc/mounts ||
-    grep -lqs "$work/tm[p]" /proc/[0-9]*/cmdline; then
+# tshark does not wait for the extcap to end after stopping it, so the clean-up may still run: it is
+# given up to 30 s, which a loaded machine needs.
+left() {
+    [ -n "$(ls -A "$work/tmp")" ] || grep -q "$work/tmp" /proc/mounts ||
+        grep -lqs "$work/tm[p]" /proc/[0-9]*/cmdline
+}
+tries=0
+while left && [ $tries -lt 300 ]; do
+    sleep 0.1
+    tries=$((tries + 1))
+done
+if left; then
     printf 'left after the capture: %s\n' "$(ls -A "$work/tmp")" >&2
     exit 1
 fi
