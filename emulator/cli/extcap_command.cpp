@@ -62,6 +62,10 @@ void OnStopSignal(int signal_number) {
 
 void TakeOverStopSignals(int write_fd) {
     stop_write_fd = write_fd;
+    // Wireshark stops reading the fifo just before it stops the capture: the last writes fail
+    // instead of ending the process half-way through its clean-up, and the stop signal that
+    // follows ends the capture in order.
+    signal(SIGPIPE, SIG_IGN);
     struct sigaction action = {};
     action.sa_handler = OnStopSignal;
     action.sa_flags = SA_RESTART;
@@ -156,7 +160,8 @@ int CaptureDevice(const ExtcapOptions& options, int stop_fd) {
     live_device = nullptr;
     char stopped = 0;
     const bool asked = read(stop_fd, &stopped, 1) == 1;
-    if (Result<void> closed = (*live)->Close(); !closed.ok()) {
+    // Once Wireshark has stopped the capture, the stream's reader may be gone already.
+    if (Result<void> closed = (*live)->Close(); !closed.ok() && !asked) {
         fmt::print(stderr, "tarvo-device: {}\n", closed.error().message());
         return 1;
     }
@@ -207,10 +212,9 @@ int CaptureRig(const ExtcapOptions& options, android::base::unique_fd stop_read,
     while (poll(&stop, 1, -1) < 0 && errno == EINTR) {
     }
     live_rig = nullptr;
-    if (Result<void> closed = (*live)->Close(); !closed.ok()) {
-        fmt::print(stderr, "tarvo-rig: {}\n", closed.error().message());
-        return 1;
-    }
+    // Wireshark has stopped the capture and its reader of the stream may be gone already: the
+    // rig is taken down whole, and what the last writes met is nobody's concern.
+    (void)(*live)->Close();
     return 0;
 }
 
