@@ -17,7 +17,7 @@ WIRESHARK_CONFIG_DIR="$work/wireshark" tshark -C tarvo -r "$work/largest.pcapng"
     -Y protobuf -T fields -E separator=, -e _ws.col.Source -e _ws.col.Destination \
     -e pbf.tarvo_message.TarvoMessage.type -e pbf.tarvo_message.TarvoMessage.token \
     -e frame.packet_flags_direction -e pbf.tarvo_message.FileWriteRequest.data \
-    >"$work/largest.fields"
+    -e exported_pdu.src_port -e exported_pdu.dst_port >"$work/largest.fields"
 # What the transcript says, field by field, in tshark's terms.
 expected=$(grep -E '  (modem > tarvo|tarvo > modem)  \{' "$work/largest.transcript" | sed -E \
     -e 's/^.*(modem > tarvo|tarvo > modem)  \{ type: ([A-Z]+)( message_id: [0-9]+)? token: ([0-9]+).*/\1\/\2\/\4/' \
@@ -27,6 +27,12 @@ actual=$(cut -d, -f1-5 "$work/largest.fields" | sed -E 's/^([a-z]+,[a-z]+),([0-9
     sed -e 's/,T1,/,REQUEST,/' -e 's/,T2,/,RESPONSE,/')
 if [ "$expected" != "$actual" ]; then
     printf 'tshark read:\n%s\nthe transcript holds:\n%s\n' "$actual" "$expected" >&2
+    exit 1
+fi
+# Each end keeps its port, which the profile decodes by: the modem's 40001, the daemon's 40002.
+ports=$(awk -F, '{ print $1 ">" $2 ":" $(NF - 1) ">" $NF }' "$work/largest.fields" | sort -u | tr '\n' ' ')
+if [ "$ports" != "modem>tarvo:40001>40002 tarvo>modem:40002>40001 " ]; then
+    printf 'the ends and their ports came as: %s\n' "$ports" >&2
     exit 1
 fi
 # The data field of the 65,568-byte message arrived whole: 65,539 bytes "x", in hex.
