@@ -43,7 +43,7 @@ struct CommandLine {
     tarvo_emu::ExecOptions exec;
     tarvo_emu::TputCommandOptions tput;
     tarvo_emu::DecodeOptions decode;
-    tarvo_emu::SoakOptions soak;
+    tarvo_emu::SoakCommandOptions soak;
     std::string profile_dir;
 };
 
@@ -132,6 +132,7 @@ int main(int argc, char** argv) {
     // Reads a file and runs nothing, so it needs neither root nor the rig.
     if (command == decode) return tarvo_emu::RunDecodeCommand(line.decode);
     if (command == profile) return tarvo_emu::RunWiresharkProfileCommand(line.profile_dir);
+    if (command == soak && !line.soak.merge.empty()) return tarvo_emu::RunSoakCommand(line.soak);
 
     if (geteuid() != 0) {
         fmt::print(stderr,
