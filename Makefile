@@ -128,8 +128,9 @@ demo: configure
 tput: build
 	$(BUILD_DIR)/tarvo-emu tput --plot $(BUILD_DIR)/tput.svg --json $(BUILD_DIR)/tput.json
 
-# Random traffic with faults against the daemon, checked against a model, for SOAK_SECONDS with
-# SOAK_SEED (the commit's by default); a divergence is shrunk to build/soak-failure.textproto.
+# Random traffic with faults against the daemon, checked against a model, for SOAK_SECONDS with a
+# seed a core from SOAK_SEED (the commit's by default); a divergence is shrunk to
+# build/soak-failure.seed-N.textproto.
 soak: build
 	$(BUILD_DIR)/tarvo-emu soak --seed $(SOAK_SEED) --duration $(SOAK_SECONDS) \
 		--out $(BUILD_DIR)/soak-failure.textproto

@@ -237,6 +237,7 @@ BenchSettings BenchSettings::Smoke() {
     smoke.soak_early = 120;
     smoke.soak_messages = 600;
     smoke.decode_blocks = 4;
+    smoke.soak_scaling_s = 2;
     return smoke;
 }
 

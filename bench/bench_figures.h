@@ -24,6 +24,7 @@ struct BenchSettings {
     uint64_t soak_early = 10000;
     uint64_t soak_messages = 1000000;
     uint64_t decode_blocks = 256;
+    int soak_scaling_s = 20;
 
     static BenchSettings Smoke();
 };
@@ -37,6 +38,7 @@ Figures LinearityFigures(const BenchSettings& settings);
 Figures DownlinkFigures(const BenchSettings& settings);
 Figures IdleFigures(const BenchSettings& settings);
 Figures SoakFigures(const BenchSettings& settings);
+Figures SoakScalingFigures(const BenchSettings& settings);
 Figures DecodeFigures(const BenchSettings& settings);
 
 }  // namespace tarvo_bench

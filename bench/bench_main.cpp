@@ -35,6 +35,7 @@ const std::vector<Benchmark> kBenchmarks = {
     {"downlink", tarvo_bench::DownlinkFigures},
     {"idle", tarvo_bench::IdleFigures},
     {"soak", tarvo_bench::SoakFigures},
+    {"soak_scaling", tarvo_bench::SoakScalingFigures},
     {"decode", tarvo_bench::DecodeFigures},
 };
 

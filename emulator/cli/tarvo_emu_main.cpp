@@ -45,7 +45,7 @@ struct CommandLine {
     tarvo_emu::ExecOptions exec;
     tarvo_emu::TputCommandOptions tput;
     tarvo_emu::DecodeOptions decode;
-    tarvo_emu::SoakOptions soak;
+    tarvo_emu::SoakCommandOptions soak;
     std::string profile_dir;
     tarvo_emu::WiresharkInstallOptions install;
     tarvo_emu::ExtcapOptions extcap;
@@ -141,6 +141,7 @@ int main(int argc, char** argv) {
     if (command == decode) return tarvo_emu::RunDecodeCommand(line.decode);
     if (command == profile) return tarvo_emu::RunWiresharkProfileCommand(line.profile_dir);
     if (command == install) return tarvo_emu::RunWiresharkInstallCommand(line.install);
+    if (command == soak && !line.soak.merge.empty()) return tarvo_emu::RunSoakCommand(line.soak);
 
     if (geteuid() != 0) {
         fmt::print(stderr,

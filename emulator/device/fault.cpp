@@ -37,6 +37,13 @@ std::optional<Fault> FaultOfText(std::string_view text) {
     return std::nullopt;
 }
 
+std::string_view FaultSoakName(Fault fault) {
+    for (const FaultName& name : kFaultNames) {
+        if (name.fault == fault) return name.soak;
+    }
+    return {};
+}
+
 Result<std::set<Fault>> ParseSoakFaults(const std::string& list) {
     std::set<Fault> faults;
     if (list == "none") return faults;

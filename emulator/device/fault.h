@@ -23,6 +23,8 @@ enum class Fault {
 // How the transcript names a fault: "end of file", "hang-up".
 std::string_view FaultText(Fault fault);
 std::optional<Fault> FaultOfText(std::string_view text);
+// How the soak's list names a fault: "eof", "hangup".
+std::string_view FaultSoakName(Fault fault);
 
 // Parses a comma-separated list of the soak's fault names ("eof,read,write,hangup,offline,
 // restart", "all" or "none"); the error names the first unknown one.

@@ -80,6 +80,10 @@ Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(const std::vector<std:
     if (pid == 0) {
         setpgid(0, 0);
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        // The rig's threads block signals that the program started must receive.
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
         if (getppid() != parent) _exit(127);
         // Every descriptor here is close-on-exec; only the three standard ones are handed on.
         HandOn(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);

@@ -3,6 +3,8 @@
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
 
+#include "device/fault.h"
+#include "process/process_usage.h"
 #include "scenario/scenario_loader.h"
 #include "scenario/scenario_player.h"
 #include "scenario/scenario_text.h"
@@ -34,6 +36,20 @@ bool IsCheck(const Step& step) {
             return true;
         default:
             return false;
+    }
+}
+
+// How --faults names the fault that `step` plays.
+std::string FaultKind(const Step& step) {
+    switch (step.action_case()) {
+        case Step::kFault:
+            return std::string(FaultSoakName(static_cast<Fault>(step.fault())));
+        case Step::kModemState:
+            return std::string(FaultSoakName(Fault::kOffline));
+        case Step::kRestartDaemon:
+            return std::string(FaultSoakName(Fault::kRestart));
+        default:
+            return Step::descriptor()->FindFieldByNumber(step.action_case())->name();
     }
 }
 
@@ -78,7 +94,10 @@ Result<SoakReport> SoakRun::Play(
 
     const auto healthy = [&] {
         Result<void> health = session.rig().CheckHealth();
-        if (health.ok()) return true;
+        if (health.ok()) {
+            NotePeak(session.rig().daemon_pid());
+            return true;
+        }
         divergence = {true, stimuli_.empty() ? 0 : stimuli_.size() - 1, "health",
                       health.error().message()};
         return false;
@@ -90,7 +109,10 @@ Result<SoakReport> SoakRun::Play(
         bool fault = false;
         stimuli_.push_back(traffic.Next(model, &fault));
         ++report_.stimuli;
-        if (fault) ++report_.faults;
+        if (fault) {
+            ++report_.faults;
+            ++report_.fault_kinds[FaultKind(stimuli_.back())];
+        }
         clean =
             play(model.Play(stimuli_.back())) && (report_.stimuli % kHealthEvery != 0 || healthy());
         if (steady_clock::now() >= next_progress) {
@@ -102,6 +124,15 @@ Result<SoakReport> SoakRun::Play(
     tell(true);
     if (!clean) report_.divergence = divergence;
     return report_;
+}
+
+void SoakRun::NotePeak(pid_t daemon) {
+    if (daemon == 0) return;
+    Result<ProcessUsage> usage = ReadProcessUsage(daemon);
+    if (!usage.ok()) return;
+    report_.peak.descriptors = std::max(report_.peak.descriptors, usage->descriptors);
+    report_.peak.threads = std::max(report_.peak.threads, usage->threads);
+    report_.peak.memory_kib = std::max(report_.peak.memory_kib, usage->rss_kib);
 }
 
 Result<SoakScenarioReport> SoakRun::ShrinkAndWrite(

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -12,6 +15,7 @@
 #include <android-base/result.h>
 
 #include "soak/soak_shrinker.h"
+#include "soak/soak_summary.h"
 #include "soak/soak_traffic.h"
 
 namespace tarvo_emu {
@@ -32,8 +36,11 @@ struct SoakOptions {
 struct SoakReport {
     size_t stimuli = 0;
     size_t faults = 0;
+    // The faults by kind, as --faults names them.
+    std::map<std::string, size_t> fault_kinds;
     size_t checks = 0;
     double seconds = 0;
+    SoakPeak peak;
     std::optional<SoakOutcome> divergence;
 };
 
@@ -70,6 +77,9 @@ class SoakRun {
         const std::function<void(const std::string&)>& progress);
 
   private:
+    // Raises the report's peak to what /proc shows of `daemon` now.
+    void NotePeak(pid_t daemon);
+
     const SoakOptions options_;
     const tarvo_scenario::Scenario setup_;
     std::vector<tarvo_scenario::Step> stimuli_;
