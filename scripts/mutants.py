@@ -93,8 +93,9 @@ def test_binaries(build_dir):
                              capture_output=True, text=True).stdout
     binaries = {}
     for test in json.loads(listing)["tests"]:
-        command = test.get("command") or [""]
-        binaries[test["name"]] = os.path.basename(command[0])
+        # A script's test names the binary it drives among its arguments.
+        names = [os.path.basename(part) for part in test.get("command") or [""]]
+        binaries[test["name"]] = next((name for name in names if name in TEST_BINARIES), names[0])
     return binaries
 
 
