@@ -100,8 +100,8 @@ class Rig {
     void StopDaemon();
     // Kills the daemon and starts it again in the same tree, as init restarts a service.
     android::base::Result<void> RestartDaemon();
-    // The daemon's own pid as its log lines show it; 0 before its first line.
-    pid_t daemon_pid() const { return daemon_pid_; }
+    // The daemon's own pid as its log lines show it; none before its first line.
+    std::optional<pid_t> daemon_pid() const { return daemon_pid_; }
     // The daemon's pid once its first log line came, waiting up to `timeout`; none when none came.
     std::optional<pid_t> AwaitDaemonPid(std::chrono::milliseconds timeout = kDefaultWait);
     // The pid that the server wrote to kPidFile, once it has written one, waiting up to `timeout`.
@@ -196,7 +196,7 @@ class Rig {
     EventList<LogLine> logs_;
     // The daemon's log lines, put back together on its reading thread.
     LogLineJoiner daemon_lines_;
-    std::atomic<pid_t> daemon_pid_{0};
+    std::atomic<std::optional<pid_t>> daemon_pid_;
     std::unique_ptr<Sandbox> sandbox_;
     std::unique_ptr<ModemEmulator> emulator_;
     std::unique_ptr<ModemSide> modem_;

@@ -34,7 +34,7 @@ struct SoakReport {
     size_t faults = 0;
     size_t checks = 0;
     double seconds = 0;
-    std::optional<SoakOutcome> divergence;
+    std::optional<SoakDivergence> divergence;
 };
 
 // A divergence shrunk and written as a scenario.

@@ -106,8 +106,7 @@ Step SoakTraffic::Send(TarvoMessage message, size_t size) {
     return step;
 }
 
-Step SoakTraffic::Next(const SoakModel& model, bool* fault) {
-    *fault = false;
+Step SoakTraffic::Next(const SoakModel& model) {
     const uint64_t pick = Uniform(0, 99);
     if (pick < 30) return Block(model);
     if (pick < 38) return Append();
@@ -117,7 +116,7 @@ Step SoakTraffic::Next(const SoakModel& model, bool* fault) {
     if (pick < 73) return Uecap();
     if (pick < 87) return Diagnostics();
     if (pick < 92 || faults_.empty()) return Malformed();
-    *fault = true;
+    ++faults_given_;
     return Fault();
 }
 

@@ -20,8 +20,10 @@ class SoakTraffic {
     SoakTraffic(uint64_t seed, std::set<tarvo_emu::Fault> faults);
 
     // The next stimulus; `model` says what the daemon holds, so that blocks continue transfers
-    // and reads find files. Sets `*fault` when the stimulus is a fault.
-    tarvo_scenario::Step Next(const SoakModel& model, bool* fault);
+    // and reads find files.
+    tarvo_scenario::Step Next(const SoakModel& model);
+    // How many of the stimuli so far were faults.
+    size_t faults_given() const { return faults_given_; }
 
   private:
     // A file that the modem sends in blocks.
@@ -58,6 +60,7 @@ class SoakTraffic {
 
     std::mt19937_64 random_;
     std::set<tarvo_emu::Fault> faults_;
+    size_t faults_given_ = 0;
     std::vector<Transfer> transfers_;
     uint32_t next_token_ = 1;
 };
