@@ -1,4 +1,4 @@
-#include "scenario/daemon_steps.h"
+#include "scenario/step_handlers.h"
 
 #include <signal.h>
 

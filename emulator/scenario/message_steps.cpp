@@ -1,4 +1,4 @@
-#include "scenario/message_steps.h"
+#include "scenario/step_handlers.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "scenario/node_steps.h"
+#include "scenario/step_handlers.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "scenario/ril_steps.h"
+#include "scenario/step_handlers.h"
 
 #include <chrono>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "scenario/usage_steps.h"
+#include "scenario/step_handlers.h"
 
 #include <chrono>
 #include <thread>

@@ -3,8 +3,8 @@
 #include <signal.h>
 
 #include "device/device_facts.h"
-#include "scenario/daemon_steps.h"
 #include "scenario/payload_fields.h"
+#include "scenario/step_handlers.h"
 
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
