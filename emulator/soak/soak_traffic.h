@@ -43,8 +43,8 @@ class SoakTraffic {
     uint32_t BlockSize();
     uint32_t TotalSize();
     Transfer NewTransfer();
-    // The next message's token; room is left after it for a train of answers.
-    uint32_t NextToken();
+    // A message of `type` with the next token; room is left after it for a train of answers.
+    tarvo_message::TarvoMessage NewMessage(tarvo_message::TarvoMessageType type);
     // `message` sent with `size` bytes of data: written out when short, generated when long.
     tarvo_scenario::Step Send(tarvo_message::TarvoMessage message, size_t size);
 
