@@ -1,5 +1,6 @@
 #include "rig/rig.h"
 
+#include <android/log.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -24,6 +25,16 @@ using android::base::Error;
 using android::base::Result;
 
 namespace tarvo_emu {
+
+bool IsDaemonStarted(const LogLine& line) {
+    return line.tag == kDaemonTag && line.priority == ANDROID_LOG_INFO && line.text == kStartedText;
+}
+
+bool IsOnlineReport(const LogLine& line) {
+    return line.tag == kDaemonTag && line.priority == ANDROID_LOG_INFO &&
+           android::base::StartsWith(line.text, kStateChangePrefix) &&
+           android::base::EndsWith(line.text, " to " + std::to_string(kModemOnline));
+}
 
 std::string TarvoBinary() { return TARVO_BINARY_DIR "/tarvo"; }
 

@@ -17,6 +17,7 @@
 #include <android-base/result.h>
 #include <android-base/thread_annotations.h>
 
+#include "device/device_facts.h"
 #include "nodes/modem_emulator.h"
 #include "peers/modem_side.h"
 #include "peers/ril_side.h"
@@ -26,7 +27,6 @@
 #include "process/event_list.h"
 #include "process/log_line.h"
 #include "proto/tarvo_message.pb.h"
-#include "rig/daemon_log.h"
 #include "rig/rig_hooks.h"
 #include "sandbox/sandbox.h"
 
@@ -34,6 +34,12 @@ namespace tarvo_emu {
 
 // Path of the daemon's executable in this build.
 std::string TarvoBinary();
+
+// The daemon's line that ends its start-up (kStartedText).
+bool IsDaemonStarted(const LogLine& line);
+// The monitor's report of a change to kModemOnline. It names the state it saw before, which it may
+// not have read yet, so only the new state is compared.
+bool IsOnlineReport(const LogLine& line);
 
 // Moves this process into a mount namespace of its own, so that the emulator's mount disappears
 // with the process whatever way it ends. Call it first thing in main, while single-threaded.
