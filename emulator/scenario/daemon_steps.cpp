@@ -10,8 +10,6 @@
 #include <android-base/result.h>
 #include <android-base/strings.h>
 
-#include "scenario/step_wait.h"
-
 using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;

@@ -7,7 +7,6 @@
 
 #include "scenario/near_miss.h"
 #include "scenario/step_regex.h"
-#include "scenario/step_wait.h"
 
 using android::base::Error;
 using android::base::Result;

@@ -17,7 +17,6 @@
 #include "scenario/near_miss.h"
 #include "scenario/payload_fields.h"
 #include "scenario/step_check.h"
-#include "scenario/step_wait.h"
 
 using android::base::Error;
 using android::base::Result;

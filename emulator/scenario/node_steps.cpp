@@ -11,7 +11,6 @@
 
 #include "peers/transcript.h"
 #include "scenario/near_miss.h"
-#include "scenario/step_wait.h"
 
 using android::base::Result;
 using std::chrono::milliseconds;

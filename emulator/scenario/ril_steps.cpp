@@ -5,8 +5,6 @@
 
 #include <android-base/result.h>
 
-#include "scenario/step_wait.h"
-
 using android::base::Result;
 using std::chrono::milliseconds;
 

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <chrono>
+#include <cstdint>
+
 #include <android-base/result.h>
 
+#include "device/device_facts.h"
 #include "device/fault.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/step_player.h"
@@ -10,6 +14,15 @@
 // returns an error that says what did not hold.
 
 namespace tarvo_emu {
+
+// How long an expectation waits when its step gives no timeout_ms. The recorder gives a step a
+// wait of its own only when the default would not see it again.
+constexpr std::chrono::milliseconds kDefaultStepTimeout = kDefaultWait;
+
+// A step's wait: its own `timeout_ms` when it has one, the default otherwise.
+inline std::chrono::milliseconds StepTimeout(bool has_timeout, uint32_t timeout_ms) {
+    return has_timeout ? std::chrono::milliseconds(timeout_ms) : kDefaultStepTimeout;
+}
 
 // Steps on the message channel: what the modem sends the daemon, how it answers the daemon's
 // requests, and the daemon's messages that a step expects.

@@ -10,7 +10,6 @@
 
 #include "scenario/scenario_text.h"
 #include "scenario/step_handlers.h"
-#include "scenario/step_wait.h"
 
 using android::base::Error;
 using android::base::Result;

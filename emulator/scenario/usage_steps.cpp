@@ -8,7 +8,6 @@
 #include <android-base/result.h>
 
 #include "process/process_usage.h"
-#include "scenario/step_wait.h"
 
 using android::base::Error;
 using android::base::Result;
