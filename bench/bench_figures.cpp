@@ -210,16 +210,18 @@ uint64_t GroupCpuNs(pid_t pgid) {
 // Runs `measure` and adds the processor time that the daemon spent meanwhile to `cpu_ns`.
 Result<double> WithDaemonCpu(BenchRig& bench, uint64_t* cpu_ns,
                              const std::function<Result<double>()>& measure) {
-    const uint64_t before = CpuNs(bench.daemon_pid());
+    const std::optional<pid_t> pid = bench.daemon_pid();
+    const auto cpu = [&pid]() -> uint64_t { return pid ? CpuNs(*pid) : 0; };
+    const uint64_t before = cpu();
     Result<double> seconds = measure();
-    *cpu_ns += CpuNs(bench.daemon_pid()) - before;
+    *cpu_ns += cpu() - before;
     return seconds;
 }
 
 Result<pid_t> DaemonPid(BenchRig& bench) {
-    const pid_t pid = bench.daemon_pid();
-    if (pid == 0) return Error() << "the daemon's pid is unknown";
-    return pid;
+    const std::optional<pid_t> pid = bench.daemon_pid();
+    if (!pid) return Error() << "the daemon's pid is unknown";
+    return *pid;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -56,7 +57,7 @@ class BenchRig {
     // Starts the daemon with the modem online and waits until it answers.
     android::base::Result<void> StartDaemon();
     void StopDaemon();
-    pid_t daemon_pid() const { return rig_.daemon_pid(); }
+    std::optional<pid_t> daemon_pid() const { return rig_.daemon_pid(); }
 
     // Starts the echo peer, answering every message with `response`, and waits until it answers.
     // `steps` are the peer's options that add the daemon's own steps per message.

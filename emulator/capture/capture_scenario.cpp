@@ -13,10 +13,10 @@
 
 #include "capture/capture_reader.h"
 #include "device/device_facts.h"
-#include "scenario/daemon_steps.h"
 #include "scenario/expect_step.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/scenario_text.h"
+#include "scenario/step_handlers.h"
 
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;

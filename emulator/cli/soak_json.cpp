@@ -17,7 +17,7 @@ constexpr int kIndent = 2;
 
 std::string SoakSummaryJson(const SoakSummary& summary) {
     json divergences = json::array();
-    for (const SoakDivergence& divergence : summary.divergences) {
+    for (const SeedDivergence& divergence : summary.divergences) {
         divergences.push_back({{"seed", divergence.seed},
                                {"message", divergence.message},
                                {"scenario", divergence.scenario}});

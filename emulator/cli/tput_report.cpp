@@ -1,7 +1,6 @@
 #include "cli/tput_report.h"
 
 #include <cmath>
-#include <filesystem>
 #include <map>
 #include <set>
 
@@ -114,11 +113,8 @@ std::string PlotScript(const TputReport& report, const std::string& data_dir,
 }  // namespace
 
 Result<void> WritePlot(const TputReport& report, const std::string& svg) {
-    char dir_template[] = "/tmp/tarvo-tput.XXXXXX";
-    if (mkdtemp(dir_template) == nullptr) {
-        return android::base::ErrnoError() << "cannot create a directory for the plot's data";
-    }
-    const std::string dir = dir_template;
+    TemporaryDir tmp;
+    const std::string dir = tmp.path;
     // The first sample covers everything read before sampling began; the daemon leaves it out
     // of its figures, and the plot shows it only in the key.
     std::string samples;
@@ -143,8 +139,6 @@ Result<void> WritePlot(const TputReport& report, const std::string& svg) {
                             << (gnuplot.ok() ? gnuplot->output : gnuplot.error().message());
         }
     }
-    std::error_code ignored;
-    std::filesystem::remove_all(dir, ignored);
     return drawn;
 }
 

@@ -29,17 +29,19 @@ constexpr milliseconds kTestTimeout = std::chrono::minutes(10);
 constexpr milliseconds kProgressInterval{500};
 constexpr milliseconds kBareWriterTimeout = std::chrono::minutes(10);
 
-// The text of `line` between `start` (where it begins) and the first `end` after it; `*rest` is
-// what follows `end`. False when `line` does not have both.
-bool Field(std::string_view line, std::string_view start, std::string_view end, std::string* value,
-           std::string_view* rest) {
-    if (line.substr(0, start.size()) != start) return false;
+// The text of `line` between `start` (where it begins) and the first `end` after it, and what
+// follows `end`; none when `line` does not have both.
+struct FieldText {
+    std::string_view value;
+    std::string_view rest;
+};
+std::optional<FieldText> Field(std::string_view line, std::string_view start,
+                               std::string_view end) {
+    if (line.substr(0, start.size()) != start) return std::nullopt;
     line.remove_prefix(start.size());
     const size_t at = line.find(end);
-    if (at == std::string_view::npos) return false;
-    *value = line.substr(0, at);
-    *rest = line.substr(at + end.size());
-    return true;
+    if (at == std::string_view::npos) return std::nullopt;
+    return FieldText{line.substr(0, at), line.substr(at + end.size())};
 }
 
 NodeRate RateOf(uint64_t transfers, uint64_t bytes, const TestNode::Span& span) {
@@ -126,24 +128,29 @@ std::map<uint64_t, NodeRate> MeasureBareWriter(Rig& rig) {
 
 double NodeRate::bytes_per_s() const { return seconds > 0 ? bytes / seconds : NAN; }
 
-bool ParseSampleLine(const std::string& text, double* gbps) {
-    std::string number;
-    std::string_view counter;
+std::optional<double> ParseSampleLine(const std::string& text) {
+    std::optional<FieldText> number = Field(text, kSamplePrefix, kSampleCounter);
+    double gbps = 0;
     int bytes = 0;
-    return Field(text, kSamplePrefix, kSampleCounter, &number, &counter) &&
-           android::base::ParseDouble(android::base::Trim(number), gbps) &&
-           android::base::ParseInt(android::base::Trim(std::string(counter)), &bytes);
+    if (!number ||
+        !android::base::ParseDouble(android::base::Trim(std::string(number->value)), &gbps) ||
+        !android::base::ParseInt(android::base::Trim(std::string(number->rest)), &bytes)) {
+        return std::nullopt;
+    }
+    return gbps;
 }
 
-bool ParseResultLine(const std::string& text, double* average, double* max) {
-    std::string average_text;
-    std::string max_text;
-    std::string_view rest;
+std::optional<TputResultLine> ParseResultLine(const std::string& text) {
+    std::optional<FieldText> average = Field(text, kResultPrefix, kResultMax);
+    if (!average) return std::nullopt;
+    std::optional<FieldText> max = Field(average->rest, "", kResultMaxEnd);
+    TputResultLine result;
     // The average is "nan" or "-nan" when no sample came.
-    return Field(text, kResultPrefix, kResultMax, &average_text, &rest) &&
-           Field(rest, "", kResultMaxEnd, &max_text, &rest) &&
-           android::base::ParseDouble(average_text, average) &&
-           android::base::ParseDouble(max_text, max);
+    if (!max || !android::base::ParseDouble(std::string(average->value), &result.average_gbps) ||
+        !android::base::ParseDouble(std::string(max->value), &result.max_gbps)) {
+        return std::nullopt;
+    }
+    return result;
 }
 
 RigOptions TputRigOptions(const DownlinkSettings& downlink) {
@@ -181,9 +188,12 @@ Result<TputReport> MeasureTput(Rig& rig, const DownlinkSettings& downlink,
     report.block_size = downlink.block_size;
     report.bytes_per_s = downlink.bytes_per_s;
     for (const LogLine& line : rig.logs()) {
-        double gbps = 0;
-        if (ParseSampleLine(line.text, &gbps)) report.samples_gbps.push_back(gbps);
-        if (ParseResultLine(line.text, &report.average_gbps, &report.max_gbps)) {
+        if (std::optional<double> gbps = ParseSampleLine(line.text)) {
+            report.samples_gbps.push_back(*gbps);
+        }
+        if (std::optional<TputResultLine> result = ParseResultLine(line.text)) {
+            report.average_gbps = result->average_gbps;
+            report.max_gbps = result->max_gbps;
             report.result_line = line.text;
         }
     }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -64,10 +65,14 @@ struct TputProgress {
 };
 using TputProgressListener = std::function<void(const TputProgress&)>;
 
-// One daemon's per-sample line: its throughput, or false when `text` is not one.
-bool ParseSampleLine(const std::string& text, double* gbps);
-// The daemon's result line: its average and maximum, or false when `text` is not one.
-bool ParseResultLine(const std::string& text, double* average, double* max);
+// One daemon's per-sample line: its throughput, or none when `text` is not one.
+std::optional<double> ParseSampleLine(const std::string& text);
+// The daemon's result line: its average and maximum, or none when `text` is not one.
+struct TputResultLine {
+    double average_gbps = 0;
+    double max_gbps = 0;
+};
+std::optional<TputResultLine> ParseResultLine(const std::string& text);
 
 // The rig's settings for a throughput run streaming `downlink`.
 RigOptions TputRigOptions(const DownlinkSettings& downlink);

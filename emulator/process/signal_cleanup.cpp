@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -19,6 +18,8 @@
 #include <android-base/strings.h>
 #include <android-base/thread_annotations.h>
 #include <android-base/unique_fd.h>
+
+#include "process/file_tree.h"
 
 namespace tarvo_emu {
 
@@ -79,8 +80,7 @@ std::vector<std::string> MountsUnder(const std::string& dir) {
     }
     for (const std::string& tree : r.trees) {
         for (const std::string& mount : MountsUnder(tree)) umount2(mount.c_str(), MNT_DETACH);
-        std::error_code ignored;
-        std::filesystem::remove_all(tree, ignored);
+        RemoveTree(tree);
     }
     if (cleaned) cleaned(signal_number);
     _exit(128 + signal_number);

@@ -1,5 +1,6 @@
 #include "rig/rig.h"
 
+#include <android/log.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -13,6 +14,7 @@
 #include <fmt/format.h>
 
 #include "peers/transcript_codec.h"
+#include "process/file_tree.h"
 #include "process/wait_until.h"
 #include "ril_library/ril_wire.h"
 
@@ -23,6 +25,16 @@ using android::base::Error;
 using android::base::Result;
 
 namespace tarvo_emu {
+
+bool IsDaemonStarted(const LogLine& line) {
+    return line.tag == kDaemonTag && line.priority == ANDROID_LOG_INFO && line.text == kStartedText;
+}
+
+bool IsOnlineReport(const LogLine& line) {
+    return line.tag == kDaemonTag && line.priority == ANDROID_LOG_INFO &&
+           android::base::StartsWith(line.text, kStateChangePrefix) &&
+           android::base::EndsWith(line.text, " to " + std::to_string(kModemOnline));
+}
 
 std::string TarvoBinary() { return TARVO_BINARY_DIR "/tarvo"; }
 
@@ -118,11 +130,13 @@ Result<void> Rig::SetUpRil() {
         const std::string variant =
             options.omit_symbol.empty() ? "full" : "without-" + options.omit_symbol;
         const std::string library = TARVO_BINARY_DIR "/vekril/" + variant + "/libvekril-client.so";
-        std::error_code ec;
-        fs::copy_file(
-            library,
-            *sandbox_->HostPath(std::string(kVendorLibraryDirectory) + "/libvekril-client.so"), ec);
-        if (ec) return Error(ec.value()) << "no RIL client library " << variant;
+        std::string content;
+        if (!android::base::ReadFileToString(library, &content) ||
+            !android::base::WriteStringToFile(
+                content, *sandbox_->HostPath(std::string(kVendorLibraryDirectory) +
+                                             "/libvekril-client.so"))) {
+            return ErrnoError() << "no RIL client library " << variant;
+        }
     }
     if (options.open_fails) return {};
     return ril_->Listen(sandbox_->socket_dir() + "/" +
@@ -152,20 +166,19 @@ void Rig::StopDaemon() {
 }
 
 void Rig::EndDaemon() {
-    if (daemon_ && daemon_pid_ != 0 && hooks_.terminate_grace.count() != 0 &&
-        kill(daemon_pid_, SIGTERM) == 0) {
+    const std::optional<pid_t> pid = daemon_pid_;
+    if (daemon_ && pid && hooks_.terminate_grace.count() != 0 && kill(*pid, SIGTERM) == 0) {
         daemon_->Wait(hooks_.terminate_grace);
     }
     daemon_.reset();
-    daemon_pid_ = 0;
+    daemon_pid_ = std::nullopt;
 }
 
 std::optional<pid_t> Rig::AwaitDaemonPid(std::chrono::milliseconds timeout) {
     // The rig takes the daemon's lines in bulk when it keeps none: no event to wait on.
-    if (!WaitUntil([this] { return daemon_pid_ != 0; }, timeout, std::chrono::milliseconds(1))) {
-        return std::nullopt;
-    }
-    return daemon_pid_.load();
+    WaitUntil([this] { return daemon_pid_.load().has_value(); }, timeout,
+              std::chrono::milliseconds(1));
+    return daemon_pid_;
 }
 
 Result<pid_t> Rig::AwaitPidFile(std::chrono::milliseconds timeout) {
@@ -246,7 +259,7 @@ bool Rig::KeepReportLine(const std::string& line) {
 void Rig::OnOutputLine(const std::string& line, LogLineJoiner* joiner) {
     // Once the daemon's pid is known, a line that is neither kept nor shown is looked at only
     // for a sanitizer report.
-    if (!hooks_.keep_logs && !transcript_.enabled() && daemon_pid_ != 0) {
+    if (!hooks_.keep_logs && !transcript_.enabled() && daemon_pid_.load()) {
         KeepReportLine(line);
         return;
     }
@@ -270,7 +283,7 @@ void Rig::OnOutputLine(const std::string& line, LogLineJoiner* joiner) {
 }
 
 void Rig::OnLogLine(LogLine line, bool from_daemon) {
-    if (from_daemon && daemon_pid_ == 0) daemon_pid_ = line.pid;
+    if (from_daemon && !daemon_pid_.load()) daemon_pid_ = line.pid;
     transcript_.Log(line);
     if (hooks_.log_sink) hooks_.log_sink(line);
     if (hooks_.keep_logs) logs_.Add(std::move(line));
@@ -362,10 +375,8 @@ Result<void> Rig::RemoveFile(const std::string& path) {
 Result<void> Rig::WriteFile(const std::string& path, const std::string& content, mode_t mode) {
     Result<std::string> host = sandbox_->HostPath(path);
     if (!host.ok()) return host.error();
-    const fs::path dir = fs::path(*host).parent_path();
-    std::error_code ec;
-    if (!fs::create_directories(dir, ec) && ec) {
-        return Error(ec.value()) << "cannot create the directory of " << path;
+    if (Result<void> made = MakeDirectories(fs::path(*host).parent_path()); !made.ok()) {
+        return Error(made.error().code()) << "cannot create the directory of " << path;
     }
     if (!android::base::WriteStringToFile(content, *host) || chmod(host->c_str(), mode) != 0) {
         return ErrnoError() << "cannot write " << path;

@@ -17,6 +17,7 @@
 #include <android-base/result.h>
 #include <android-base/thread_annotations.h>
 
+#include "device/device_facts.h"
 #include "nodes/modem_emulator.h"
 #include "peers/modem_side.h"
 #include "peers/ril_side.h"
@@ -26,7 +27,6 @@
 #include "process/event_list.h"
 #include "process/log_line.h"
 #include "proto/tarvo_message.pb.h"
-#include "rig/daemon_log.h"
 #include "rig/rig_hooks.h"
 #include "sandbox/sandbox.h"
 
@@ -34,6 +34,12 @@ namespace tarvo_emu {
 
 // Path of the daemon's executable in this build.
 std::string TarvoBinary();
+
+// The daemon's line that ends its start-up (kStartedText).
+bool IsDaemonStarted(const LogLine& line);
+// The monitor's report of a change to kModemOnline. It names the state it saw before, which it may
+// not have read yet, so only the new state is compared.
+bool IsOnlineReport(const LogLine& line);
 
 // Moves this process into a mount namespace of its own, so that the emulator's mount disappears
 // with the process whatever way it ends. Call it first thing in main, while single-threaded.
@@ -100,8 +106,8 @@ class Rig {
     void StopDaemon();
     // Kills the daemon and starts it again in the same tree, as init restarts a service.
     android::base::Result<void> RestartDaemon();
-    // The daemon's own pid as its log lines show it; 0 before its first line.
-    pid_t daemon_pid() const { return daemon_pid_; }
+    // The daemon's own pid as its log lines show it; none before its first line.
+    std::optional<pid_t> daemon_pid() const { return daemon_pid_; }
     // The daemon's pid once its first log line came, waiting up to `timeout`; none when none came.
     std::optional<pid_t> AwaitDaemonPid(std::chrono::milliseconds timeout = kDefaultWait);
     // The pid that the server wrote to kPidFile, once it has written one, waiting up to `timeout`.
@@ -196,7 +202,7 @@ class Rig {
     EventList<LogLine> logs_;
     // The daemon's log lines, put back together on its reading thread.
     LogLineJoiner daemon_lines_;
-    std::atomic<pid_t> daemon_pid_{0};
+    std::atomic<std::optional<pid_t>> daemon_pid_;
     std::unique_ptr<Sandbox> sandbox_;
     std::unique_ptr<ModemEmulator> emulator_;
     std::unique_ptr<ModemSide> modem_;

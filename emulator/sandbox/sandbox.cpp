@@ -10,6 +10,7 @@
 #include <android-base/strings.h>
 
 #include "device/device_facts.h"
+#include "process/file_tree.h"
 #include "process/signal_cleanup.h"
 #include "ril_library/ril_wire.h"
 
@@ -53,12 +54,11 @@ Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib,
     if (mkdtemp(pattern.data()) == nullptr) return ErrnoError() << "mkdtemp " << pattern;
     std::unique_ptr<Sandbox> sandbox(new Sandbox(pattern));
     AddTemporaryTree(pattern);
-    std::error_code ec;
     for (const auto& [tree, limit_kib] :
          {std::pair{"data", data_size_limit_kib}, std::pair{"mnt", mnt_size_limit_kib}}) {
         if (limit_kib == 0) continue;
         const std::string dir = pattern + "/" + tree;
-        if (!fs::create_directory(dir, ec) && ec) return Error(ec.value()) << "mkdir " << dir;
+        if (Result<void> made = MakeDirectories(dir); !made.ok()) return made.error();
         const std::string size = "size=" + std::to_string(limit_kib) + "k,mode=0755";
         if (mount("tmpfs", dir.c_str(), "tmpfs", 0, size.c_str()) != 0) {
             return ErrnoError() << "mount tmpfs " << size << " on " << dir;
@@ -70,7 +70,7 @@ Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib,
     // The directories that a device has and the daemon expects.
     for (const char* dir : kDeviceDirectories) dirs.push_back(*sandbox->HostPath(dir));
     for (const std::string& dir : dirs) {
-        if (!fs::create_directories(dir, ec) && ec) return Error(ec.value()) << "mkdir " << dir;
+        if (Result<void> made = MakeDirectories(dir); !made.ok()) return made.error();
     }
     return sandbox;
 }
@@ -79,8 +79,7 @@ Sandbox::Sandbox(std::string dir) : dir_(std::move(dir)) {}
 
 Sandbox::~Sandbox() {
     for (const std::string& dir : mounted_) umount2(dir.c_str(), MNT_DETACH);
-    std::error_code ec;
-    fs::remove_all(dir_, ec);
+    RemoveTree(dir_);
     RemoveTemporaryTree(dir_);
 }
 
@@ -116,10 +115,7 @@ Result<void> Sandbox::Remove(const std::string& path) {
     }
     Result<std::string> host = HostPath(path);
     if (!host.ok()) return Error() << "cannot remove " << path << ": not in the sandbox's tree";
-    std::error_code ec;
-    fs::remove_all(*host, ec);
-    if (ec) return Error(ec.value()) << "cannot remove " << path;
-    return {};
+    return RemoveTree(*host);
 }
 
 std::vector<std::string> Sandbox::Command(const std::vector<std::string>& command) const {

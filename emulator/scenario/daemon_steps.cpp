@@ -1,4 +1,4 @@
-#include "scenario/daemon_steps.h"
+#include "scenario/step_handlers.h"
 
 #include <signal.h>
 
@@ -9,8 +9,6 @@
 #include <android-base/parseint.h>
 #include <android-base/result.h>
 #include <android-base/strings.h>
-
-#include "scenario/step_wait.h"
 
 using android::base::ErrnoError;
 using android::base::Error;

@@ -1,6 +1,6 @@
 #include "scenario/expect_step.h"
 
-#include "scenario/step_wait.h"
+#include "scenario/step_handlers.h"
 
 using std::chrono::milliseconds;
 using tarvo_scenario::Step;

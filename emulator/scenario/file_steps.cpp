@@ -1,4 +1,4 @@
-#include "scenario/file_steps.h"
+#include "scenario/step_handlers.h"
 
 #include <chrono>
 #include <optional>

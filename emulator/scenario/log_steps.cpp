@@ -1,4 +1,4 @@
-#include "scenario/log_steps.h"
+#include "scenario/step_handlers.h"
 
 #include <chrono>
 #include <regex>
@@ -7,7 +7,6 @@
 
 #include "scenario/near_miss.h"
 #include "scenario/step_regex.h"
-#include "scenario/step_wait.h"
 
 using android::base::Error;
 using android::base::Result;

@@ -1,4 +1,4 @@
-#include "scenario/message_steps.h"
+#include "scenario/step_handlers.h"
 
 #include <algorithm>
 #include <chrono>
@@ -17,7 +17,6 @@
 #include "scenario/near_miss.h"
 #include "scenario/payload_fields.h"
 #include "scenario/step_check.h"
-#include "scenario/step_wait.h"
 
 using android::base::Error;
 using android::base::Result;

@@ -1,4 +1,4 @@
-#include "scenario/node_steps.h"
+#include "scenario/step_handlers.h"
 
 #include <algorithm>
 #include <chrono>
@@ -11,7 +11,6 @@
 
 #include "peers/transcript.h"
 #include "scenario/near_miss.h"
-#include "scenario/step_wait.h"
 
 using android::base::Result;
 using std::chrono::milliseconds;

@@ -51,13 +51,13 @@ std::optional<std::string> PayloadData(const tarvo_message::TarvoMessage& messag
     return payload->GetReflection()->GetString(*payload, field);
 }
 
-bool SetPayloadData(tarvo_message::TarvoMessage* message, const std::string& data) {
+Result<void> SetPayloadData(tarvo_message::TarvoMessage* message, const std::string& data) {
     google::protobuf::Message* payload = InnermostPayload(message);
     const Result<const google::protobuf::FieldDescriptor*> field =
         TransferField(*payload, "data", google::protobuf::FieldDescriptor::TYPE_BYTES);
-    if (!field.ok()) return false;
+    if (!field.ok()) return Error() << field.error().message();
     payload->GetReflection()->SetString(payload, *field, data);
-    return true;
+    return {};
 }
 
 Result<const google::protobuf::FieldDescriptor*> TransferField(

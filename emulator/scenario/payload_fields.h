@@ -19,8 +19,9 @@ google::protobuf::Message* InnermostPayload(google::protobuf::Message* message);
 // The `data` field of the message's payload; none when its payload has no such field.
 std::optional<std::string> PayloadData(const tarvo_message::TarvoMessage& message);
 // Puts `data` into the `data` field of the message's payload, as a generated send fills it;
-// false when its payload has no such field.
-bool SetPayloadData(tarvo_message::TarvoMessage* message, const std::string& data);
+// an error when its payload has no such field.
+android::base::Result<void> SetPayloadData(tarvo_message::TarvoMessage* message,
+                                           const std::string& data);
 
 // A field of the payload's innermost message that a transfer sets, of the type it must have.
 android::base::Result<const google::protobuf::FieldDescriptor*> TransferField(

@@ -1,11 +1,9 @@
-#include "scenario/ril_steps.h"
+#include "scenario/step_handlers.h"
 
 #include <chrono>
 #include <optional>
 
 #include <android-base/result.h>
-
-#include "scenario/step_wait.h"
 
 using android::base::Result;
 using std::chrono::milliseconds;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
 #include <regex>
 #include <vector>
 
@@ -25,9 +26,9 @@ using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::TextFormat;
 
-// The top-level step of `text` that the place (line and column from 0) falls in; -1 when it
+// The top-level step of `text` that the place (line and column from 0) falls in; none when it
 // is in the setup.
-int StepAt(const std::string& text, int line, int column) {
+std::optional<int> StepAt(const std::string& text, int line, int column) {
     int depth = 0;
     int step = -1;
     bool in_step = false;
@@ -43,7 +44,8 @@ int StepAt(const std::string& text, int line, int column) {
             in_step = false;
         }
     }
-    return in_step ? step : -1;
+    if (!in_step) return std::nullopt;
+    return step;
 }
 
 // Every message type that a scenario can hold, the scenario's own first.
@@ -103,9 +105,9 @@ class ErrorCollector : public google::protobuf::io::ErrorCollector {
   public:
     explicit ErrorCollector(const std::string& text) : text_(text) {}
     void AddError(int line, int column, const std::string& message) override {
-        const int step = StepAt(text_, line, column);
+        const std::optional<int> step = StepAt(text_, line, column);
         errors += fmt::format("line {} column {}: {}{}{}\n", line + 1, column + 1,
-                              step >= 0 ? fmt::format("step {}: ", step) : "", message,
+                              step ? fmt::format("step {}: ", *step) : "", message,
                               NearestNamesHint(message));
     }
     std::string errors;

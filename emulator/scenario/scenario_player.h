@@ -8,7 +8,6 @@
 #include <android-base/result.h>
 
 #include "rig/rig.h"
-#include "scenario/play_summary.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/scenario_loader.h"
 #include "scenario/step_player.h"
@@ -16,6 +15,20 @@
 namespace tarvo_emu {
 
 class ScenarioRecorder;
+
+// What a run or a console session played: the line that ends it.
+struct PlaySummary {
+    // The steps to play (notes left out) when they are known, as a file's are; 0 otherwise.
+    int steps = 0;
+    int played = 0;
+    int passed = 0;
+    int failed = 0;
+    std::chrono::steady_clock::duration elapsed{};
+};
+
+// "4 of 6 steps played, 3 passed, 1 failed, 5.312 s", the "of" part when the steps to play are
+// known and not all were played.
+std::string SummaryText(const PlaySummary& summary);
 
 // A rig set up as a scenario's setup says, on which steps are played one at a time: all of a
 // file's by `tarvo-emu run`, each as it is typed by `tarvo-emu console`.

@@ -8,15 +8,8 @@
 
 #include <fmt/format.h>
 
-#include "scenario/daemon_steps.h"
-#include "scenario/file_steps.h"
-#include "scenario/log_steps.h"
-#include "scenario/message_steps.h"
-#include "scenario/node_steps.h"
-#include "scenario/ril_steps.h"
 #include "scenario/scenario_text.h"
-#include "scenario/step_wait.h"
-#include "scenario/usage_steps.h"
+#include "scenario/step_handlers.h"
 
 using android::base::Error;
 using android::base::Result;

@@ -1,4 +1,4 @@
-#include "scenario/usage_steps.h"
+#include "scenario/step_handlers.h"
 
 #include <chrono>
 #include <thread>
@@ -8,7 +8,6 @@
 #include <android-base/result.h>
 
 #include "process/process_usage.h"
-#include "scenario/step_wait.h"
 
 using android::base::Error;
 using android::base::Result;
@@ -71,9 +70,9 @@ Result<void> PlayExpectUsage(StepPlayer& player, const StepCall& call) {
                           StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
     Rig& rig = player.rig();
     while (true) {
-        if (rig.daemon_pid() != before.pid) {
-            return Errorf("the daemon is pid {}, not {} as at the mark", rig.daemon_pid(),
-                          before.pid);
+        if (const std::optional<pid_t> now = rig.daemon_pid(); now != before.pid) {
+            return Errorf("the daemon is pid {}, not {} as at the mark",
+                          now ? std::to_string(*now) : "not known", before.pid);
         }
         const Result<void> held = CompareUsage(expect, before, UsageOf(before.pid));
         if (held.ok() || std::chrono::steady_clock::now() >= deadline) return held;

@@ -1,5 +1,7 @@
 #include "soak/file_transfer_model.h"
 
+#include <functional>
+
 #include <android-base/stringprintf.h>
 
 #include "device/device_facts.h"
@@ -17,6 +19,28 @@ constexpr mode_t kTargetMode = 0666;
 constexpr mode_t kAppendMode = 0664;
 
 std::string Hex(uint64_t value) { return StringPrintf("0x%llX", (unsigned long long)value); }
+
+// The prefix of the directory that a `kind` names, logged as the daemon logs it; none when the
+// request lacks its directory or name (the daemon drops it) or the directory is unknown
+// (`refuse` answers it).
+template <typename Request>
+std::optional<std::string> Prefix(ModelSteps& steps, const std::string& kind,
+                                  const Request& request, const std::function<void()>& refuse) {
+    if (!request.has_file_dir() || !request.has_file_name()) {
+        steps.Log(kLogError, kind + (request.has_file_dir() ? " requires a file_name"
+                                                            : " requires a file_dir"));
+        steps.Ping();
+        return std::nullopt;
+    }
+    steps.Log(kLogInfo, StringPrintf("file dir: %d and name: %s", request.file_dir(),
+                                     request.file_name().c_str()));
+    std::optional<std::string> prefix = FileDirectory(request.file_dir());
+    if (!prefix) {
+        steps.Log(kLogError, StringPrintf("Bad file directory: %d", request.file_dir()));
+        refuse();
+    }
+    return prefix;
+}
 
 }  // namespace
 
@@ -84,22 +108,12 @@ void FileTransferModel::BlockWrite(const tarvo_message::FileWriteRequest& block,
         steps_.Ping();
         return;
     }
-    if (!block.has_file_dir() || !block.has_file_name()) {
-        steps_.Log(kLogError, kind + (block.has_file_dir() ? " requires a file_name"
-                                                           : " requires a file_dir"));
-        steps_.Ping();
-        return;
-    }
-    const uint32_t directory = block.file_dir();
-    const std::string& name = block.file_name();
-    steps_.Log(kLogInfo, StringPrintf("file dir: %d and name: %s", directory, name.c_str()));
-    const std::optional<std::string> found = FileDirectory(directory);
-    if (!found) {
-        steps_.Log(kLogError, StringPrintf("Bad file directory: %d", directory));
+    const std::optional<std::string> found = Prefix(steps_, kind, block, [&respond] {
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_BAD_DIRECTORY);
-        return;
-    }
+    });
+    if (!found) return;
     const std::string& prefix = *found;
+    const std::string& name = block.file_name();
     const std::string target_path = prefix + name;
     const std::string staging_path = std::string(kStagingDirectory) + "/" + name;
     const uint32_t offset = block.offset();
@@ -172,21 +186,10 @@ void FileTransferModel::Append(const tarvo_message::FileAppendRequest& request, 
             static_cast<tarvo_message::FileMessageResult>(file_result));
         steps_.Respond(token, result, std::move(payload));
     };
-    if (!request.has_file_dir() || !request.has_file_name()) {
-        steps_.Log(kLogError, request.has_file_dir() ? "FileWriteRequest requires a file_name"
-                                                     : "FileWriteRequest requires a file_dir");
-        steps_.Ping();
-        return;
-    }
-    const uint32_t directory = request.file_dir();
-    steps_.Log(kLogInfo,
-               StringPrintf("file dir: %d and name: %s", directory, request.file_name().c_str()));
-    const std::optional<std::string> found = FileDirectory(directory);
-    if (!found) {
-        steps_.Log(kLogError, StringPrintf("Bad file directory: %d", directory));
+    const std::optional<std::string> found = Prefix(steps_, "FileWriteRequest", request, [&] {
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_BAD_DIRECTORY);
-        return;
-    }
+    });
+    if (!found) return;
     const std::string& prefix = *found;
     const std::string path = prefix + request.file_name();
     steps_.Log(kLogInfo, "prefix: " + prefix + " file_name: " + request.file_name());
@@ -213,21 +216,10 @@ void FileTransferModel::Read(const tarvo_message::FileReadRequest& request, uint
         response->set_result(static_cast<tarvo_message::FileMessageResult>(file_result));
         steps_.Respond(token, result, std::move(payload));
     };
-    if (!request.has_file_dir() || !request.has_file_name()) {
-        steps_.Log(kLogError, request.has_file_dir() ? "FileReadRequest requires a file_name"
-                                                     : "FileReadRequest requires a file_dir");
-        steps_.Ping();
-        return;
-    }
-    const uint32_t directory = request.file_dir();
-    steps_.Log(kLogInfo,
-               StringPrintf("file dir: %d and name: %s", directory, request.file_name().c_str()));
-    const std::optional<std::string> found = FileDirectory(directory);
-    if (!found) {
-        steps_.Log(kLogError, StringPrintf("Bad file directory: %d", directory));
+    const std::optional<std::string> found = Prefix(steps_, "FileReadRequest", request, [&] {
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_BAD_DIRECTORY, nullptr);
-        return;
-    }
+    });
+    if (!found) return;
     const std::string& prefix = *found;
     const std::string path = prefix + request.file_name();
     steps_.Log(kLogInfo, "prefix: " + prefix + " file_name: " + request.file_name());

@@ -75,16 +75,14 @@ Result<SoakReport> SoakRun::Play(
     };
     auto next_progress = start;
 
-    SoakOutcome divergence;
     int index = 0;
     const auto play = [&](const std::vector<Step>& steps) {
         for (const Step& step : steps) {
             StepResult played = session.Play(step, index++);
             if (!played.ok()) {
-                divergence.diverged = true;
-                divergence.stimulus = stimuli_.empty() ? 0 : stimuli_.size() - 1;
-                divergence.signature = SoakSignature(step, played.error());
-                divergence.message = played.error().message();
+                report_.divergence = {stimuli_.empty() ? 0 : stimuli_.size() - 1,
+                                      SoakSignature(step, played.error()),
+                                      played.error().message()};
                 return false;
             }
             if (IsCheck(step)) ++report_.checks;
@@ -98,19 +96,18 @@ Result<SoakReport> SoakRun::Play(
             NotePeak(session.rig().daemon_pid());
             return true;
         }
-        divergence = {true, stimuli_.empty() ? 0 : stimuli_.size() - 1, "health",
-                      health.error().message()};
+        report_.divergence = {stimuli_.empty() ? 0 : stimuli_.size() - 1, "health",
+                              health.error().message()};
         return false;
     };
 
     bool clean = play(model.Start());
     while (clean && steady_clock::now() < deadline &&
            (!options_.steps || report_.stimuli < *options_.steps)) {
-        bool fault = false;
-        stimuli_.push_back(traffic.Next(model, &fault));
+        stimuli_.push_back(traffic.Next(model));
         ++report_.stimuli;
-        if (fault) {
-            ++report_.faults;
+        if (traffic.faults_given() != report_.faults) {
+            report_.faults = traffic.faults_given();
             ++report_.fault_kinds[FaultKind(stimuli_.back())];
         }
         clean =
@@ -120,15 +117,14 @@ Result<SoakReport> SoakRun::Play(
             next_progress = steady_clock::now() + kProgressEvery;
         }
     }
-    clean = clean && healthy();
+    if (clean) healthy();
     tell(true);
-    if (!clean) report_.divergence = divergence;
     return report_;
 }
 
-void SoakRun::NotePeak(pid_t daemon) {
-    if (daemon == 0) return;
-    Result<ProcessUsage> usage = ReadProcessUsage(daemon);
+void SoakRun::NotePeak(std::optional<pid_t> daemon) {
+    if (!daemon) return;
+    Result<ProcessUsage> usage = ReadProcessUsage(*daemon);
     if (!usage.ok()) return;
     report_.peak.descriptors = std::max(report_.peak.descriptors, usage->descriptors);
     report_.peak.threads = std::max(report_.peak.threads, usage->threads);
@@ -137,17 +133,18 @@ void SoakRun::NotePeak(pid_t daemon) {
 
 Result<SoakScenarioReport> SoakRun::ShrinkAndWrite(
     const std::function<void(const std::string&)>& progress) {
-    const SoakOutcome& divergence = *report_.divergence;
+    const SoakDivergence& divergence = *report_.divergence;
     std::vector<Step> stimuli = stimuli_;
     stimuli.resize(std::min(stimuli.size(), divergence.stimulus + 1));
     std::vector<size_t> numbers(stimuli.size());
     for (size_t i = 0; i < numbers.size(); ++i) numbers[i] = i;
     const auto shrink_start = steady_clock::now();
-    const ShrinkResult shrunk =
-        ShrinkStimuli(setup_, stimuli, numbers, divergence, options_.shrink_budget,
-                      [&progress](const std::string& line) {
-                          if (progress) progress(line);
-                      });
+    const ShrinkResult shrunk = ShrinkStimuli(
+        stimuli, numbers, divergence, options_.shrink_budget,
+        [this](const std::vector<Step>& candidate) { return PlayStimuli(setup_, candidate); },
+        [&progress](const std::string& line) {
+            if (progress) progress(line);
+        });
     const double shrink_seconds =
         std::chrono::duration<double>(steady_clock::now() - shrink_start).count();
 
@@ -160,7 +157,7 @@ Result<SoakScenarioReport> SoakRun::ShrinkAndWrite(
             ? StringPrintf("Shrunk to %zu of %zu stimuli in %zu replays (%.0f s).\n",
                            shrunk.stimuli.size(), stimuli.size(), shrunk.replays, shrink_seconds)
             : "No replay diverged alike (a timing of the run's own); the whole run is kept.\n";
-    header += "Divergence: " + shrunk.outcome.message + "\n";
+    header += "Divergence: " + shrunk.reproduced.value_or(divergence).message + "\n";
     header += "Play it: tarvo-emu run " + options_.out;
     const tarvo_scenario::Scenario shrunk_scenario =
         SoakScenario(setup_, shrunk.stimuli, shrunk.numbers);

@@ -41,7 +41,7 @@ struct SoakReport {
     size_t checks = 0;
     double seconds = 0;
     SoakPeak peak;
-    std::optional<SoakOutcome> divergence;
+    std::optional<SoakDivergence> divergence;
 };
 
 // A divergence shrunk and written as a scenario.
@@ -78,7 +78,7 @@ class SoakRun {
 
   private:
     // Raises the report's peak to what /proc shows of `daemon` now.
-    void NotePeak(pid_t daemon);
+    void NotePeak(std::optional<pid_t> daemon);
 
     const SoakOptions options_;
     const tarvo_scenario::Scenario setup_;

@@ -62,43 +62,41 @@ tarvo_scenario::Scenario SoakScenario(const tarvo_scenario::Scenario& setup,
     return scenario;
 }
 
-SoakOutcome PlayStimuli(const tarvo_scenario::Scenario& setup, const std::vector<Step>& stimuli) {
-    SoakOutcome outcome;
+std::optional<SoakDivergence> PlayStimuli(const tarvo_scenario::Scenario& setup,
+                                          const std::vector<Step>& stimuli) {
     ScenarioSession session(setup, nullptr);
     if (android::base::Result<void> started = session.Start(); !started.ok()) {
-        outcome.diverged = true;
-        outcome.signature = "start";
-        outcome.message = started.error().message();
-        return outcome;
+        return SoakDivergence{0, "start", started.error().message()};
     }
     SoakModel model(setup);
     int index = 0;
-    const auto play = [&](const std::vector<Step>& steps, size_t stimulus) {
+    const auto play = [&](const std::vector<Step>& steps,
+                          size_t stimulus) -> std::optional<SoakDivergence> {
         for (const Step& step : steps) {
             StepResult played = session.Play(step, index++);
-            if (played.ok()) continue;
-            outcome = {true, stimulus, SoakSignature(step, played.error()),
-                       played.error().message()};
-            return false;
+            if (!played.ok()) {
+                return SoakDivergence{stimulus, SoakSignature(step, played.error()),
+                                      played.error().message()};
+            }
         }
-        return true;
+        return std::nullopt;
     };
-    if (!play(model.Start(), 0)) return outcome;
+    if (std::optional<SoakDivergence> diverged = play(model.Start(), 0)) return diverged;
     for (size_t i = 0; i < stimuli.size(); ++i) {
-        if (!play(model.Play(stimuli[i]), i)) return outcome;
+        if (std::optional<SoakDivergence> diverged = play(model.Play(stimuli[i]), i)) {
+            return diverged;
+        }
     }
     if (android::base::Result<void> health = session.rig().CheckHealth(); !health.ok()) {
-        outcome.diverged = true;
-        outcome.stimulus = stimuli.empty() ? 0 : stimuli.size() - 1;
-        outcome.signature = "health";
-        outcome.message = health.error().message();
+        return SoakDivergence{stimuli.empty() ? 0 : stimuli.size() - 1, "health",
+                              health.error().message()};
     }
-    return outcome;
+    return std::nullopt;
 }
 
-ShrinkResult ShrinkStimuli(const tarvo_scenario::Scenario& setup, std::vector<Step> stimuli,
-                           std::vector<size_t> numbers, const SoakOutcome& divergence,
-                           std::chrono::seconds budget,
+ShrinkResult ShrinkStimuli(std::vector<Step> stimuli, std::vector<size_t> numbers,
+                           const SoakDivergence& divergence, std::chrono::seconds budget,
+                           const StimuliReplay& replay,
                            const std::function<void(const std::string&)>& report) {
     const auto deadline = std::chrono::steady_clock::now() + budget;
     ShrinkResult result;
@@ -106,17 +104,17 @@ ShrinkResult ShrinkStimuli(const tarvo_scenario::Scenario& setup, std::vector<St
     const auto keeps = [&](const std::vector<Step>& candidate,
                            const std::vector<size_t>& candidate_numbers) {
         ++result.replays;
-        SoakOutcome outcome = PlayStimuli(setup, candidate);
-        const bool same = outcome.diverged && outcome.signature == divergence.signature;
+        std::optional<SoakDivergence> diverged = replay(candidate);
+        const bool same = diverged && diverged->signature == divergence.signature;
         report(StringPrintf("replay %zu: %zu stimuli, %s", result.replays, candidate.size(),
-                            same               ? "diverges alike"
-                            : outcome.diverged ? "diverges otherwise"
-                                               : "passes"));
+                            same       ? "diverges alike"
+                            : diverged ? "diverges otherwise"
+                                       : "passes"));
         if (!same) return false;
-        const size_t end = std::min(outcome.stimulus + 1, candidate.size());
+        const size_t end = std::min(diverged->stimulus + 1, candidate.size());
         result.stimuli.assign(candidate.begin(), candidate.begin() + end);
         result.numbers.assign(candidate_numbers.begin(), candidate_numbers.begin() + end);
-        result.outcome = outcome;
+        result.reproduced = std::move(diverged);
         return true;
     };
     const auto in_time = [&deadline] { return std::chrono::steady_clock::now() < deadline; };
@@ -125,16 +123,14 @@ ShrinkResult ShrinkStimuli(const tarvo_scenario::Scenario& setup, std::vector<St
     for (size_t tail = 1; in_time(); tail = std::min(tail * 2, stimuli.size())) {
         const size_t start = stimuli.size() - tail;
         if (keeps({stimuli.begin() + start, stimuli.end()},
-                  {numbers.begin() + start, numbers.end()})) {
-            result.reproduced = true;
+                  {numbers.begin() + start, numbers.end()}) ||
+            tail == stimuli.size()) {
             break;
         }
-        if (tail == stimuli.size()) break;
     }
     if (!result.reproduced) {
         result.stimuli = std::move(stimuli);
         result.numbers = std::move(numbers);
-        result.outcome = divergence;
         return result;
     }
     // Without each stretch, the last stimulus (where it diverges) kept.

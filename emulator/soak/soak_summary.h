@@ -16,7 +16,7 @@ struct SoakPeak {
 };
 
 // A divergence of one seed and the scenario written for it (empty when none could be written).
-struct SoakDivergence {
+struct SeedDivergence {
     uint64_t seed = 0;
     std::string message;
     std::string scenario;
@@ -29,7 +29,7 @@ struct SoakSummary {
     size_t checks = 0;
     // By kind: "eof", "read", "write", "hangup", "offline", "restart".
     std::map<std::string, size_t> faults;
-    std::vector<SoakDivergence> divergences;
+    std::vector<SeedDivergence> divergences;
     // The wall time of the run; merged, the sum of the runs' times.
     double seconds = 0;
     SoakPeak peak;

@@ -3,8 +3,8 @@
 #include <signal.h>
 
 #include "device/device_facts.h"
-#include "scenario/daemon_steps.h"
 #include "scenario/payload_fields.h"
+#include "scenario/step_handlers.h"
 
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
@@ -30,6 +30,13 @@ const std::vector<std::string>& FileNames() {
 }
 
 constexpr char kAlphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+
+// `message` sent by the modem as it is.
+Step SendStep(TarvoMessage message) {
+    Step step;
+    *step.mutable_send() = std::move(message);
+    return step;
+}
 
 }  // namespace
 
@@ -85,29 +92,29 @@ SoakTraffic::Transfer SoakTraffic::NewTransfer() {
     return {Directory(), Name(), TotalSize(), Chance(0.25)};
 }
 
-uint32_t SoakTraffic::NextToken() {
-    const uint32_t token = next_token_;
+TarvoMessage SoakTraffic::NewMessage(tarvo_message::TarvoMessageType type) {
+    TarvoMessage message;
+    message.set_type(type);
+    message.set_token(next_token_);
     next_token_ += kTokenStride;
-    return token;
+    return message;
 }
 
 Step SoakTraffic::Send(TarvoMessage message, size_t size) {
-    Step step;
     if (size <= kLiteralData) {
         std::string data(size, '\0');
         for (char& c : data) c = static_cast<char>(Uniform(0, 255));
         SetPayloadData(&message, data);
-        *step.mutable_send() = std::move(message);
-        return step;
+        return SendStep(std::move(message));
     }
+    Step step;
     *step.mutable_send_generated()->mutable_message() = std::move(message);
     step.mutable_send_generated()->mutable_data()->set_random_seed(random_());
     step.mutable_send_generated()->mutable_data()->set_size(size);
     return step;
 }
 
-Step SoakTraffic::Next(const SoakModel& model, bool* fault) {
-    *fault = false;
+Step SoakTraffic::Next(const SoakModel& model) {
     const uint64_t pick = Uniform(0, 99);
     if (pick < 30) return Block(model);
     if (pick < 38) return Append();
@@ -117,7 +124,7 @@ Step SoakTraffic::Next(const SoakModel& model, bool* fault) {
     if (pick < 73) return Uecap();
     if (pick < 87) return Diagnostics();
     if (pick < 92 || faults_.empty()) return Malformed();
-    *fault = true;
+    ++faults_given_;
     return Fault();
 }
 
@@ -157,9 +164,8 @@ Step SoakTraffic::Block(const SoakModel& model) {
     uint32_t size = BlockSize();
     if (!overshoot && offset < total) size = std::min(size, total - offset);
 
-    TarvoMessage message;
-    message.set_type(transfer.indication ? tarvo_message::INDICATION : tarvo_message::REQUEST);
-    message.set_token(NextToken());
+    TarvoMessage message =
+        NewMessage(transfer.indication ? tarvo_message::INDICATION : tarvo_message::REQUEST);
     const auto fill = [&](auto* request) {
         request->set_file_name(transfer.name);
         request->set_file_dir(static_cast<tarvo_message::FileDirectory>(transfer.directory));
@@ -180,9 +186,7 @@ Step SoakTraffic::Block(const SoakModel& model) {
 }
 
 Step SoakTraffic::Append() {
-    TarvoMessage message;
-    message.set_type(tarvo_message::REQUEST);
-    message.set_token(NextToken());
+    TarvoMessage message = NewMessage(tarvo_message::REQUEST);
     tarvo_message::FileAppendRequest* append = message.mutable_file()->mutable_append_request();
     append->set_file_name(Name());
     append->set_file_dir(static_cast<tarvo_message::FileDirectory>(Directory()));
@@ -190,9 +194,7 @@ Step SoakTraffic::Append() {
 }
 
 Step SoakTraffic::Read(const SoakModel& model) {
-    TarvoMessage message;
-    message.set_type(tarvo_message::REQUEST);
-    message.set_token(NextToken());
+    TarvoMessage message = NewMessage(tarvo_message::REQUEST);
     tarvo_message::FileReadRequest* read = message.mutable_file()->mutable_read_request();
     const uint32_t directory = Directory();
     const std::string name = Name();
@@ -208,9 +210,7 @@ Step SoakTraffic::Read(const SoakModel& model) {
     if (Chance(0.15)) length += Uniform(1, 64);
     read->set_offset(offset);
     read->set_max_data_size(length);
-    Step step;
-    *step.mutable_send() = std::move(message);
-    return step;
+    return SendStep(std::move(message));
 }
 
 Step SoakTraffic::Property() {
@@ -218,9 +218,7 @@ Step SoakTraffic::Property() {
         "vendor.modem.soak",    "persist.vendor.modem.mode", "vendor.modem.x:y@z-1",
         "ro.vendor.modem.once", ModelSteps::kPingProperty,   "bad name",
         "vendor..modem",        "vendor.modem.unset"};
-    TarvoMessage message;
-    message.set_type(tarvo_message::REQUEST);
-    message.set_token(NextToken());
+    TarvoMessage message = NewMessage(tarvo_message::REQUEST);
     std::string name = (*kNames)[Uniform(0, kNames->size() - 1)];
     if (name == "ro.vendor.modem.once") name += std::to_string(Uniform(0, 9));
     if (Chance(0.5)) {
@@ -233,15 +231,11 @@ Step SoakTraffic::Property() {
         write->set_name(name);
         write->set_value(Text(size));
     }
-    Step step;
-    *step.mutable_send() = std::move(message);
-    return step;
+    return SendStep(std::move(message));
 }
 
 Step SoakTraffic::Temperature() {
-    TarvoMessage message;
-    message.set_type(tarvo_message::REQUEST);
-    message.set_token(NextToken());
+    TarvoMessage message = NewMessage(tarvo_message::REQUEST);
     tarvo_message::ModemTemperatureSetRequest* request =
         message.mutable_modem_temperature()->mutable_set_request();
     for (uint64_t i = Uniform(0, 4); i > 0; --i) {
@@ -250,15 +244,11 @@ Step SoakTraffic::Temperature() {
         sensor->set_temperature(static_cast<int64_t>(Uniform(0, 170000)) - 40000);
         sensor->set_update(Chance(0.5));
     }
-    Step step;
-    *step.mutable_send() = std::move(message);
-    return step;
+    return SendStep(std::move(message));
 }
 
 Step SoakTraffic::Uecap() {
-    TarvoMessage message;
-    message.set_type(tarvo_message::REQUEST);
-    message.set_token(NextToken());
+    TarvoMessage message = NewMessage(tarvo_message::REQUEST);
     tarvo_message::UecapFileReadRequest* request =
         message.mutable_uecap_file()->mutable_read_request();
     if (Chance(0.95)) request->set_file_name(Chance(0.8) ? "uecap.bin" : "missing.bin");
@@ -271,15 +261,11 @@ Step SoakTraffic::Uecap() {
     // Never 0: the daemon then sends empty blocks until a send fails, by design, and a train
     // stays within the tokens left after each message.
     request->set_block_size(Uniform(8, 4096));
-    Step step;
-    *step.mutable_send() = std::move(message);
-    return step;
+    return SendStep(std::move(message));
 }
 
 Step SoakTraffic::Diagnostics() {
-    TarvoMessage message;
-    message.set_type(tarvo_message::INDICATION);
-    message.set_token(NextToken());
+    TarvoMessage message = NewMessage(tarvo_message::INDICATION);
     Step step;
     switch (Uniform(0, 5)) {
         case 0: {
@@ -299,8 +285,7 @@ Step SoakTraffic::Diagnostics() {
             const uint64_t size = Chance(0.3) ? Uniform(10000, kLargeBlock) : Uniform(0, 300);
             if (size <= kLiteralData) {
                 indication->set_data(Text(size));
-                *step.mutable_send() = std::move(message);
-                return step;
+                return SendStep(std::move(message));
             }
             // Letters and digits, so that the log's content can be matched around its time
             // stamps.
@@ -314,8 +299,7 @@ Step SoakTraffic::Diagnostics() {
                 message.mutable_userspace_log()->mutable_indication();
             indication->set_log(Text(Uniform(1, 80)));
             if (Chance(0.9)) indication->set_level(Uniform(0, 3));
-            *step.mutable_send() = std::move(message);
-            return step;
+            return SendStep(std::move(message));
         }
         case 3:
         case 4:
@@ -338,9 +322,7 @@ Step SoakTraffic::Diagnostics() {
 }
 
 Step SoakTraffic::Malformed() {
-    TarvoMessage message;
-    message.set_type(tarvo_message::REQUEST);
-    message.set_token(NextToken());
+    TarvoMessage message = NewMessage(tarvo_message::REQUEST);
     Step step;
     switch (Uniform(0, 5)) {
         case 0: {
@@ -377,8 +359,7 @@ Step SoakTraffic::Malformed() {
             } else {
                 read->set_file_dir(tarvo_message::FILE_DIR_MDS);
             }
-            *step.mutable_send() = std::move(message);
-            return step;
+            return SendStep(std::move(message));
         }
         case 4: {
             tarvo_message::FileAppendRequest* append =
@@ -393,8 +374,7 @@ Step SoakTraffic::Malformed() {
         default:
             // A property message with neither a read nor a write.
             message.mutable_property();
-            *step.mutable_send() = std::move(message);
-            return step;
+            return SendStep(std::move(message));
     }
 }
 

@@ -20,8 +20,10 @@ class SoakTraffic {
     SoakTraffic(uint64_t seed, std::set<tarvo_emu::Fault> faults);
 
     // The next stimulus; `model` says what the daemon holds, so that blocks continue transfers
-    // and reads find files. Sets `*fault` when the stimulus is a fault.
-    tarvo_scenario::Step Next(const SoakModel& model, bool* fault);
+    // and reads find files.
+    tarvo_scenario::Step Next(const SoakModel& model);
+    // How many of the stimuli so far were faults.
+    size_t faults_given() const { return faults_given_; }
 
   private:
     // A file that the modem sends in blocks.
@@ -41,8 +43,8 @@ class SoakTraffic {
     uint32_t BlockSize();
     uint32_t TotalSize();
     Transfer NewTransfer();
-    // The next message's token; room is left after it for a train of answers.
-    uint32_t NextToken();
+    // A message of `type` with the next token; room is left after it for a train of answers.
+    tarvo_message::TarvoMessage NewMessage(tarvo_message::TarvoMessageType type);
     // `message` sent with `size` bytes of data: written out when short, generated when long.
     tarvo_scenario::Step Send(tarvo_message::TarvoMessage message, size_t size);
 
@@ -58,6 +60,7 @@ class SoakTraffic {
 
     std::mt19937_64 random_;
     std::set<tarvo_emu::Fault> faults_;
+    size_t faults_given_ = 0;
     std::vector<Transfer> transfers_;
     uint32_t next_token_ = 1;
 };

@@ -448,8 +448,8 @@ TEST(RigTeardownTest, LeavesNoMountProcessOrFileBehind) {
         ASSERT_RESULT_OK(rig.Start());
         ASSERT_TRUE(rig.WaitForLog(ANDROID_LOG_INFO, "Start modem state monitoring"));
         dir = rig.sandbox().dir();
-        daemon = rig.daemon_pid();
-        ASSERT_NE(daemon, 0);
+        ASSERT_TRUE(rig.daemon_pid().has_value());
+        daemon = *rig.daemon_pid();
     }
     std::string mounts;
     ASSERT_TRUE(android::base::ReadFileToString("/proc/self/mountinfo", &mounts));
@@ -520,9 +520,9 @@ TEST(RigHealthTest, ADaemonThatEndsOnItsOwnIsAFailure) {
 
     ASSERT_RESULT_OK(rig.StartDaemon());
     ASSERT_TRUE(rig.AwaitLog(ANDROID_LOG_INFO, "Start modem state monitoring"));
-    ASSERT_NE(rig.daemon_pid(), 0);
+    ASSERT_TRUE(rig.daemon_pid().has_value());
     EXPECT_RESULT_OK(rig.CheckHealth());
-    ASSERT_EQ(kill(rig.daemon_pid(), SIGKILL), 0);
+    ASSERT_EQ(kill(*rig.daemon_pid(), SIGKILL), 0);
     android::base::Result<void> health;
     ASSERT_TRUE(tarvo_emu::WaitUntil([&] { return !(health = rig.CheckHealth()).ok(); },
                                      std::chrono::seconds(10)));

@@ -15,7 +15,7 @@
 #include "scenario/expect_step.h"
 #include "scenario/scenario_loader.h"
 #include "scenario/scenario_recorder.h"
-#include "scenario/step_wait.h"
+#include "scenario/step_handlers.h"
 
 namespace {
 

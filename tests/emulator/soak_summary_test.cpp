@@ -37,7 +37,7 @@ TEST(SoakSummaryTest, MergeAddsCountsKeepsEverySeedAndDivergenceAndTakesTheHighe
     EXPECT_EQ(merged.checks, 3000u);
     EXPECT_THAT(merged.faults, ElementsAre(Pair("eof", 5), Pair("hangup", 5), Pair("restart", 1)));
     EXPECT_THAT(merged.divergences,
-                ElementsAre(Field(&SoakDivergence::seed, 2), Field(&SoakDivergence::seed, 3)));
+                ElementsAre(Field(&SeedDivergence::seed, 2), Field(&SeedDivergence::seed, 3)));
     EXPECT_EQ(merged.divergences[1].scenario, "out.seed-3.textproto");
     EXPECT_DOUBLE_EQ(merged.seconds, 40);
     EXPECT_THAT(merged.checks_per_second(), DoubleEq(75));

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include <android-base/file.h>
@@ -16,24 +17,23 @@ using tarvo_emu::NodeRate;
 using tarvo_emu::TputReport;
 
 TEST(TputCommandTest, ReadsTheDaemonsSampleAndResultLines) {
-    double gbps = 0;
-    EXPECT_TRUE(tarvo_emu::ParseSampleLine(
-        "Modem_IPC_Test DL:Tput : 10.000000 (GBps) | byte_counter: 125000000 ", &gbps));
-    EXPECT_EQ(gbps, 10.0);
-    EXPECT_FALSE(tarvo_emu::ParseSampleLine("Modem_IPC_Test DL Results: Average Tput: 1", &gbps));
+    EXPECT_EQ(tarvo_emu::ParseSampleLine(
+                  "Modem_IPC_Test DL:Tput : 10.000000 (GBps) | byte_counter: 125000000 "),
+              10.0);
+    EXPECT_EQ(tarvo_emu::ParseSampleLine("Modem_IPC_Test DL Results: Average Tput: 1"),
+              std::nullopt);
 
-    double average = 0, max = 0;
-    EXPECT_TRUE(tarvo_emu::ParseResultLine(
+    std::optional<tarvo_emu::TputResultLine> result = tarvo_emu::ParseResultLine(
         "Modem_IPC_Test DL Results: Average Tput: 3.30 Gbps, Max Tput: 12.82 Gbps, Total byte "
-        "cnt: -173277184, Trasmission cnt:100",
-        &average, &max));
-    EXPECT_EQ(average, 3.30);
-    EXPECT_EQ(max, 12.82);
-    EXPECT_TRUE(tarvo_emu::ParseResultLine(
+        "cnt: -173277184, Trasmission cnt:100");
+    ASSERT_TRUE(result.has_value());
+    EXPECT_EQ(result->average_gbps, 3.30);
+    EXPECT_EQ(result->max_gbps, 12.82);
+    result = tarvo_emu::ParseResultLine(
         "Modem_IPC_Test DL Results: Average Tput: -nan Gbps, Max Tput: 0.00 Gbps, Total byte "
-        "cnt: 0, Trasmission cnt:0",
-        &average, &max));
-    EXPECT_TRUE(std::isnan(average));
+        "cnt: 0, Trasmission cnt:0");
+    ASSERT_TRUE(result.has_value());
+    EXPECT_TRUE(std::isnan(result->average_gbps));
 }
 
 TEST(TputCommandTest, PlotsWhatWasMeasuredAndWhatWasNot) {
