@@ -46,17 +46,6 @@ std::string StagingPath(const std::string& name) {
     return std::string(tarvo_emu::kStagingDirectory) + "/" + name;
 }
 
-// Tokens of one varint size, so that every response of a series has the same length.
-constexpr uint32_t kFirstToken = 0x1000;
-
-std::string PropertyRead(uint32_t token) {
-    TarvoMessage message;
-    message.set_type(tarvo_message::REQUEST);
-    message.set_token(token);
-    message.mutable_property()->mutable_read_request()->set_name("persist.vendor.radio.bench");
-    return message.SerializeAsString();
-}
-
 // The write requests of one file, block after block. Each block is the same random bytes with
 // its number in front, so that a block out of place shows in the target. They carry no token:
 // with one, a full block of a 256 MiB file would not fit in the largest message the daemon
@@ -226,6 +215,14 @@ Result<pid_t> DaemonPid(BenchRig& bench) {
 
 }  // namespace
 
+std::string PropertyRead(uint32_t token) {
+    TarvoMessage message;
+    message.set_type(tarvo_message::REQUEST);
+    message.set_token(token);
+    message.mutable_property()->mutable_read_request()->set_name("persist.vendor.radio.bench");
+    return message.SerializeAsString();
+}
+
 BenchSettings BenchSettings::Smoke() {
     BenchSettings smoke;
     smoke.micro_rounds = 1;
@@ -240,6 +237,7 @@ BenchSettings BenchSettings::Smoke() {
     smoke.soak_messages = 600;
     smoke.decode_blocks = 4;
     smoke.soak_scaling_s = 2;
+    smoke.live_messages = 20;
     return smoke;
 }
 

@@ -25,9 +25,15 @@ struct BenchSettings {
     uint64_t soak_messages = 1000000;
     uint64_t decode_blocks = 256;
     int soak_scaling_s = 20;
+    uint64_t live_messages = 1000;
 
     static BenchSettings Smoke();
 };
+
+// Tokens of one varint size, so that every response of a series has the same length.
+inline constexpr uint32_t kFirstToken = 0x1000;
+// A property read request with `token`, which the daemon answers.
+std::string PropertyRead(uint32_t token);
 
 using Figures = android::base::Result<std::vector<Figure>>;
 
@@ -40,5 +46,6 @@ Figures IdleFigures(const BenchSettings& settings);
 Figures SoakFigures(const BenchSettings& settings);
 Figures SoakScalingFigures(const BenchSettings& settings);
 Figures DecodeFigures(const BenchSettings& settings);
+Figures LiveLatencyFigures(const BenchSettings& settings);
 
 }  // namespace tarvo_bench

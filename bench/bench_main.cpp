@@ -37,6 +37,7 @@ const std::vector<Benchmark> kBenchmarks = {
     {"soak", tarvo_bench::SoakFigures},
     {"soak_scaling", tarvo_bench::SoakScalingFigures},
     {"decode", tarvo_bench::DecodeFigures},
+    {"live_latency", tarvo_bench::LiveLatencyFigures},
 };
 
 // The load averages over 1, 5 and 15 minutes, as /proc/loadavg gives them.

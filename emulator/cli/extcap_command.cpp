@@ -8,19 +8,24 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <iterator>
 
 #include <android-base/file.h>
+#include <android-base/parseint.h>
 #include <android-base/result.h>
 #include <android-base/unique_fd.h>
 #include <fmt/format.h>
 
 #include "capture/live_device.h"
 #include "capture/live_rig.h"
+#include "capture/pcapng_recorder.h"
 #include "capture/wireshark_profile.h"
+#include "device/fault.h"
 #include "process/signal_cleanup.h"
 #include "rig/rig.h"
 #include "scenario/scenario_loader.h"
+#include "soak/soak_run.h"
 
 using android::base::Result;
 
@@ -34,6 +39,8 @@ constexpr char kDemoScenario[] = TARVO_SOURCE_DIR "/tests/scenarios/demo.textpro
 constexpr char kHelp[] = "file://" TARVO_SOURCE_DIR "/docs/captures.md";
 // LINKTYPE_WIRESHARK_UPPER_PDU, as PcapngWriter writes.
 constexpr int kLinkTypeUpperPdu = 252;
+// A live soak plays until the capture stops.
+constexpr std::chrono::hours kSoakUntilStopped{24 * 365};
 
 // The signals with which Wireshark stops a capture, or a user ends one run by hand. The first
 // ends the capture in order (the daemon stopped, the stream closed whole); a second goes to the
@@ -41,6 +48,7 @@ constexpr int kLinkTypeUpperPdu = 252;
 constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
 std::atomic<LiveRig*> live_rig = nullptr;
 std::atomic<LiveDevice*> live_device = nullptr;
+std::atomic<SoakRun*> live_soak = nullptr;
 int stop_write_fd = -1;
 struct sigaction cleanup_actions[std::size(kStopSignals)];
 
@@ -48,6 +56,7 @@ void OnStopSignal(int signal_number) {
     const int saved_errno = errno;
     if (LiveRig* live = live_rig.load(); live != nullptr) live->Stop();
     if (LiveDevice* live = live_device.load(); live != nullptr) live->Stop();
+    if (SoakRun* soak = live_soak.load(); soak != nullptr) soak->Stop();
     for (size_t i = 0; i < std::size(kStopSignals); ++i) {
         if (signal_number == kStopSignals[i]) {
             sigaction(signal_number, &cleanup_actions[i], nullptr);
@@ -107,6 +116,10 @@ void PrintRigConfig() {
     for (const char* client : {"-m", "-e", "-t"}) {
         fmt::print("value {{arg=1}}{{value={0}}}{{display=tarvo {0}}}{{default=false}}\n", client);
     }
+    fmt::print(
+        "arg {{number=2}}{{call=--soak-seed}}{{display=Soak seed}}{{type=integer}}"
+        "{{tooltip=Plays a soak with this seed instead of the scenario (as `tarvo-emu soak "
+        "--seed N`), each divergence a packet comment}}\n");
 }
 
 void PrintSerialValues() {
@@ -170,6 +183,49 @@ int CaptureDevice(const ExtcapOptions& options, int stop_fd) {
     return 1;
 }
 
+void WaitForStop(int stop_fd) {
+    pollfd stop = {.fd = stop_fd, .events = POLLIN, .revents = 0};
+    while (poll(&stop, 1, -1) < 0 && errno == EINTR) {
+    }
+}
+
+// Plays a soak in the rig, streaming its session to the fifo with its divergence as a packet
+// comment, until Wireshark stops the capture.
+int CaptureSoak(const ExtcapOptions& options, int stop_fd) {
+    SoakOptions soak_options;
+    if (!android::base::ParseUint(options.soak_seed, &soak_options.seed)) {
+        fmt::print(stderr, "tarvo-rig: --soak-seed takes a number, not \"{}\"\n",
+                   options.soak_seed);
+        return 1;
+    }
+    soak_options.duration = kSoakUntilStopped;
+    soak_options.faults = *ParseSoakFaults("all");
+    Result<std::unique_ptr<PcapngRecorder>> recorder = PcapngRecorder::Open(options.fifo);
+    if (!recorder.ok()) {
+        fmt::print(stderr, "tarvo-rig: {}\n", recorder.error().message());
+        return 1;
+    }
+    (*recorder)->Attach(&soak_options.hooks);
+    SoakRun soak(soak_options);
+    live_soak = &soak;
+    // A stop that came before the soak could hear it is in the pipe.
+    if (pollfd stop = {.fd = stop_fd, .events = POLLIN, .revents = 0}; poll(&stop, 1, 0) > 0) {
+        soak.Stop();
+    }
+    Result<SoakReport> report = soak.Play(nullptr);
+    if (!report.ok()) {
+        (*recorder)->OnNote("FAILED " + report.error().message());
+    } else if (report->divergence) {
+        (*recorder)->OnNote(fmt::format("DIVERGED at stimulus {}: {}", report->divergence->stimulus,
+                                        report->divergence->message));
+    }
+    WaitForStop(stop_fd);
+    live_soak = nullptr;
+    // As for a scenario: the stream's reader may be gone already.
+    (void)(*recorder)->Close();
+    return 0;
+}
+
 // Plays the scenario in the rig, streaming the session to the fifo, and keeps the daemon
 // running until Wireshark stops the capture.
 int CaptureRig(const ExtcapOptions& options, android::base::unique_fd stop_read,
@@ -192,6 +248,7 @@ int CaptureRig(const ExtcapOptions& options, android::base::unique_fd stop_read,
         return 1;
     }
     TakeOverStopSignals(stop_write.release());
+    if (!options.soak_seed.empty()) return CaptureSoak(options, stop_read.get());
 
     const std::string file = options.scenario.empty() ? kDemoScenario : options.scenario;
     ScenarioOrigin origin;
@@ -208,9 +265,7 @@ int CaptureRig(const ExtcapOptions& options, android::base::unique_fd stop_read,
     live_rig = live->get();
     // A step that fails is a note in the capture; the daemon is watched on all the same.
     (*live)->Play(options.client);
-    pollfd stop = {.fd = stop_read.get(), .events = POLLIN, .revents = 0};
-    while (poll(&stop, 1, -1) < 0 && errno == EINTR) {
-    }
+    WaitForStop(stop_read.get());
     live_rig = nullptr;
     // Wireshark has stopped the capture and its reader of the stream may be gone already: the
     // rig is taken down whole, and what the last writes met is nobody's concern.
@@ -255,6 +310,10 @@ CLI::App* AddExtcapCommand(CLI::App& app, ExtcapOptions* options) {
         ->add_option("--client", options->client,
                      "tarvo-rig: run `tarvo` with -m, -e or -t after the scenario")
         ->type_name("OPTION");
+    extcap
+        ->add_option("--soak-seed", options->soak_seed,
+                     "tarvo-rig: play a soak with this seed instead of the scenario")
+        ->type_name("N");
     extcap->add_option("--serial", options->serial, "tarvo-device: the device, as adb lists it")
         ->type_name("SERIAL");
     extcap

@@ -20,6 +20,8 @@ struct ExtcapOptions {
     // tarvo-rig: the scenario (the demo when empty) and the client run after it.
     std::string scenario;
     std::string client;
+    // tarvo-rig: a soak's seed, played instead of the scenario when not empty.
+    std::string soak_seed;
     // tarvo-device: the adb serial, a command of the user's instead of adb, and whether the
     // daemon is restarted under strace.
     std::string serial;

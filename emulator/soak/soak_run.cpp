@@ -62,7 +62,7 @@ Result<SoakReport> SoakRun::Play(
     const std::function<void(const SoakReport&, bool last)>& progress) {
     SoakModel model(setup_);
     SoakTraffic traffic(options_.seed, options_.faults);
-    ScenarioSession session(setup_, nullptr);
+    ScenarioSession session(setup_, nullptr, nullptr, nullptr, options_.hooks);
     if (Result<void> started = session.Start(); !started.ok()) return started.error();
 
     const auto start = steady_clock::now();
@@ -102,7 +102,7 @@ Result<SoakReport> SoakRun::Play(
     };
 
     bool clean = play(model.Start());
-    while (clean && steady_clock::now() < deadline &&
+    while (clean && !stopped_ && steady_clock::now() < deadline &&
            (!options_.steps || report_.stimuli < *options_.steps)) {
         stimuli_.push_back(traffic.Next(model));
         ++report_.stimuli;

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -14,6 +15,7 @@
 
 #include <android-base/result.h>
 
+#include "rig/rig_hooks.h"
 #include "soak/soak_shrinker.h"
 #include "soak/soak_summary.h"
 #include "soak/soak_traffic.h"
@@ -30,6 +32,9 @@ struct SoakOptions {
     std::string out = "soak-failure.textproto";
     // How long shrinking may take.
     std::chrono::seconds shrink_budget{600};
+    // For the rig that Play starts (a live capture of the run); the replays of shrinking get
+    // none.
+    RigHooks hooks;
 };
 
 // What a soak run played, and its first divergence.
@@ -69,6 +74,9 @@ class SoakRun {
     // (`last`). An error when the rig did not start.
     android::base::Result<SoakReport> Play(
         const std::function<void(const SoakReport&, bool last)>& progress);
+    // Ends Play after the stimulus being played, as if its time were up; callable from a
+    // signal handler.
+    void Stop() { stopped_ = true; }
 
     // Shrinks the divergence that Play found to the fewest stimuli that still show it, each
     // replay on a rig of its own (`progress` hears each attempt), and writes them to the
@@ -84,6 +92,7 @@ class SoakRun {
     const tarvo_scenario::Scenario setup_;
     std::vector<tarvo_scenario::Step> stimuli_;
     SoakReport report_;
+    std::atomic<bool> stopped_ = false;
 };
 
 }  // namespace tarvo_emu

@@ -43,6 +43,17 @@ if [ "$actual" != "$expected" ]; then
     exit 1
 fi
 
+# A soak instead of a scenario: its traffic comes out decoded as it plays.
+tshark -i tarvo-rig -o extcap.tarvo_rig.soakseed:7 -a duration:8 -w "$work/soak.pcapng" \
+    2>"$work/tshark.err"
+tshark -C tarvo -r "$work/soak.pcapng" -Y protobuf -T fields -E separator=, \
+    -e _ws.col.Source -e pbf.tarvo_message.TarvoMessage.type >"$work/soak.fields"
+if ! grep -q '^modem,[0-9]' "$work/soak.fields" || ! grep -q '^tarvo,[0-9]' "$work/soak.fields"; then
+    printf 'the live soak holds no decoded messages both ways:\n%s\ntshark said:\n%s\n' \
+        "$(head "$work/soak.fields")" "$(cat "$work/tshark.err")" >&2
+    exit 1
+fi
+
 # Packets reach Wireshark as they happen, not when the capture ends: the demo (the scenario when
 # none is given) fills tshark's count of packets long before the capture's time is up.
 start=$(date +%s)
