@@ -252,11 +252,13 @@ Figures DeviceLatency(uint64_t messages) {
     Result<std::unique_ptr<BenchRig>> bench = BenchRig::Create();
     if (!bench.ok()) return bench.error();
     if (Result<void> started = (*bench)->StartDaemon(); !started.ok()) return started.error();
-    // The strace line of the README, run here instead of on a phone.
+    const std::optional<pid_t> pid = (*bench)->daemon_pid();
+    if (!pid) return Error() << "the daemon's pid is not known";
+    // The strace line of the capture guide, run here instead of on a phone.
     const std::string command = StringPrintf(
         "strace -f -ttt -y -xx -s 70000 -e trace=read,write,ioctl -P /dev/oem_ipc1 "
         "-P /dev/umts_boot0 -o /proc/self/fd/1 -p %d",
-        (*bench)->daemon_pid());
+        *pid);
     Result<std::unique_ptr<ExtcapCapture>> capture =
         ExtcapCapture::Start({"--extcap-interface", "tarvo-device", "--device-command", command});
     if (!capture.ok()) return capture.error();
