@@ -11,6 +11,7 @@
 
 #include <android-base/result.h>
 #include <fmt/format.h>
+#include <google/protobuf/descriptor.h>
 #include <CLI/CLI.hpp>
 
 #include "cli/command_formatter.h"
@@ -79,6 +80,11 @@ std::vector<std::string> Unexpected(const CLI::App* command) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Protobuf makes the pool of its generated descriptors on first use, under a lock of its own
+    // that ThreadSanitizer does not see (libprotobuf is not built with it). Made here, before any
+    // thread, the pool is made before every thread that uses it, the soak's rigs on several cores
+    // among them.
+    google::protobuf::DescriptorPool::generated_pool();
     CLI::App app(
         "The host rig of the tarvo daemon: the unmodified daemon in a sandbox at the device's\n"
         "paths, against an emulated modem and RIL. Needs root (FUSE and bubblewrap).",
