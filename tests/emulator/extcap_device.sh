@@ -7,6 +7,7 @@
 # Usage: extcap_device.sh TARVO_EMU SOURCE_DIR WORK_DIR
 set -eu
 emu=$1 source=$2 work=$3
+. "$source/tests/captures/daemon_of_run.sh"
 rm -rf "$work"
 mkdir -p "$work/home"
 export HOME="$work/home"
@@ -15,17 +16,7 @@ export HOME="$work/home"
 # The session of the kept captures, whose first step gives strace time to attach.
 "$emu" run "$source/tests/captures/session.textproto" --quiet >/dev/null &
 run=$!
-pid=""
-for _ in $(seq 100); do
-    # The daemon under this run, not another rig's.
-    pid=$(ps -eo pid=,ppid=,comm= | awk -v run="$run" '
-        { parent[$1] = $2; name[$1] = $3 }
-        END { for (p in name) if (name[p] == "tarvo") {
-                  for (q = parent[p]; q > 1; q = parent[q]) if (q == run) { print p; exit } } }')
-    [ -n "$pid" ] && break
-    sleep 0.05
-done
-[ -n "$pid" ] || { echo "no daemon to trace" >&2; kill "$run"; exit 1; }
+pid=$(daemon_of_run "$run") || { echo "no daemon to trace" >&2; kill "$run"; exit 1; }
 tshark -i tarvo-device -o "extcap.tarvo_device.devicecommand:strace -f -ttt -y -xx -s 70000 \
 -e trace=read,write,ioctl -P /dev/oem_ipc1 -P /dev/umts_boot0 -o /proc/self/fd/1 -p $pid" \
     -a duration:60 -w "$work/device.pcapng" 2>"$work/tshark.err"
