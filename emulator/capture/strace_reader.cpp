@@ -30,9 +30,10 @@ bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 // The boot node's status ioctl, as strace names it or as a number.
 bool IsStatusIoctl(std::string_view arg) {
-    return arg == fmt::format("{:#x}", kStatusIoctl) ||
-           arg == fmt::format("_IOC(_IOC_NONE, {:#x}, {:#x}, 0)", kStatusIoctl >> 8,
-                              kStatusIoctl & 0xff);
+    static const std::string kNumber = fmt::format("{:#x}", kStatusIoctl);
+    static const std::string kName =
+        fmt::format("_IOC(_IOC_NONE, {:#x}, {:#x}, 0)", kStatusIoctl >> 8, kStatusIoctl & 0xff);
+    return arg == kNumber || arg == kName;
 }
 
 std::string_view TrimView(std::string_view text) {
