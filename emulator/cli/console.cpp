@@ -21,7 +21,7 @@
 #include <android-base/unique_fd.h>
 #include <fmt/format.h>
 
-#include "cli/command_options.h"
+#include "cli/command.h"
 #include "cli/live_output.h"
 #include "cli/step_examples.h"
 #include "cli/typed_step.h"

@@ -1,10 +1,11 @@
-#include "cli/console_command.h"
-
-#include "cli/command_options.h"
+#include "cli/command.h"
+#include "cli/console.h"
 
 namespace tarvo_emu {
 
-CLI::App* AddConsoleCommand(CLI::App& app, ConsoleOptions* options) {
+// `tarvo-emu console [FILE] [--record OUT] [--pcapng OUT]`.
+Command AddConsoleCommand(CLI::App& app) {
+    auto options = std::make_shared<ConsoleOptions>();
     CLI::App* console = app.add_subcommand(
         "console",
         "Starts the sandbox and the daemon (with FILE's setup, and its steps played first,\n"
@@ -24,7 +25,7 @@ CLI::App* AddConsoleCommand(CLI::App& app, ConsoleOptions* options) {
     console->add_option("--pcapng", options->pcapng, kPcapngHelp)
         ->type_name("OUT")
         ->check(WritableOutput());
-    return console;
+    return {console, [options] { return RunConsole(*options); }};
 }
 
 }  // namespace tarvo_emu

@@ -1,5 +1,3 @@
-#include "cli/decode_command.h"
-
 #include <fcntl.h>
 #include <signal.h>
 #include <string.h>
@@ -10,6 +8,8 @@
 #include <iostream>
 #include <optional>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include <android-base/file.h>
 #include <android-base/result.h>
@@ -22,12 +22,23 @@
 #include "capture/pcapng_writer.h"
 #include "capture/strace_files.h"
 #include "capture/wireshark_profile.h"
+#include "cli/command.h"
 
 using android::base::Result;
 
 namespace tarvo_emu {
 
 namespace {
+
+struct DecodeOptions {
+    // The capture (several: the files of `strace -ff -o PREFIX`); standard input when none.
+    std::vector<std::string> files;
+    std::optional<int> fd;
+    bool full = false;
+    bool follow = false;   // each message as soon as its call is complete
+    std::string pcapng;    // none when empty
+    std::string scenario;  // none when empty
+};
 
 // Set while a capture is followed, for Ctrl-C to end it.
 CaptureFollower* following = nullptr;
@@ -112,50 +123,9 @@ int Follow(const DecodeOptions& options) {
     return WriteScenario(options, *capture);
 }
 
-}  // namespace
-
-CLI::App* AddDecodeCommand(CLI::App& app, DecodeOptions* options) {
-    CLI::App* decode = app.add_subcommand(
-        "decode",
-        "Reads a capture of the daemon's IPC node and prints it as the transcript shows a "
-        "session: every message both ways in text format (bytes that do not parse as bytes), "
-        "and between them read errors, end of file, signals and the boot node's states.\n"
-        "The capture is strace's output (any of -t/-tt/-ttt, -xx/-x/neither, -X, -o or "
-        "standard error, with -f, the hex dumps of -e read=all -e write=all, the files of -ff -o "
-        "PREFIX given together), the whole transcript that `tarvo-emu run --transcript OUT` "
-        "writes, or plain hex, one message a line. On a device:\n"
-        "  strace -f -ttt -y -xx -s 70000 -e trace=read,write,ioctl -P /dev/oem_ipc1 "
-        "-P /dev/umts_boot0 -o /data/local/tmp/tarvo.strace -p $(pidof tarvo)");
-    decode
-        ->add_option("FILE", options->files,
-                     "the capture; standard input when not given. The files of `strace -ff -o "
-                     "PREFIX` (PREFIX.PID each) are given together, and merged by their times")
-        ->type_name("");
-    decode
-        ->add_option("--fd", options->fd,
-                     "the descriptor of /dev/oem_ipc1, for a capture without -y and without the "
-                     "open")
-        ->type_name("FD");
-    decode->add_flag("--full", options->full,
-                     "show every payload whole, not by its start and size");
-    decode->add_flag("--follow", options->follow,
-                     "print each message (and write it to --pcapng) as soon as its strace call "
-                     "is complete, from a pipe (`adb shell strace ... | tarvo-emu decode "
-                     "--follow`) or a file that grows (as `tail -f`), until the end of the input "
-                     "or Ctrl-C; the --scenario is written then");
-    decode
-        ->add_option("--pcapng", options->pcapng,
-                     "write the capture to OUT as pcapng for Wireshark (see `tarvo-emu "
-                     "wireshark-profile`)")
-        ->type_name("OUT");
-    decode
-        ->add_option("--scenario", options->scenario,
-                     "write the capture to OUT as a scenario that `tarvo-emu run OUT` replays")
-        ->type_name("OUT");
-    return decode;
-}
-
-int RunDecodeCommand(const DecodeOptions& options) {
+// Prints a capture (strace's output of the daemon, the rig's transcript, or plain hex) as the
+// transcript shows a session, and writes it as a scenario or a pcapng file when asked.
+int Decode(const DecodeOptions& options) {
     if (options.follow) return Follow(options);
     const std::string source = Source(options);
     std::ifstream stream;
@@ -198,6 +168,52 @@ int RunDecodeCommand(const DecodeOptions& options) {
                   << " " << options.pcapng << "\n";
     }
     return WriteScenario(options, *capture);
+}
+
+}  // namespace
+
+// `tarvo-emu decode [FILE] [OPTION...]`. Reads a file and runs nothing, so it needs neither root
+// nor the rig.
+Command AddDecodeCommand(CLI::App& app) {
+    auto options = std::make_shared<DecodeOptions>();
+    CLI::App* decode = app.add_subcommand(
+        "decode",
+        "Reads a capture of the daemon's IPC node and prints it as the transcript shows a "
+        "session: every message both ways in text format (bytes that do not parse as bytes), "
+        "and between them read errors, end of file, signals and the boot node's states.\n"
+        "The capture is strace's output (any of -t/-tt/-ttt, -xx/-x/neither, -X, -o or "
+        "standard error, with -f, the hex dumps of -e read=all -e write=all, the files of -ff -o "
+        "PREFIX given together), the whole transcript that `tarvo-emu run --transcript OUT` "
+        "writes, or plain hex, one message a line. On a device:\n"
+        "  strace -f -ttt -y -xx -s 70000 -e trace=read,write,ioctl -P /dev/oem_ipc1 "
+        "-P /dev/umts_boot0 -o /data/local/tmp/tarvo.strace -p $(pidof tarvo)");
+    decode
+        ->add_option("FILE", options->files,
+                     "the capture; standard input when not given. The files of `strace -ff -o "
+                     "PREFIX` (PREFIX.PID each) are given together, and merged by their times")
+        ->type_name("");
+    decode
+        ->add_option("--fd", options->fd,
+                     "the descriptor of /dev/oem_ipc1, for a capture without -y and without the "
+                     "open")
+        ->type_name("FD");
+    decode->add_flag("--full", options->full,
+                     "show every payload whole, not by its start and size");
+    decode->add_flag("--follow", options->follow,
+                     "print each message (and write it to --pcapng) as soon as its strace call "
+                     "is complete, from a pipe (`adb shell strace ... | tarvo-emu decode "
+                     "--follow`) or a file that grows (as `tail -f`), until the end of the input "
+                     "or Ctrl-C; the --scenario is written then");
+    decode
+        ->add_option("--pcapng", options->pcapng,
+                     "write the capture to OUT as pcapng for Wireshark (see `tarvo-emu "
+                     "wireshark-profile`)")
+        ->type_name("OUT");
+    decode
+        ->add_option("--scenario", options->scenario,
+                     "write the capture to OUT as a scenario that `tarvo-emu run OUT` replays")
+        ->type_name("OUT");
+    return {decode, [options] { return Decode(*options); }, [] { return false; }};
 }
 
 }  // namespace tarvo_emu

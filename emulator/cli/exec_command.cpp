@@ -1,11 +1,12 @@
-#include "cli/exec_command.h"
-
 #include <iostream>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include <fmt/format.h>
 
-#include "cli/command_options.h"
+#include "cli/command.h"
+#include "rig/rig.h"
 
 using android::base::Result;
 
@@ -15,9 +16,39 @@ namespace {
 
 constexpr std::chrono::hours kCommandTimeout{1};
 
+struct ExecOptions {
+    RigOptions rig;
+    RigHooks hooks;
+    std::vector<std::string> command;
+};
+
+// Runs the command in the sandbox: its exit status, or 1 when the rig failed.
+int Exec(const ExecOptions& options) {
+    RigOptions rig_options = options.rig;
+    rig_options.mnt_size_limit_kib = rig_options.data_size_limit_kib;
+    rig_options.transcript = &std::cout;
+    Rig rig(rig_options, options.hooks);
+    if (Result<void> started = rig.Start(); !started.ok()) {
+        fmt::print(stderr, "tarvo-emu: {}\n", started.error().message());
+        return 1;
+    }
+    Result<ProcessResult> result = rig.Run(options.command, kCommandTimeout);
+    if (!result.ok()) {
+        fmt::print(stderr, "tarvo-emu: {}\n", result.error().message());
+        return 1;
+    }
+    if (Result<void> health = rig.CheckHealth(); !health.ok()) {
+        fmt::print(stderr, "tarvo-emu: {}\n", health.error().message());
+        return result->status == 0 ? 1 : result->status;
+    }
+    return result->status;
+}
+
 }  // namespace
 
-CLI::App* AddExecCommand(CLI::App& app, ExecOptions* options) {
+// `tarvo-emu exec [OPTION...] -- COMMAND...`.
+Command AddExecCommand(CLI::App& app) {
+    auto options = std::make_shared<ExecOptions>();
     CLI::App* exec = app.add_subcommand(
         "exec",
         "Runs COMMAND (an absolute path) inside the sandbox, with the emulated nodes at the\n"
@@ -60,28 +91,13 @@ CLI::App* AddExecCommand(CLI::App& app, ExecOptions* options) {
         ->allow_extra_args(false);
     exec->add_option("COMMAND", options->command, "the command and its arguments, after --")
         ->type_name("");
-    return exec;
-}
-
-int RunExecCommand(const ExecOptions& options) {
-    RigOptions rig_options = options.rig;
-    rig_options.mnt_size_limit_kib = rig_options.data_size_limit_kib;
-    rig_options.transcript = &std::cout;
-    Rig rig(rig_options, options.hooks);
-    if (Result<void> started = rig.Start(); !started.ok()) {
-        fmt::print(stderr, "tarvo-emu: {}\n", started.error().message());
-        return 1;
-    }
-    Result<ProcessResult> result = rig.Run(options.command, kCommandTimeout);
-    if (!result.ok()) {
-        fmt::print(stderr, "tarvo-emu: {}\n", result.error().message());
-        return 1;
-    }
-    if (Result<void> health = rig.CheckHealth(); !health.ok()) {
-        fmt::print(stderr, "tarvo-emu: {}\n", health.error().message());
-        return result->status == 0 ? 1 : result->status;
-    }
-    return result->status;
+    return {exec,
+            [exec, options] {
+                if (options->command.empty()) return UsageError(exec, "no command after --");
+                return Exec(*options);
+            },
+            // Without a command the line is wrong, which is said before the rig is asked for.
+            [options] { return !options->command.empty(); }};
 }
 
 }  // namespace tarvo_emu

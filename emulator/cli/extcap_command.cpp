@@ -1,5 +1,3 @@
-#include "cli/extcap_command.h"
-
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -21,6 +19,7 @@
 #include "capture/live_rig.h"
 #include "capture/pcapng_recorder.h"
 #include "capture/wireshark_profile.h"
+#include "cli/command.h"
 #include "device/fault.h"
 #include "process/signal_cleanup.h"
 #include "rig/rig.h"
@@ -32,6 +31,29 @@ using android::base::Result;
 namespace tarvo_emu {
 
 namespace {
+
+// What Wireshark asked.
+struct ExtcapOptions {
+    bool interfaces = false;    // --extcap-interfaces
+    std::string version;        // --extcap-version, Wireshark's
+    std::string interface;      // --extcap-interface
+    bool dlts = false;          // --extcap-dlts
+    bool config = false;        // --extcap-config
+    std::string reload_option;  // --extcap-reload-option: one option's values again
+    bool capture = false;       // --capture
+    std::string fifo;           // --fifo: where the pcapng stream goes
+    std::string capture_filter;
+    // tarvo-rig: the scenario (the demo when empty) and the client run after it.
+    std::string scenario;
+    std::string client;
+    // tarvo-rig: a soak's seed, played instead of the scenario when not empty.
+    std::string soak_seed;
+    // tarvo-device: the adb serial, a command of the user's instead of adb, and whether the
+    // daemon is restarted under strace.
+    std::string serial;
+    std::string device_command;
+    bool from_start = false;
+};
 
 constexpr char kRigInterface[] = "tarvo-rig";
 constexpr char kDeviceInterface[] = "tarvo-device";
@@ -273,9 +295,61 @@ int CaptureRig(const ExtcapOptions& options, android::base::unique_fd stop_read,
     return 0;
 }
 
+// Answers Wireshark's extcap calls: the interfaces, their link type, their options, and a
+// capture written to the fifo until Wireshark stops it with SIGTERM. What goes wrong is said on
+// standard error, which Wireshark shows.
+int Extcap(const ExtcapOptions& options) {
+    if (options.interfaces) {
+        PrintInterfaces();
+        return 0;
+    }
+    const bool device = options.interface == kDeviceInterface;
+    if (!device && options.interface != kRigInterface) {
+        fmt::print(stderr, "tarvo-emu extcap: no interface \"{}\"; there are {} and {}\n",
+                   options.interface, kRigInterface, kDeviceInterface);
+        return 1;
+    }
+    if (options.dlts) {
+        PrintDlts();
+        return 0;
+    }
+    if (options.config) {
+        if (device) {
+            PrintDeviceConfig(!options.reload_option.empty());
+        } else {
+            PrintRigConfig();
+        }
+        return 0;
+    }
+    if (!options.capture || options.fifo.empty()) {
+        fmt::print(stderr,
+                   "tarvo-emu extcap: say what to do: --extcap-dlts, --extcap-config or "
+                   "--capture --fifo PATH\n");
+        return 1;
+    }
+    android::base::unique_fd stop_read, stop_write;
+    if (!android::base::Pipe(&stop_read, &stop_write, O_CLOEXEC | O_NONBLOCK)) {
+        fmt::print(stderr, "tarvo-emu extcap: pipe: {}\n", strerror(errno));
+        return 1;
+    }
+    if (device) {
+        if (Result<void> installed = InstallSignalCleanup([](int) {}); !installed.ok()) {
+            fmt::print(stderr, "tarvo-device: no clean-up on signals: {}\n",
+                       installed.error().message());
+            return 1;
+        }
+        TakeOverStopSignals(stop_write.release());
+        return CaptureDevice(options, stop_read.get());
+    }
+    return CaptureRig(options, std::move(stop_read), std::move(stop_write));
+}
+
 }  // namespace
 
-CLI::App* AddExtcapCommand(CLI::App& app, ExtcapOptions* options) {
+// `tarvo-emu extcap`, which Wireshark runs through the launcher that `tarvo-emu wireshark-install`
+// writes. A capture of tarvo-rig asks for root itself.
+Command AddExtcapCommand(CLI::App& app) {
+    auto options = std::make_shared<ExtcapOptions>();
     CLI::App* extcap = app.add_subcommand(
         "extcap",
         "Wireshark's live capture interfaces, called by Wireshark through the launcher that\n"
@@ -322,53 +396,7 @@ CLI::App* AddExtcapCommand(CLI::App& app, ExtcapOptions* options) {
         ->type_name("COMMAND");
     extcap->add_flag("--from-start", options->from_start,
                      "tarvo-device: restart the daemon under strace (ctl.sigstop_on)");
-    return extcap;
-}
-
-int RunExtcapCommand(const ExtcapOptions& options) {
-    if (options.interfaces) {
-        PrintInterfaces();
-        return 0;
-    }
-    const bool device = options.interface == kDeviceInterface;
-    if (!device && options.interface != kRigInterface) {
-        fmt::print(stderr, "tarvo-emu extcap: no interface \"{}\"; there are {} and {}\n",
-                   options.interface, kRigInterface, kDeviceInterface);
-        return 1;
-    }
-    if (options.dlts) {
-        PrintDlts();
-        return 0;
-    }
-    if (options.config) {
-        if (device) {
-            PrintDeviceConfig(!options.reload_option.empty());
-        } else {
-            PrintRigConfig();
-        }
-        return 0;
-    }
-    if (!options.capture || options.fifo.empty()) {
-        fmt::print(stderr,
-                   "tarvo-emu extcap: say what to do: --extcap-dlts, --extcap-config or "
-                   "--capture --fifo PATH\n");
-        return 1;
-    }
-    android::base::unique_fd stop_read, stop_write;
-    if (!android::base::Pipe(&stop_read, &stop_write, O_CLOEXEC | O_NONBLOCK)) {
-        fmt::print(stderr, "tarvo-emu extcap: pipe: {}\n", strerror(errno));
-        return 1;
-    }
-    if (device) {
-        if (Result<void> installed = InstallSignalCleanup([](int) {}); !installed.ok()) {
-            fmt::print(stderr, "tarvo-device: no clean-up on signals: {}\n",
-                       installed.error().message());
-            return 1;
-        }
-        TakeOverStopSignals(stop_write.release());
-        return CaptureDevice(options, stop_read.get());
-    }
-    return CaptureRig(options, std::move(stop_read), std::move(stop_write));
+    return {extcap, [options] { return Extcap(*options); }, [] { return false; }};
 }
 
 }  // namespace tarvo_emu

@@ -1,5 +1,3 @@
-#include "cli/run_command.h"
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,41 +11,25 @@
 #include <android-base/result.h>
 #include <fmt/format.h>
 
-#include "cli/command_options.h"
+#include "cli/command.h"
 #include "scenario/scenario_player.h"
 
 using android::base::Result;
 
 namespace tarvo_emu {
 
-CLI::App* AddRunCommand(CLI::App& app, RunOptions* options) {
-    CLI::App* run = app.add_subcommand(
-        "run",
-        "Plays a scenario (protobuf text format, schema emulator/scenario/scenario.proto) against\n"
-        "the daemon `tarvo -s` in a sandbox with the emulated modem, and prints the transcript:\n"
-        "every message both ways, RIL requests and answers, log lines, steps; payloads of more\n"
-        "than 300 bytes shown by their start and size. A failure names the step's file and\n"
-        "line, and shows what came nearest to what the step expected.");
-    run->add_option("FILE", options->scenario_file, "the scenario to play")
-        ->required()
-        ->type_name("");
-    run->add_flag("--quiet", options->quiet, "print only a failure and the summary");
-    run->add_option("--record", options->record,
-                    "write the session to OUT as a scenario: the setup, the steps,\n"
-                    "and after each step what the daemon did that no step expected")
-        ->type_name("OUT")
-        ->check(WritableOutput());
-    run->add_option("--pcapng", options->pcapng, kPcapngHelp)
-        ->type_name("OUT")
-        ->check(WritableOutput());
-    run->add_option("--transcript", options->transcript,
-                    "write the whole transcript to OUT, every payload in full")
-        ->type_name("OUT")
-        ->check(WritableOutput());
-    return run;
-}
+namespace {
 
-int RunRunCommand(const RunOptions& options) {
+struct RunOptions {
+    std::string scenario_file;
+    std::string record;      // none when empty
+    std::string transcript;  // none when empty
+    std::string pcapng;      // none when empty
+    bool quiet = false;
+};
+
+// Plays the scenario against the daemon, printing the transcript and the verdict.
+int Run(const RunOptions& options) {
     ScenarioOrigin origin;
     Result<tarvo_scenario::Scenario> scenario = LoadScenario(options.scenario_file, &origin);
     if (!scenario.ok()) {
@@ -98,6 +80,37 @@ int RunRunCommand(const RunOptions& options) {
     }
     fmt::print("PASSED {}: {}\n", options.scenario_file, steps);
     return 0;
+}
+
+}  // namespace
+
+// `tarvo-emu run FILE [--quiet] [--record OUT] [--pcapng OUT] [--transcript OUT]`.
+Command AddRunCommand(CLI::App& app) {
+    auto options = std::make_shared<RunOptions>();
+    CLI::App* run = app.add_subcommand(
+        "run",
+        "Plays a scenario (protobuf text format, schema emulator/scenario/scenario.proto) against\n"
+        "the daemon `tarvo -s` in a sandbox with the emulated modem, and prints the transcript:\n"
+        "every message both ways, RIL requests and answers, log lines, steps; payloads of more\n"
+        "than 300 bytes shown by their start and size. A failure names the step's file and\n"
+        "line, and shows what came nearest to what the step expected.");
+    run->add_option("FILE", options->scenario_file, "the scenario to play")
+        ->required()
+        ->type_name("");
+    run->add_flag("--quiet", options->quiet, "print only a failure and the summary");
+    run->add_option("--record", options->record,
+                    "write the session to OUT as a scenario: the setup, the steps,\n"
+                    "and after each step what the daemon did that no step expected")
+        ->type_name("OUT")
+        ->check(WritableOutput());
+    run->add_option("--pcapng", options->pcapng, kPcapngHelp)
+        ->type_name("OUT")
+        ->check(WritableOutput());
+    run->add_option("--transcript", options->transcript,
+                    "write the whole transcript to OUT, every payload in full")
+        ->type_name("OUT")
+        ->check(WritableOutput());
+    return {run, [options] { return Run(*options); }};
 }
 
 }  // namespace tarvo_emu

@@ -1,23 +1,37 @@
-#include "cli/soak_command.h"
-
 #include <unistd.h>
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <android-base/file.h>
 #include <fmt/format.h>
 
-#include "cli/command_options.h"
+#include "cli/command.h"
 #include "cli/soak_json.h"
+#include "soak/soak_jobs.h"
+#include "soak/soak_run.h"
 
 using android::base::Result;
 
 namespace tarvo_emu {
 
 namespace {
+
+struct SoakCommandOptions {
+    SoakOptions soak;
+    // Rigs at once; the number of cores unless given.
+    size_t jobs = 1;
+    // The seeds to play; without them `jobs` seeds from the options' seed.
+    std::optional<SoakSeeds> seeds;
+    // Where the JSON report goes; none when empty.
+    std::string json;
+    // Reports to add up instead of playing.
+    std::vector<std::string> merge;
+};
 
 double Rate(const SoakReport& report) { return report.checks / std::max(report.seconds, 1e-3); }
 
@@ -37,100 +51,6 @@ void PrintScenario(const std::string& prefix, const SoakScenarioReport& written)
         "{}played again, the scenario {}\n", prefix,
         written.fails_on_run ? "fails" : "PASSES: the divergence depends on a timing of its own");
 }
-
-}  // namespace
-
-CLI::App* AddSoakCommand(CLI::App& app, SoakCommandOptions* command) {
-    CLI::App* soak = app.add_subcommand(
-        "soak",
-        "Plays random modem traffic against the daemon in the sandbox: file transfers in blocks\n"
-        "(out of order, repeated, missing, of the wrong total), appends, reads, properties,\n"
-        "temperatures, UE-capability reads, diagnostics, signals for the daemon's own requests,\n"
-        "malformed messages, with faults between them; each answer, log line, file and property\n"
-        "is checked against a model of the daemon, and its descriptors, threads and memory stay\n"
-        "flat. The first divergence is shrunk to the fewest stimuli that still show it and\n"
-        "written as a scenario that `tarvo-emu run` plays and fails the same way. Progress on a\n"
-        "terminal, a summary at the end. Several seeds run side by side, each on a rig of its\n"
-        "own; --json reports what a run did, --merge adds reports of shards up.");
-    SoakOptions* const options = &command->soak;
-    options->faults = *ParseSoakFaults("all");
-    CLI::Option* seed = AddNumberOption(soak, "--seed", &options->seed, "a number",
-                                        "the run's seed, decimal or 0x hexadecimal (1)")
-                            ->type_name("N");
-    CLI::Option* seeds =
-        soak->add_option_function<std::string>(
-                "--seeds",
-                [command](const std::string& value) {
-                    Result<SoakSeeds> range = ParseSoakSeeds(value);
-                    if (!range.ok()) {
-                        throw CLI::ValidationError("--seeds " + range.error().message());
-                    }
-                    command->seeds = *range;
-                },
-                "the seeds A to B instead, e.g. to split a range over machines")
-            ->type_name("A-B");
-    seed->excludes(seeds);
-    command->jobs = std::max(1u, std::thread::hardware_concurrency());
-    CLI::Option* jobs =
-        AddNumberOption<size_t>(soak, "--jobs", &command->jobs, "a number above 0",
-                                "rigs at once, with the seeds from --seed on (the cores)", 1)
-            ->type_name("N");
-    CLI::Option* duration =
-        soak->add_option_function<uint64_t>(
-                "--duration",
-                [options](uint64_t seconds) {
-                    if (seconds == 0)
-                        throw CLI::ValidationError("--duration takes seconds above 0");
-                    options->duration = std::chrono::seconds(seconds);
-                },
-                "how long to play (60)")
-            ->type_name("SECONDS");
-    CLI::Option* steps =
-        soak->add_option_function<uint64_t>(
-                "--steps",
-                [options](uint64_t count) {
-                    if (count == 0) throw CLI::ValidationError("--steps takes a number above 0");
-                    options->steps = count;
-                },
-                "how many stimuli to play instead")
-            ->type_name("N");
-    duration->excludes(steps);
-    soak->add_option_function<std::string>(
-            "--faults",
-            [options](const std::string& value) {
-                auto faults = ParseSoakFaults(value);
-                if (!faults.ok()) {
-                    throw CLI::ValidationError("--faults: " + faults.error().message());
-                }
-                options->faults = std::move(*faults);
-            },
-            "comma-separated: eof, read, write, hangup, offline, restart;\n"
-            "all (the default) or none")
-        ->type_name("LIST");
-    soak->add_option("--out", options->out, "the scenario of a divergence (soak-failure.textproto)")
-        ->type_name("FILE");
-    soak->add_option_function<uint64_t>(
-            "--shrink",
-            [options](uint64_t seconds) { options->shrink_budget = std::chrono::seconds(seconds); },
-            "how long shrinking may take (600)")
-        ->type_name("SECONDS");
-    soak->add_option("--json", command->json,
-                     "write what the run did as JSON: seeds, checks, faults by kind,\n"
-                     "divergences and their scenarios, checks per second, peaks")
-        ->type_name("FILE")
-        ->check(WritableOutput());
-    CLI::Option* merge =
-        soak->add_option("--merge", command->merge,
-                         "add up the JSON reports of runs instead of playing, into --json\n"
-                         "or onto standard output")
-            ->type_name("FILE...")
-            ->expected(1, std::numeric_limits<int>::max())
-            ->check(CLI::ExistingFile);
-    for (CLI::Option* played : {seed, seeds, jobs, duration, steps}) merge->excludes(played);
-    return soak;
-}
-
-namespace {
 
 // One seed, as the soak has always printed it.
 int RunOneSeed(const SoakCommandOptions& command) {
@@ -241,9 +161,7 @@ int MergeReports(const SoakCommandOptions& command) {
     return WriteJson(command.json, merged) ? 0 : 1;
 }
 
-}  // namespace
-
-int RunSoakCommand(const SoakCommandOptions& command) {
+int Soak(const SoakCommandOptions& command) {
     if (!command.merge.empty()) return MergeReports(command);
     const uint64_t first = command.soak.seed;
     const SoakSeeds seeds = command.seeds.value_or(
@@ -255,6 +173,106 @@ int RunSoakCommand(const SoakCommandOptions& command) {
         return RunOneSeed(one);
     }
     return RunSeeds(command, seeds);
+}
+
+}  // namespace
+
+// `tarvo-emu soak [--seed N | --seeds A-B] [--jobs N] [--duration SECONDS | --steps N]
+// [--faults LIST] [--out FILE] [--shrink SECONDS] [--json FILE]` soaks the daemon: progress on
+// standard error when it is a terminal, the summary on standard output; 0 for a clean run, 1 for
+// a divergence or a rig that did not start. `tarvo-emu soak --merge FILE... [--json FILE]` adds
+// the reports up into --json, or onto standard output, with neither root nor the rig; 1 when a
+// report cannot be read.
+Command AddSoakCommand(CLI::App& app) {
+    auto command = std::make_shared<SoakCommandOptions>();
+    CLI::App* soak = app.add_subcommand(
+        "soak",
+        "Plays random modem traffic against the daemon in the sandbox: file transfers in blocks\n"
+        "(out of order, repeated, missing, of the wrong total), appends, reads, properties,\n"
+        "temperatures, UE-capability reads, diagnostics, signals for the daemon's own requests,\n"
+        "malformed messages, with faults between them; each answer, log line, file and property\n"
+        "is checked against a model of the daemon, and its descriptors, threads and memory stay\n"
+        "flat. The first divergence is shrunk to the fewest stimuli that still show it and\n"
+        "written as a scenario that `tarvo-emu run` plays and fails the same way. Progress on a\n"
+        "terminal, a summary at the end. Several seeds run side by side, each on a rig of its\n"
+        "own; --json reports what a run did, --merge adds reports of shards up.");
+    SoakOptions* const options = &command->soak;
+    options->faults = *ParseSoakFaults("all");
+    CLI::Option* seed = AddNumberOption(soak, "--seed", &options->seed, "a number",
+                                        "the run's seed, decimal or 0x hexadecimal (1)")
+                            ->type_name("N");
+    CLI::Option* seeds =
+        soak->add_option_function<std::string>(
+                "--seeds",
+                [command](const std::string& value) {
+                    Result<SoakSeeds> range = ParseSoakSeeds(value);
+                    if (!range.ok()) {
+                        throw CLI::ValidationError("--seeds " + range.error().message());
+                    }
+                    command->seeds = *range;
+                },
+                "the seeds A to B instead, e.g. to split a range over machines")
+            ->type_name("A-B");
+    seed->excludes(seeds);
+    command->jobs = std::max(1u, std::thread::hardware_concurrency());
+    CLI::Option* jobs =
+        AddNumberOption<size_t>(soak, "--jobs", &command->jobs, "a number above 0",
+                                "rigs at once, with the seeds from --seed on (the cores)", 1)
+            ->type_name("N");
+    CLI::Option* duration =
+        soak->add_option_function<uint64_t>(
+                "--duration",
+                [options](uint64_t seconds) {
+                    if (seconds == 0)
+                        throw CLI::ValidationError("--duration takes seconds above 0");
+                    options->duration = std::chrono::seconds(seconds);
+                },
+                "how long to play (60)")
+            ->type_name("SECONDS");
+    CLI::Option* steps =
+        soak->add_option_function<uint64_t>(
+                "--steps",
+                [options](uint64_t count) {
+                    if (count == 0) throw CLI::ValidationError("--steps takes a number above 0");
+                    options->steps = count;
+                },
+                "how many stimuli to play instead")
+            ->type_name("N");
+    duration->excludes(steps);
+    soak->add_option_function<std::string>(
+            "--faults",
+            [options](const std::string& value) {
+                auto faults = ParseSoakFaults(value);
+                if (!faults.ok()) {
+                    throw CLI::ValidationError("--faults: " + faults.error().message());
+                }
+                options->faults = std::move(*faults);
+            },
+            "comma-separated: eof, read, write, hangup, offline, restart;\n"
+            "all (the default) or none")
+        ->type_name("LIST");
+    soak->add_option("--out", options->out, "the scenario of a divergence (soak-failure.textproto)")
+        ->type_name("FILE");
+    soak->add_option_function<uint64_t>(
+            "--shrink",
+            [options](uint64_t seconds) { options->shrink_budget = std::chrono::seconds(seconds); },
+            "how long shrinking may take (600)")
+        ->type_name("SECONDS");
+    soak->add_option("--json", command->json,
+                     "write what the run did as JSON: seeds, checks, faults by kind,\n"
+                     "divergences and their scenarios, checks per second, peaks")
+        ->type_name("FILE")
+        ->check(WritableOutput());
+    CLI::Option* merge =
+        soak->add_option("--merge", command->merge,
+                         "add up the JSON reports of runs instead of playing, into --json\n"
+                         "or onto standard output")
+            ->type_name("FILE...")
+            ->expected(1, std::numeric_limits<int>::max())
+            ->check(CLI::ExistingFile);
+    for (CLI::Option* played : {seed, seeds, jobs, duration, steps}) merge->excludes(played);
+    return {soak, [command] { return Soak(*command); },
+            [command] { return command->merge.empty(); }};
 }
 
 }  // namespace tarvo_emu

@@ -14,50 +14,23 @@
 #include <google/protobuf/descriptor.h>
 #include <CLI/CLI.hpp>
 
+#include "cli/command.h"
 #include "cli/command_formatter.h"
-#include "cli/console_command.h"
-#include "cli/decode_command.h"
-#include "cli/exec_command.h"
-#include "cli/extcap_command.h"
-#include "cli/run_command.h"
-#include "cli/soak_command.h"
-#include "cli/tput_command.h"
-#include "cli/wireshark_install_command.h"
-#include "cli/wireshark_profile_command.h"
 #include "process/signal_cleanup.h"
 #include "rig/rig.h"
 
 using android::base::Result;
+using tarvo_emu::Command;
+using tarvo_emu::kUsageError;
+using tarvo_emu::UsageError;
 
 namespace {
-
-constexpr int kUsageError = 2;
 
 constexpr char kExitStatuses[] =
     "Exit status: 0 when every expectation held (or the command did its work), 1 when one\n"
     "failed or the rig could not start (the message says which), 2 for a wrong command line,\n"
     "128+N when signal N ended it (Ctrl-C: 130; its output's reader gone: 141; SIGTERM: 143),\n"
     "after stopping the daemon and removing the sandbox's temporary tree.\n";
-
-// What each subcommand was given.
-struct CommandLine {
-    tarvo_emu::RunOptions run;
-    tarvo_emu::ConsoleOptions console;
-    tarvo_emu::ExecOptions exec;
-    tarvo_emu::TputCommandOptions tput;
-    tarvo_emu::DecodeOptions decode;
-    tarvo_emu::SoakCommandOptions soak;
-    std::string profile_dir;
-    tarvo_emu::WiresharkInstallOptions install;
-    tarvo_emu::ExtcapOptions extcap;
-};
-
-// Says what was wrong with the command line and where to read how it goes.
-int UsageError(const CLI::App* command, const std::string& why) {
-    fmt::print(stderr, "tarvo-emu {}: {}\nSee: tarvo-emu {} --help\n", command->get_name(), why,
-               command->get_name());
-    return kUsageError;
-}
 
 // Arguments that the command's options did not take: an unknown option, or a second file where
 // one is allowed.
@@ -93,20 +66,17 @@ int main(int argc, char** argv) {
     app.footer(kExitStatuses);
     app.allow_extras();
     // Subcommands take the formatter, and keep what they do not know for the messages below.
-    CommandLine line;
-    CLI::App* const run = tarvo_emu::AddRunCommand(app, &line.run);
-    CLI::App* const console = tarvo_emu::AddConsoleCommand(app, &line.console);
-    CLI::App* const exec = tarvo_emu::AddExecCommand(app, &line.exec);
-    CLI::App* const tput = tarvo_emu::AddTputCommand(app, &line.tput);
-    CLI::App* const decode = tarvo_emu::AddDecodeCommand(app, &line.decode);
-    CLI::App* const soak = tarvo_emu::AddSoakCommand(app, &line.soak);
-    CLI::App* const profile = tarvo_emu::AddWiresharkProfileCommand(app, &line.profile_dir);
-    CLI::App* const install = tarvo_emu::AddWiresharkInstallCommand(app, &line.install);
-    CLI::App* const extcap = tarvo_emu::AddExtcapCommand(app, &line.extcap);
+    const std::vector<Command> commands = {tarvo_emu::AddRunCommand(app),
+                                           tarvo_emu::AddConsoleCommand(app),
+                                           tarvo_emu::AddExecCommand(app),
+                                           tarvo_emu::AddTputCommand(app),
+                                           tarvo_emu::AddDecodeCommand(app),
+                                           tarvo_emu::AddSoakCommand(app),
+                                           tarvo_emu::AddWiresharkProfileCommand(app),
+                                           tarvo_emu::AddWiresharkInstallCommand(app),
+                                           tarvo_emu::AddExtcapCommand(app)};
     CLI::App* const help = app.add_subcommand("help")->group("");
-    for (CLI::App* command : {run, console, exec, tput, decode, soak, profile, install, extcap}) {
-        command->allow_extras()->footer(kExitStatuses);
-    }
+    for (const Command& command : commands) command.app->allow_extras()->footer(kExitStatuses);
 
     try {
         app.parse(argc, argv);
@@ -116,8 +86,10 @@ int main(int argc, char** argv) {
     } catch (const CLI::RequiredError&) {
         // The scenario file of `run` and the profile's folder are the arguments that must be
         // given.
-        if (profile->parsed()) return UsageError(profile, "no folder given");
-        return UsageError(run, "no scenario file given");
+        if (CLI::App* profile = app.get_subcommand("wireshark-profile"); profile->parsed()) {
+            return UsageError(profile, "no folder given");
+        }
+        return UsageError(app.get_subcommand("run"), "no scenario file given");
     } catch (const CLI::ParseError& error) {
         const std::vector<CLI::App*> given = app.get_subcommands();
         if (given.empty()) return UsageError(&app, error.what());
@@ -134,20 +106,15 @@ int main(int argc, char** argv) {
             app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal));
         return asked ? 0 : kUsageError;
     }
-    CLI::App* const command = given.front();
+    const Command& command = *std::find_if(
+        commands.begin(), commands.end(), [&](const Command& c) { return c.app == given.front(); });
     // Wireshark's calls carry options of its own that the command takes as they come.
-    if (command == extcap) return tarvo_emu::RunExtcapCommand(line.extcap);
-    if (const std::vector<std::string> extra = Unexpected(command); !extra.empty()) {
-        return ExtraArgumentError(command, extra.front());
+    if (command.app->get_name() != "extcap") {
+        if (const std::vector<std::string> extra = Unexpected(command.app); !extra.empty()) {
+            return ExtraArgumentError(command.app, extra.front());
+        }
     }
-    if (command == exec && line.exec.command.empty()) {
-        return UsageError(exec, "no command after --");
-    }
-    // Reads a file and runs nothing, so it needs neither root nor the rig.
-    if (command == decode) return tarvo_emu::RunDecodeCommand(line.decode);
-    if (command == profile) return tarvo_emu::RunWiresharkProfileCommand(line.profile_dir);
-    if (command == install) return tarvo_emu::RunWiresharkInstallCommand(line.install);
-    if (command == soak && !line.soak.merge.empty()) return tarvo_emu::RunSoakCommand(line.soak);
+    if (!command.needs_rig()) return command.run();
 
     if (geteuid() != 0) {
         fmt::print(stderr,
@@ -168,9 +135,5 @@ int main(int argc, char** argv) {
     if (Result<void> installed = tarvo_emu::InstallSignalCleanup(say_cleaned); !installed.ok()) {
         fmt::print(stderr, "tarvo-emu: no clean-up on signals: {}\n", installed.error().message());
     }
-    if (command == run) return tarvo_emu::RunRunCommand(line.run);
-    if (command == console) return tarvo_emu::RunConsole(line.console);
-    if (command == exec) return tarvo_emu::RunExecCommand(line.exec);
-    if (command == soak) return tarvo_emu::RunSoakCommand(line.soak);
-    return tarvo_emu::RunTputCommand(line.tput);
+    return command.run();
 }

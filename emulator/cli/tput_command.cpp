@@ -1,5 +1,3 @@
-#include "cli/tput_command.h"
-
 #include <unistd.h>
 
 #include <iostream>
@@ -8,9 +6,10 @@
 #include <android-base/file.h>
 #include <fmt/format.h>
 
-#include "cli/command_options.h"
+#include "cli/command.h"
 #include "cli/tput_report.h"
 #include "device/device_facts.h"
+#include "measure/tput_measurement.h"
 
 using android::base::Result;
 
@@ -45,35 +44,14 @@ TputProgressListener ProgressPrinter() {
     };
 }
 
-}  // namespace
+struct TputOptions {
+    std::string plot;  // SVG file; none when empty
+    std::string json;  // JSON file, "-" for stdout; none when empty
+    DownlinkSettings downlink;
+};
 
-CLI::App* AddTputCommand(CLI::App& app, TputCommandOptions* options) {
-    CLI::App* tput = app.add_subcommand(
-        "tput",
-        "Runs the IPC throughput test (`tarvo -t`) against the emulated modem, then a bare\n"
-        "reader of the node and a bare writer twice (how far the second run lies from the\n"
-        "first shows how far one block size's figure strays), and prints the table.");
-    tput->add_option("--plot", options->plot,
-                     "draw the downlink samples and uplink rates (gnuplot)")
-        ->type_name("FILE.svg")
-        ->check(WritableOutput());
-    tput->add_option("--json", options->json, "write the figures as JSON (- for standard output)")
-        ->type_name("FILE|-")
-        ->check(WritableOutput(true));
-    DownlinkSettings& downlink = options->downlink;
-    AddNumberOption(
-        tput, "--block-size", &downlink.block_size,
-        fmt::format("a number of bytes from 1 to {}", kMaxBlockSize),
-        fmt::format("bytes per downlink block, 1 to {} ({})", kMaxBlockSize, downlink.block_size),
-        uint64_t{1}, kMaxBlockSize)
-        ->type_name("N");
-    AddNumberOption(tput, "--rate", &downlink.bytes_per_s, "a number of bytes per second",
-                    "downlink rate; 0 or not given: as fast as read")
-        ->type_name("BYTES_PER_S");
-    return tput;
-}
-
-int RunTputCommand(const TputCommandOptions& options) {
+// Runs `tarvo -t` against the emulated modem and reports.
+int Tput(const TputOptions& options) {
     Rig rig(TputRigOptions(options.downlink));
     if (Result<void> started = rig.Start(); !started.ok()) {
         fmt::print(stderr, "tarvo-emu: {}\n", started.error().message());
@@ -103,6 +81,36 @@ int RunTputCommand(const TputCommandOptions& options) {
         fmt::print("plot written to {}\n", options.plot);
     }
     return 0;
+}
+
+}  // namespace
+
+// `tarvo-emu tput [--plot FILE.svg] [--json FILE|-] [--block-size N] [--rate BYTES_PER_S]`.
+Command AddTputCommand(CLI::App& app) {
+    auto options = std::make_shared<TputOptions>();
+    CLI::App* tput = app.add_subcommand(
+        "tput",
+        "Runs the IPC throughput test (`tarvo -t`) against the emulated modem, then a bare\n"
+        "reader of the node and a bare writer twice (how far the second run lies from the\n"
+        "first shows how far one block size's figure strays), and prints the table.");
+    tput->add_option("--plot", options->plot,
+                     "draw the downlink samples and uplink rates (gnuplot)")
+        ->type_name("FILE.svg")
+        ->check(WritableOutput());
+    tput->add_option("--json", options->json, "write the figures as JSON (- for standard output)")
+        ->type_name("FILE|-")
+        ->check(WritableOutput(true));
+    DownlinkSettings& downlink = options->downlink;
+    AddNumberOption(
+        tput, "--block-size", &downlink.block_size,
+        fmt::format("a number of bytes from 1 to {}", kMaxBlockSize),
+        fmt::format("bytes per downlink block, 1 to {} ({})", kMaxBlockSize, downlink.block_size),
+        uint64_t{1}, kMaxBlockSize)
+        ->type_name("N");
+    AddNumberOption(tput, "--rate", &downlink.bytes_per_s, "a number of bytes per second",
+                    "downlink rate; 0 or not given: as fast as read")
+        ->type_name("BYTES_PER_S");
+    return {tput, [options] { return Tput(*options); }};
 }
 
 }  // namespace tarvo_emu

@@ -1,5 +1,3 @@
-#include "cli/wireshark_install_command.h"
-
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -15,6 +13,7 @@
 #include <fmt/format.h>
 
 #include "capture/wireshark_profile.h"
+#include "cli/command.h"
 
 using android::base::ErrnoError;
 using android::base::Error;
@@ -56,31 +55,12 @@ Result<void> WriteLauncher(const std::string& dir, const std::string& executable
     return {};
 }
 
-}  // namespace
-
-CLI::App* AddWiresharkInstallCommand(CLI::App& app, WiresharkInstallOptions* options) {
-    CLI::App* install = app.add_subcommand(
-        "wireshark-install",
-        fmt::format(
-            "Makes the rig a live capture interface of Wireshark: writes the profile that\n"
-            "decodes the daemon's messages (as `wireshark-profile` does) to\n"
-            "~/.config/wireshark/profiles/{}, and a launcher of this tarvo-emu, by its absolute\n"
-            "path, to Wireshark's extcap folders ~/{} (4.0) and ~/{} (4.2).\n"
-            "Then pick the interface tarvo-rig in Wireshark with the profile {}, or capture\n"
-            "headless: `tshark -C {} -i tarvo-rig -a duration:30 -w OUT.pcapng`. Run it again\n"
-            "after moving tarvo-emu.",
-            kWiresharkProfileName, kUserExtcap40, kUserExtcap42, kWiresharkProfileName,
-            kWiresharkProfileName));
-    install->add_flag(
-        "--system", options->system,
-        fmt::format("into the system's folders instead: {}, {}", kSystemProfiles, kSystemExtcap));
-    return install;
-}
-
-int RunWiresharkInstallCommand(const WiresharkInstallOptions& options) {
+// Writes the Wireshark profile and the extcap launcher that runs this very `tarvo-emu` into the
+// system's folders or the user's, and says what it wrote.
+int Install(bool system) {
     std::string profiles = kSystemProfiles;
     std::vector<std::string> extcap_dirs = {kSystemExtcap};
-    if (!options.system) {
+    if (!system) {
         const char* home = getenv("HOME");
         if (home == nullptr || *home == '\0') {
             fmt::print(stderr,
@@ -107,6 +87,30 @@ int RunWiresharkInstallCommand(const WiresharkInstallOptions& options) {
         fmt::print("extcap launcher of {}: wrote {}/{}\n", executable, dir, kLauncherName);
     }
     return 0;
+}
+
+}  // namespace
+
+// `tarvo-emu wireshark-install [--system]`. Writes files only, so it needs neither root nor the
+// rig.
+Command AddWiresharkInstallCommand(CLI::App& app) {
+    auto system = std::make_shared<bool>(false);
+    CLI::App* install = app.add_subcommand(
+        "wireshark-install",
+        fmt::format(
+            "Makes the rig a live capture interface of Wireshark: writes the profile that\n"
+            "decodes the daemon's messages (as `wireshark-profile` does) to\n"
+            "~/.config/wireshark/profiles/{}, and a launcher of this tarvo-emu, by its absolute\n"
+            "path, to Wireshark's extcap folders ~/{} (4.0) and ~/{} (4.2).\n"
+            "Then pick the interface tarvo-rig in Wireshark with the profile {}, or capture\n"
+            "headless: `tshark -C {} -i tarvo-rig -a duration:30 -w OUT.pcapng`. Run it again\n"
+            "after moving tarvo-emu.",
+            kWiresharkProfileName, kUserExtcap40, kUserExtcap42, kWiresharkProfileName,
+            kWiresharkProfileName));
+    install->add_flag(
+        "--system", *system,
+        fmt::format("into the system's folders instead: {}, {}", kSystemProfiles, kSystemExtcap));
+    return {install, [system] { return Install(*system); }, [] { return false; }};
 }
 
 }  // namespace tarvo_emu

@@ -1,13 +1,17 @@
-#include "cli/wireshark_profile_command.h"
-
 #include <android-base/result.h>
 #include <fmt/format.h>
 
 #include "capture/wireshark_profile.h"
+#include "cli/command.h"
+
+using android::base::Result;
 
 namespace tarvo_emu {
 
-CLI::App* AddWiresharkProfileCommand(CLI::App& app, std::string* directory) {
+// `tarvo-emu wireshark-profile DIR`: writes the profile into DIR. Reads and runs nothing, so it
+// needs neither root nor the rig.
+Command AddWiresharkProfileCommand(CLI::App& app) {
+    auto directory = std::make_shared<std::string>();
     CLI::App* profile = app.add_subcommand(
         "wireshark-profile",
         fmt::format(
@@ -24,15 +28,14 @@ CLI::App* AddWiresharkProfileCommand(CLI::App& app, std::string* directory) {
     profile->add_option("DIR", *directory, "the profile's folder, made when missing")
         ->required()
         ->type_name("");
-    return profile;
-}
-
-int RunWiresharkProfileCommand(const std::string& directory) {
-    if (android::base::Result<void> written = WriteWiresharkProfile(directory); !written.ok()) {
-        fmt::print(stderr, "tarvo-emu wireshark-profile: {}\n", written.error().message());
-        return 1;
-    }
-    return 0;
+    return {profile,
+            [directory] {
+                Result<void> written = WriteWiresharkProfile(*directory);
+                if (written.ok()) return 0;
+                fmt::print(stderr, "tarvo-emu wireshark-profile: {}\n", written.error().message());
+                return 1;
+            },
+            [] { return false; }};
 }
 
 }  // namespace tarvo_emu

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <limits>
 #include <memory>
 #include <string>
@@ -14,6 +15,34 @@
 #include "rig/rig_hooks.h"
 
 namespace tarvo_emu {
+
+// A `tarvo-emu` command: its CLI11 declaration, which fills options that `run` owns, and its run
+// once the command line is read.
+struct Command {
+    CLI::App* app = nullptr;
+    // The exit status.
+    std::function<int()> run;
+    // Whether `run` needs root, a private mount namespace and the clean-up on signals: the rig's
+    // FUSE mount and sandbox. Asked once the command line is read.
+    std::function<bool()> needs_rig = [] { return true; };
+};
+
+// Each command, declared on `app`; each one's file says what it does.
+Command AddRunCommand(CLI::App& app);
+Command AddConsoleCommand(CLI::App& app);
+Command AddExecCommand(CLI::App& app);
+Command AddTputCommand(CLI::App& app);
+Command AddDecodeCommand(CLI::App& app);
+Command AddSoakCommand(CLI::App& app);
+Command AddWiresharkProfileCommand(CLI::App& app);
+Command AddWiresharkInstallCommand(CLI::App& app);
+Command AddExtcapCommand(CLI::App& app);
+
+// The exit status of a wrong command line.
+constexpr int kUsageError = 2;
+
+// Says what was wrong with `command`'s line and where to read how it goes; kUsageError.
+int UsageError(const CLI::App* command, const std::string& why);
 
 // The help of the `--pcapng` option of the commands that run a session.
 constexpr char kPcapngHelp[] =

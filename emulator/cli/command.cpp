@@ -1,4 +1,4 @@
-#include "cli/command_options.h"
+#include "cli/command.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -39,6 +39,12 @@ CLI::Validator WritableOutput(bool dash) {
             return writable.ok() ? "" : writable.error().message();
         },
         "", "WRITABLE");
+}
+
+int UsageError(const CLI::App* command, const std::string& why) {
+    fmt::print(stderr, "tarvo-emu {}: {}\nSee: tarvo-emu {} --help\n", command->get_name(), why,
+               command->get_name());
+    return kUsageError;
 }
 
 Result<std::unique_ptr<PcapngRecorder>> OpenPcapng(const std::string& path, RigHooks* hooks) {
