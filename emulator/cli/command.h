@@ -8,6 +8,7 @@
 
 #include <android-base/parseint.h>
 #include <android-base/result.h>
+#include <android-base/unique_fd.h>
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
@@ -37,6 +38,19 @@ Command AddSoakCommand(CLI::App& app);
 Command AddWiresharkProfileCommand(CLI::App& app);
 Command AddWiresharkInstallCommand(CLI::App& app);
 Command AddExtcapCommand(CLI::App& app);
+
+// Help in the layout of the rig's commands: a usage line made from the options as declared
+// (positionals first, then each option with its value's name, repeatable ones marked `...`, and a
+// command taken whole after `--` last), the description, every option with its help, the footer.
+// The help of a command with subcommands shows the usage line of each.
+class CommandFormatter : public CLI::Formatter {
+  public:
+    CommandFormatter();
+
+    std::string make_help(const CLI::App* app, std::string name,
+                          CLI::AppFormatMode mode) const override;
+    std::string make_usage(const CLI::App* app, std::string name) const override;
+};
 
 // The exit status of a wrong command line.
 constexpr int kUsageError = 2;
@@ -77,6 +91,13 @@ CLI::Option* AddNumberOption(CLI::App* command, const std::string& name, T* valu
         },
         help);
 }
+
+// Takes SIGINT, SIGTERM and SIGHUP over from the rig's clean-up while a session runs: each calls
+// `on_signal`, which must be async-signal-safe, and writes its number as a byte to the pipe
+// whose read end is returned, for the session's loop. A second SIGTERM or SIGHUP, and a second
+// SIGINT when `interrupt_ends`, goes to the clean-up, which ends the process at once.
+android::base::Result<android::base::unique_fd> TakeOverSignals(void (*on_signal)(),
+                                                                bool interrupt_ends);
 
 // The session's pcapng recorder on `path`, attached to the rig that takes `hooks`; none when
 // `path` is empty.

@@ -15,6 +15,7 @@
 #include <android-base/result.h>
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
+#include <fmt/format.h>
 
 #include "capture/capture_follower.h"
 #include "capture/capture_reader.h"
@@ -45,6 +46,13 @@ CaptureFollower* following = nullptr;
 
 void OnInterrupt(int /*signal_number*/) { following->Stop(); }
 
+// Says why the command failed, after what standard output holds; the exit status.
+int Failed(const std::string& why) {
+    std::cout.flush();
+    fmt::print(stderr, "tarvo-emu decode: {}\n", why);
+    return 1;
+}
+
 // What the capture is read from, as messages name it.
 std::string Source(const DecodeOptions& options) {
     if (options.files.empty()) return "standard input";
@@ -57,9 +65,7 @@ int WriteScenario(const DecodeOptions& options, const Capture& capture) {
     if (!options.scenario.empty() &&
         !android::base::WriteStringToFile(CaptureScenarioText(capture, Source(options)),
                                           options.scenario)) {
-        std::cerr << "tarvo-emu decode: cannot write " << options.scenario << ": "
-                  << strerror(errno) << "\n";
-        return 1;
+        return Failed(fmt::format("cannot write {}: {}", options.scenario, strerror(errno)));
     }
     return 0;
 }
@@ -69,25 +75,19 @@ int WriteScenario(const DecodeOptions& options, const Capture& capture) {
 int Follow(const DecodeOptions& options) {
     const std::string source = Source(options);
     if (options.files.size() > 1) {
-        std::cerr << "tarvo-emu decode: --follow reads one capture, not " << source << "\n";
-        return 1;
+        return Failed("--follow reads one capture, not " + source);
     }
     android::base::unique_fd opened;
     if (!options.files.empty()) {
         opened.reset(open(source.c_str(), O_RDONLY | O_CLOEXEC));
         if (opened.get() < 0) {
-            std::cerr << "tarvo-emu decode: cannot read " << source << ": " << strerror(errno)
-                      << "\n";
-            return 1;
+            return Failed(fmt::format("cannot read {}: {}", source, strerror(errno)));
         }
     }
     std::unique_ptr<PcapngWriter> pcapng;
     if (!options.pcapng.empty()) {
         Result<std::unique_ptr<PcapngWriter>> writer = PcapngWriter::Open(options.pcapng);
-        if (!writer.ok()) {
-            std::cerr << "tarvo-emu decode: " << writer.error().message() << "\n";
-            return 1;
-        }
+        if (!writer.ok()) return Failed(writer.error().message());
         pcapng = std::move(*writer);
     }
     StraceOptions strace;
@@ -98,10 +98,7 @@ int Follow(const DecodeOptions& options) {
             std::cout.flush();
             if (pcapng) WriteEvent(pcapng.get(), event, unix_time);
         });
-    if (!follower.ok()) {
-        std::cerr << "tarvo-emu decode: " << follower.error().message() << "\n";
-        return 1;
-    }
+    if (!follower.ok()) return Failed(follower.error().message());
     following = follower->get();
     struct sigaction action = {};
     action.sa_handler = OnInterrupt;
@@ -111,15 +108,10 @@ int Follow(const DecodeOptions& options) {
     signal(SIGINT, SIG_DFL);
     following = nullptr;
     if (pcapng) {
-        if (Result<void> closed = pcapng->Close(); !closed.ok()) {
-            std::cerr << "tarvo-emu decode: " << closed.error().message() << "\n";
-            return 1;
-        }
+        if (Result<void> closed = pcapng->Close(); !closed.ok())
+            return Failed(closed.error().message());
     }
-    if (!capture.ok()) {
-        std::cerr << "tarvo-emu decode: " << source << ": " << capture.error().message() << "\n";
-        return 1;
-    }
+    if (!capture.ok()) return Failed(fmt::format("{}: {}", source, capture.error().message()));
     return WriteScenario(options, *capture);
 }
 
@@ -133,16 +125,11 @@ int Decode(const DecodeOptions& options) {
     if (options.files.size() == 1) {
         stream.open(source);
         if (!stream) {
-            std::cerr << "tarvo-emu decode: cannot read " << source << ": " << strerror(errno)
-                      << "\n";
-            return 1;
+            return Failed(fmt::format("cannot read {}: {}", source, strerror(errno)));
         }
     } else if (options.files.size() > 1) {
         Result<std::string> lines = MergeStraceFiles(options.files);
-        if (!lines.ok()) {
-            std::cerr << "tarvo-emu decode: " << lines.error().message() << "\n";
-            return 1;
-        }
+        if (!lines.ok()) return Failed(lines.error().message());
         merged.str(*lines);
     }
     StraceOptions strace;
@@ -151,21 +138,18 @@ int Decode(const DecodeOptions& options) {
     if (options.files.size() == 1) in = &stream;
     if (options.files.size() > 1) in = &merged;
     Result<Capture> capture = ReadCapture(*in, strace);
-    if (!capture.ok()) {
-        std::cerr << "tarvo-emu decode: " << (options.files.empty() ? "<stdin>" : source) << ": "
-                  << capture.error().message() << "\n";
-        return 1;
-    }
+    if (!capture.ok())
+        return Failed(fmt::format("{}: {}", (options.files.empty() ? "<stdin>" : source),
+                                  capture.error().message()));
     PrintCapture(*capture, std::cout, options.full);
     if (!options.pcapng.empty()) {
-        if (Result<void> written = WritePcapng(*capture, options.pcapng); !written.ok()) {
-            std::cerr << "tarvo-emu decode: " << written.error().message() << "\n";
-            return 1;
-        }
-        std::cerr << "Read it with the profile that `tarvo-emu wireshark-profile "
-                     "~/.config/wireshark/profiles/"
-                  << kWiresharkProfileName << "` writes:\n  wireshark -C " << kWiresharkProfileName
-                  << " " << options.pcapng << "\n";
+        if (Result<void> written = WritePcapng(*capture, options.pcapng); !written.ok())
+            return Failed(written.error().message());
+        std::cout.flush();
+        fmt::print(stderr,
+                   "Read it with the profile that `tarvo-emu wireshark-profile "
+                   "~/.config/wireshark/profiles/{0}` writes:\n  wireshark -C {0} {1}\n",
+                   kWiresharkProfileName, options.pcapng);
     }
     return WriteScenario(options, *capture);
 }

@@ -64,46 +64,36 @@ constexpr int kLinkTypeUpperPdu = 252;
 // A live soak plays until the capture stops.
 constexpr std::chrono::hours kSoakUntilStopped{24 * 365};
 
-// The signals with which Wireshark stops a capture, or a user ends one run by hand. The first
-// ends the capture in order (the daemon stopped, the stream closed whole); a second goes to the
-// rig's clean-up, which ends the process at once.
-constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
+// Set while a capture runs, for the signal with which Wireshark stops it (or a user ends one run
+// by hand) to stop it in order: the daemon stopped, the stream closed whole.
 std::atomic<LiveRig*> live_rig = nullptr;
 std::atomic<LiveDevice*> live_device = nullptr;
 std::atomic<SoakRun*> live_soak = nullptr;
-int stop_write_fd = -1;
-struct sigaction cleanup_actions[std::size(kStopSignals)];
 
-void OnStopSignal(int signal_number) {
-    const int saved_errno = errno;
+void StopCapture() {
     if (LiveRig* live = live_rig.load(); live != nullptr) live->Stop();
     if (LiveDevice* live = live_device.load(); live != nullptr) live->Stop();
     if (SoakRun* soak = live_soak.load(); soak != nullptr) soak->Stop();
-    for (size_t i = 0; i < std::size(kStopSignals); ++i) {
-        if (signal_number == kStopSignals[i]) {
-            sigaction(signal_number, &cleanup_actions[i], nullptr);
-        }
-    }
-    const char byte = static_cast<char>(signal_number);
-    if (write(stop_write_fd, &byte, 1) < 0) {
-        // A full pipe already holds a stop.
-    }
-    errno = saved_errno;
 }
 
-void TakeOverStopSignals(int write_fd) {
-    stop_write_fd = write_fd;
+// The rig's clean-up installed and the stop signals taken over from it: their pipe's read end,
+// or none after saying why not.
+std::optional<android::base::unique_fd> TakeOverStopSignals(const char* interface) {
+    if (Result<void> installed = InstallSignalCleanup([](int) {}); !installed.ok()) {
+        fmt::print(stderr, "{}: no clean-up on signals: {}\n", interface,
+                   installed.error().message());
+        return std::nullopt;
+    }
     // Wireshark stops reading the fifo just before it stops the capture: the last writes fail
     // instead of ending the process half-way through its clean-up, and the stop signal that
     // follows ends the capture in order.
     signal(SIGPIPE, SIG_IGN);
-    struct sigaction action = {};
-    action.sa_handler = OnStopSignal;
-    action.sa_flags = SA_RESTART;
-    sigemptyset(&action.sa_mask);
-    for (size_t i = 0; i < std::size(kStopSignals); ++i) {
-        sigaction(kStopSignals[i], &action, &cleanup_actions[i]);
+    Result<android::base::unique_fd> stop = TakeOverSignals(StopCapture, true);
+    if (!stop.ok()) {
+        fmt::print(stderr, "tarvo-emu extcap: {}\n", stop.error().message());
+        return std::nullopt;
     }
+    return std::move(*stop);
 }
 
 void PrintInterfaces() {
@@ -250,8 +240,7 @@ int CaptureSoak(const ExtcapOptions& options, int stop_fd) {
 
 // Plays the scenario in the rig, streaming the session to the fifo, and keeps the daemon
 // running until Wireshark stops the capture.
-int CaptureRig(const ExtcapOptions& options, android::base::unique_fd stop_read,
-               android::base::unique_fd stop_write) {
+int CaptureRig(const ExtcapOptions& options) {
     if (geteuid() != 0) {
         fmt::print(stderr,
                    "tarvo-rig needs root: the emulated modem is a FUSE mount and the sandbox is "
@@ -265,12 +254,9 @@ int CaptureRig(const ExtcapOptions& options, android::base::unique_fd stop_read,
                    entered.error().message());
         return 1;
     }
-    if (Result<void> installed = InstallSignalCleanup([](int) {}); !installed.ok()) {
-        fmt::print(stderr, "tarvo-rig: no clean-up on signals: {}\n", installed.error().message());
-        return 1;
-    }
-    TakeOverStopSignals(stop_write.release());
-    if (!options.soak_seed.empty()) return CaptureSoak(options, stop_read.get());
+    const std::optional<android::base::unique_fd> stop = TakeOverStopSignals(kRigInterface);
+    if (!stop) return 1;
+    if (!options.soak_seed.empty()) return CaptureSoak(options, stop->get());
 
     const std::string file = options.scenario.empty() ? kDemoScenario : options.scenario;
     ScenarioOrigin origin;
@@ -287,7 +273,7 @@ int CaptureRig(const ExtcapOptions& options, android::base::unique_fd stop_read,
     live_rig = live->get();
     // A step that fails is a note in the capture; the daemon is watched on all the same.
     (*live)->Play(options.client);
-    WaitForStop(stop_read.get());
+    WaitForStop(stop->get());
     live_rig = nullptr;
     // Wireshark has stopped the capture and its reader of the stream may be gone already: the
     // rig is taken down whole, and what the last writes met is nobody's concern.
@@ -327,21 +313,9 @@ int Extcap(const ExtcapOptions& options) {
                    "--capture --fifo PATH\n");
         return 1;
     }
-    android::base::unique_fd stop_read, stop_write;
-    if (!android::base::Pipe(&stop_read, &stop_write, O_CLOEXEC | O_NONBLOCK)) {
-        fmt::print(stderr, "tarvo-emu extcap: pipe: {}\n", strerror(errno));
-        return 1;
-    }
-    if (device) {
-        if (Result<void> installed = InstallSignalCleanup([](int) {}); !installed.ok()) {
-            fmt::print(stderr, "tarvo-device: no clean-up on signals: {}\n",
-                       installed.error().message());
-            return 1;
-        }
-        TakeOverStopSignals(stop_write.release());
-        return CaptureDevice(options, stop_read.get());
-    }
-    return CaptureRig(options, std::move(stop_read), std::move(stop_write));
+    if (!device) return CaptureRig(options);
+    const std::optional<android::base::unique_fd> stop = TakeOverStopSignals(kDeviceInterface);
+    return stop ? CaptureDevice(options, stop->get()) : 1;
 }
 
 }  // namespace

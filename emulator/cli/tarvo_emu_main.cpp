@@ -15,7 +15,6 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/command.h"
-#include "cli/command_formatter.h"
 #include "process/signal_cleanup.h"
 #include "rig/rig.h"
 
