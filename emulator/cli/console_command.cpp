@@ -21,7 +21,6 @@
 
 #include "cli/command.h"
 #include "cli/live_output.h"
-#include "cli/step_examples.h"
 #include "cli/typed_step.h"
 #include "process/signal_cleanup.h"
 #include "scenario/scenario_player.h"

@@ -1,5 +1,7 @@
 #pragma once
 
+// Steps as the console reads them typed, completes them, and explains them.
+
 #include <string>
 #include <vector>
 
@@ -27,5 +29,16 @@ android::base::Result<std::vector<tarvo_scenario::Step>> ParseSteps(const std::s
 
 // "NAME is no step", with the nearest step kinds, for a name that is none.
 std::string NoStepKind(const std::string& name);
+
+// The example that the console's `help` shows for a step kind (a field of the step's oneof);
+// empty for none.
+std::string StepExample(const std::string& kind);
+
+// `help STEP`: the step kind's type, its fields (for a kind that is a message) and its example;
+// empty when `kind` is no step kind.
+std::string StepHelp(const std::string& kind);
+
+// Every step kind with an example, the fields any step may have, and the console's commands.
+std::string ConsoleHelp();
 
 }  // namespace tarvo_emu

@@ -1,7 +1,7 @@
 // `tarvo-emu console` on a terminal: typing with completion, the transcript streaming, the end.
 // Scripted through a pipe, with a recording played back, it is the test "console.pipe".
 
-#include "cli/step_examples.h"
+#include "cli/typed_step.h"
 
 #include <poll.h>
 #include <pty.h>
