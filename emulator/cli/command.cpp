@@ -144,6 +144,16 @@ std::string CommandFormatter::make_help(const CLI::App* app, std::string name,
     return help;
 }
 
+int Failed(const std::string& who, const std::string& why) {
+    fflush(stdout);
+    if (who.empty()) {
+        fmt::print(stderr, "{}\n", why);
+    } else {
+        fmt::print(stderr, "{}: {}\n", who, why);
+    }
+    return 1;
+}
+
 int UsageError(const CLI::App* command, const std::string& why) {
     fmt::print(stderr, "tarvo-emu {}: {}\nSee: tarvo-emu {} --help\n", command->get_name(), why,
                command->get_name());

@@ -58,6 +58,10 @@ constexpr int kUsageError = 2;
 // Says what was wrong with `command`'s line and where to read how it goes; kUsageError.
 int UsageError(const CLI::App* command, const std::string& why);
 
+// Says why the command failed on standard error, after what standard output holds: `why`, after
+// `who` and a colon when `who` is given. Returns 1, the exit status of a failure.
+int Failed(const std::string& who, const std::string& why);
+
 // The help of the `--pcapng` option of the commands that run a session.
 constexpr char kPcapngHelp[] =
     "write the session to OUT as pcapng for Wireshark (see `tarvo-emu\n"

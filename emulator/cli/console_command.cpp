@@ -298,10 +298,7 @@ int RunConsole(const ConsoleOptions& options) {
     tarvo_scenario::Scenario scenario;
     if (!options.file.empty()) {
         Result<tarvo_scenario::Scenario> loaded = LoadScenario(options.file);
-        if (!loaded.ok()) {
-            fprintf(stderr, "tarvo-emu console: %s\n", loaded.error().message().c_str());
-            return 1;
-        }
+        if (!loaded.ok()) return Failed("tarvo-emu console", loaded.error().message());
         scenario = *loaded;
     }
     android::base::unique_fd wake_read, wake_write;
@@ -322,26 +319,19 @@ int RunConsole(const ConsoleOptions& options) {
     std::ostream transcript(&output);
     RigHooks hooks;
     Result<std::unique_ptr<PcapngRecorder>> pcapng = OpenPcapng(options.pcapng, &hooks);
-    if (!pcapng.ok()) {
-        fprintf(stderr, "tarvo-emu console: %s\n", pcapng.error().message().c_str());
-        return 1;
-    }
+    if (!pcapng.ok()) return Failed("tarvo-emu console", pcapng.error().message());
     auto session = std::make_unique<ScenarioSession>(scenario, &transcript, nullptr, nullptr,
                                                      std::move(hooks));
     session->rig().transcript().SetColour(WantsColour(STDOUT_FILENO));
     ScenarioRecorder recorder(scenario);
     if (!options.record.empty()) session->Record(&recorder);
     if (Result<void> started = session->Start(); !started.ok()) {
-        fprintf(stderr, "tarvo-emu console: %s\n", started.error().message().c_str());
-        return 1;
+        return Failed("tarvo-emu console", started.error().message());
     }
     // Ctrl-C cancels the line being typed or the step being played; SIGTERM and SIGHUP end the
     // session as `quit` does, so that the recording is written and the rig comes down in order.
     Result<android::base::unique_fd> signals = TakeOverSignals(CancelPlayingStep, false);
-    if (!signals.ok()) {
-        fprintf(stderr, "tarvo-emu console: %s\n", signals.error().message().c_str());
-        return 1;
-    }
+    if (!signals.ok()) return Failed("tarvo-emu console", signals.error().message());
     Console console(session.get(), &output, wake_read.get(), signals->get());
     console.PlayFirst(scenario);
     console.Interact();

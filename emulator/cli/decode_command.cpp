@@ -46,13 +46,6 @@ CaptureFollower* following = nullptr;
 
 void OnInterrupt(int /*signal_number*/) { following->Stop(); }
 
-// Says why the command failed, after what standard output holds; the exit status.
-int Failed(const std::string& why) {
-    std::cout.flush();
-    fmt::print(stderr, "tarvo-emu decode: {}\n", why);
-    return 1;
-}
-
 // What the capture is read from, as messages name it.
 std::string Source(const DecodeOptions& options) {
     if (options.files.empty()) return "standard input";
@@ -65,7 +58,8 @@ int WriteScenario(const DecodeOptions& options, const Capture& capture) {
     if (!options.scenario.empty() &&
         !android::base::WriteStringToFile(CaptureScenarioText(capture, Source(options)),
                                           options.scenario)) {
-        return Failed(fmt::format("cannot write {}: {}", options.scenario, strerror(errno)));
+        return Failed("tarvo-emu decode",
+                      fmt::format("cannot write {}: {}", options.scenario, strerror(errno)));
     }
     return 0;
 }
@@ -75,19 +69,20 @@ int WriteScenario(const DecodeOptions& options, const Capture& capture) {
 int Follow(const DecodeOptions& options) {
     const std::string source = Source(options);
     if (options.files.size() > 1) {
-        return Failed("--follow reads one capture, not " + source);
+        return Failed("tarvo-emu decode", "--follow reads one capture, not " + source);
     }
     android::base::unique_fd opened;
     if (!options.files.empty()) {
         opened.reset(open(source.c_str(), O_RDONLY | O_CLOEXEC));
         if (opened.get() < 0) {
-            return Failed(fmt::format("cannot read {}: {}", source, strerror(errno)));
+            return Failed("tarvo-emu decode",
+                          fmt::format("cannot read {}: {}", source, strerror(errno)));
         }
     }
     std::unique_ptr<PcapngWriter> pcapng;
     if (!options.pcapng.empty()) {
         Result<std::unique_ptr<PcapngWriter>> writer = PcapngWriter::Open(options.pcapng);
-        if (!writer.ok()) return Failed(writer.error().message());
+        if (!writer.ok()) return Failed("tarvo-emu decode", writer.error().message());
         pcapng = std::move(*writer);
     }
     StraceOptions strace;
@@ -98,7 +93,7 @@ int Follow(const DecodeOptions& options) {
             std::cout.flush();
             if (pcapng) WriteEvent(pcapng.get(), event, unix_time);
         });
-    if (!follower.ok()) return Failed(follower.error().message());
+    if (!follower.ok()) return Failed("tarvo-emu decode", follower.error().message());
     following = follower->get();
     struct sigaction action = {};
     action.sa_handler = OnInterrupt;
@@ -108,10 +103,13 @@ int Follow(const DecodeOptions& options) {
     signal(SIGINT, SIG_DFL);
     following = nullptr;
     if (pcapng) {
-        if (Result<void> closed = pcapng->Close(); !closed.ok())
-            return Failed(closed.error().message());
+        if (Result<void> closed = pcapng->Close(); !closed.ok()) {
+            return Failed("tarvo-emu decode", closed.error().message());
+        }
     }
-    if (!capture.ok()) return Failed(fmt::format("{}: {}", source, capture.error().message()));
+    if (!capture.ok()) {
+        return Failed("tarvo-emu decode", fmt::format("{}: {}", source, capture.error().message()));
+    }
     return WriteScenario(options, *capture);
 }
 
@@ -125,11 +123,12 @@ int Decode(const DecodeOptions& options) {
     if (options.files.size() == 1) {
         stream.open(source);
         if (!stream) {
-            return Failed(fmt::format("cannot read {}: {}", source, strerror(errno)));
+            return Failed("tarvo-emu decode",
+                          fmt::format("cannot read {}: {}", source, strerror(errno)));
         }
     } else if (options.files.size() > 1) {
         Result<std::string> lines = MergeStraceFiles(options.files);
-        if (!lines.ok()) return Failed(lines.error().message());
+        if (!lines.ok()) return Failed("tarvo-emu decode", lines.error().message());
         merged.str(*lines);
     }
     StraceOptions strace;
@@ -138,13 +137,16 @@ int Decode(const DecodeOptions& options) {
     if (options.files.size() == 1) in = &stream;
     if (options.files.size() > 1) in = &merged;
     Result<Capture> capture = ReadCapture(*in, strace);
-    if (!capture.ok())
-        return Failed(fmt::format("{}: {}", (options.files.empty() ? "<stdin>" : source),
+    if (!capture.ok()) {
+        return Failed("tarvo-emu decode",
+                      fmt::format("{}: {}", (options.files.empty() ? "<stdin>" : source),
                                   capture.error().message()));
+    }
     PrintCapture(*capture, std::cout, options.full);
     if (!options.pcapng.empty()) {
-        if (Result<void> written = WritePcapng(*capture, options.pcapng); !written.ok())
-            return Failed(written.error().message());
+        if (Result<void> written = WritePcapng(*capture, options.pcapng); !written.ok()) {
+            return Failed("tarvo-emu decode", written.error().message());
+        }
         std::cout.flush();
         fmt::print(stderr,
                    "Read it with the profile that `tarvo-emu wireshark-profile "

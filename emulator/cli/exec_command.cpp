@@ -29,14 +29,10 @@ int Exec(const ExecOptions& options) {
     rig_options.transcript = &std::cout;
     Rig rig(rig_options, options.hooks);
     if (Result<void> started = rig.Start(); !started.ok()) {
-        fmt::print(stderr, "tarvo-emu: {}\n", started.error().message());
-        return 1;
+        return Failed("tarvo-emu", started.error().message());
     }
     Result<ProcessResult> result = rig.Run(options.command, kCommandTimeout);
-    if (!result.ok()) {
-        fmt::print(stderr, "tarvo-emu: {}\n", result.error().message());
-        return 1;
-    }
+    if (!result.ok()) return Failed("tarvo-emu", result.error().message());
     if (Result<void> health = rig.CheckHealth(); !health.ok()) {
         fmt::print(stderr, "tarvo-emu: {}\n", health.error().message());
         return result->status == 0 ? 1 : result->status;

@@ -176,10 +176,7 @@ int CaptureDevice(const ExtcapOptions& options, int stop_fd) {
                 fmt::print(stderr, "{}\n", *advice);
             }
         });
-    if (!live.ok()) {
-        fmt::print(stderr, "tarvo-device: {}\n", live.error().message());
-        return 1;
-    }
+    if (!live.ok()) return Failed("tarvo-device", live.error().message());
     live_device = live->get();
     const int status = (*live)->Wait();
     live_device = nullptr;
@@ -187,8 +184,7 @@ int CaptureDevice(const ExtcapOptions& options, int stop_fd) {
     const bool asked = read(stop_fd, &stopped, 1) == 1;
     // Once Wireshark has stopped the capture, the stream's reader may be gone already.
     if (Result<void> closed = (*live)->Close(); !closed.ok() && !asked) {
-        fmt::print(stderr, "tarvo-device: {}\n", closed.error().message());
-        return 1;
+        return Failed("tarvo-device", closed.error().message());
     }
     if (asked || status == 0) return 0;
     fmt::print(stderr, "tarvo-device: the device command ended with status {}\n", status);
@@ -213,10 +209,7 @@ int CaptureSoak(const ExtcapOptions& options, int stop_fd) {
     soak_options.duration = kSoakUntilStopped;
     soak_options.faults = *ParseSoakFaults("all");
     Result<std::unique_ptr<PcapngRecorder>> recorder = PcapngRecorder::Open(options.fifo);
-    if (!recorder.ok()) {
-        fmt::print(stderr, "tarvo-rig: {}\n", recorder.error().message());
-        return 1;
-    }
+    if (!recorder.ok()) return Failed("tarvo-rig", recorder.error().message());
     (*recorder)->Attach(&soak_options.hooks);
     SoakRun soak(soak_options);
     live_soak = &soak;
@@ -250,9 +243,8 @@ int CaptureRig(const ExtcapOptions& options) {
         return 1;
     }
     if (Result<void> entered = EnterPrivateMountNamespace(); !entered.ok()) {
-        fmt::print(stderr, "tarvo-rig: cannot enter a private mount namespace: {}\n",
-                   entered.error().message());
-        return 1;
+        return Failed("tarvo-rig",
+                      "cannot enter a private mount namespace: " + entered.error().message());
     }
     const std::optional<android::base::unique_fd> stop = TakeOverStopSignals(kRigInterface);
     if (!stop) return 1;
@@ -261,15 +253,9 @@ int CaptureRig(const ExtcapOptions& options) {
     const std::string file = options.scenario.empty() ? kDemoScenario : options.scenario;
     ScenarioOrigin origin;
     Result<tarvo_scenario::Scenario> scenario = LoadScenario(file, &origin);
-    if (!scenario.ok()) {
-        fmt::print(stderr, "{}\n", scenario.error().message());
-        return 1;
-    }
+    if (!scenario.ok()) return Failed("", scenario.error().message());
     Result<std::unique_ptr<LiveRig>> live = LiveRig::Start(*scenario, origin, options.fifo);
-    if (!live.ok()) {
-        fmt::print(stderr, "tarvo-rig: {}\n", live.error().message());
-        return 1;
-    }
+    if (!live.ok()) return Failed("tarvo-rig", live.error().message());
     live_rig = live->get();
     // A step that fails is a note in the capture; the daemon is watched on all the same.
     (*live)->Play(options.client);

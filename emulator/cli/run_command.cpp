@@ -32,10 +32,7 @@ struct RunOptions {
 int Run(const RunOptions& options) {
     ScenarioOrigin origin;
     Result<tarvo_scenario::Scenario> scenario = LoadScenario(options.scenario_file, &origin);
-    if (!scenario.ok()) {
-        fmt::print(stderr, "{}\n", scenario.error().message());
-        return 1;
-    }
+    if (!scenario.ok()) return Failed("", scenario.error().message());
     // Opened close-on-exec, which std::ofstream cannot ask for: the daemon is to hold its own
     // descriptors only.
     std::unique_ptr<__gnu_cxx::stdio_filebuf<char>> transcript_buffer;
@@ -51,10 +48,7 @@ int Run(const RunOptions& options) {
     std::ostream full_transcript(transcript_buffer.get());
     RigHooks hooks;
     Result<std::unique_ptr<PcapngRecorder>> pcapng = OpenPcapng(options.pcapng, &hooks);
-    if (!pcapng.ok()) {
-        fmt::print(stderr, "{}\n", pcapng.error().message());
-        return 1;
-    }
+    if (!pcapng.ok()) return Failed("", pcapng.error().message());
     PlaySummary summary;
     Result<void> played =
         PlayScenario(*scenario, {.transcript = options.quiet ? nullptr : &std::cout,
@@ -66,8 +60,7 @@ int Run(const RunOptions& options) {
                                  .hooks = std::move(hooks)});
     if (*pcapng) {
         if (Result<void> closed = (*pcapng)->Close(); !closed.ok()) {
-            fmt::print(stderr, "{}\n", closed.error().message());
-            return 1;
+            return Failed("", closed.error().message());
         }
     }
     const std::string steps = SummaryText(summary);

@@ -67,10 +67,7 @@ int RunOneSeed(const SoakCommandOptions& command) {
                    last ? "\n" : "   ");
         fflush(stderr);
     });
-    if (!report.ok()) {
-        fmt::print(stderr, "soak: {}\n", report.error().message());
-        return 1;
-    }
+    if (!report.ok()) return Failed("soak", report.error().message());
     fmt::print("soak: seed {}, {:.1f} s, {} stimuli, {} faults, {} checks ({:.1f} checks/s): {}\n",
                options.seed, report->seconds, report->stimuli, report->faults, report->checks,
                Rate(*report), report->divergence ? "DIVERGED" : "no divergence");
@@ -89,10 +86,7 @@ int RunOneSeed(const SoakCommandOptions& command) {
     if (terminal) fmt::print(stderr, "\n");
     if (written.ok()) result.scenario = *written;
     WriteJson(command.json, SummarizeSoak({result}, report->seconds));
-    if (!written.ok()) {
-        fmt::print(stderr, "soak: {}\n", written.error().message());
-        return 1;
-    }
+    if (!written.ok()) return Failed("soak", written.error().message());
     PrintScenario("soak: ", *written);
     return 1;
 }
@@ -147,10 +141,7 @@ int MergeReports(const SoakCommandOptions& command) {
     std::vector<SoakSummary> summaries;
     for (const std::string& path : command.merge) {
         Result<SoakSummary> summary = ReadSoakSummary(path);
-        if (!summary.ok()) {
-            fmt::print(stderr, "soak: {}\n", summary.error().message());
-            return 1;
-        }
+        if (!summary.ok()) return Failed("soak", summary.error().message());
         summaries.push_back(std::move(*summary));
     }
     const SoakSummary merged = MergeSoakSummaries(summaries);

@@ -54,14 +54,10 @@ struct TputOptions {
 int Tput(const TputOptions& options) {
     Rig rig(TputRigOptions(options.downlink));
     if (Result<void> started = rig.Start(); !started.ok()) {
-        fmt::print(stderr, "tarvo-emu: {}\n", started.error().message());
-        return 1;
+        return Failed("tarvo-emu", started.error().message());
     }
     Result<TputReport> report = MeasureTput(rig, options.downlink, ProgressPrinter());
-    if (!report.ok()) {
-        fmt::print(stderr, "\ntarvo-emu: {}\n", report.error().message());
-        return 1;
-    }
+    if (!report.ok()) return Failed("\ntarvo-emu", report.error().message());
 
     std::cout << ReportTable(*report) << std::flush;
     if (!options.json.empty()) {
@@ -69,14 +65,12 @@ int Tput(const TputOptions& options) {
         if (options.json == "-") {
             std::cout << json << std::flush;
         } else if (!android::base::WriteStringToFile(json, options.json)) {
-            fmt::print(stderr, "tarvo-emu: cannot write {}\n", options.json);
-            return 1;
+            return Failed("tarvo-emu", "cannot write " + options.json);
         }
     }
     if (!options.plot.empty()) {
         if (Result<void> drawn = WritePlot(*report, options.plot); !drawn.ok()) {
-            fmt::print(stderr, "tarvo-emu: {}\n", drawn.error().message());
-            return 1;
+            return Failed("tarvo-emu", drawn.error().message());
         }
         fmt::print("plot written to {}\n", options.plot);
     }

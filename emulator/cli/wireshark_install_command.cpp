@@ -74,15 +74,13 @@ int Install(bool system) {
     }
     const std::string profile = profiles + "/" + kWiresharkProfileName;
     if (Result<void> written = WriteWiresharkProfile(profile); !written.ok()) {
-        fmt::print(stderr, "tarvo-emu wireshark-install: {}\n", written.error().message());
-        return 1;
+        return Failed("tarvo-emu wireshark-install", written.error().message());
     }
     fmt::print("profile {}: wrote {}\n", kWiresharkProfileName, profile);
     const std::string executable = android::base::GetExecutablePath();
     for (const std::string& dir : extcap_dirs) {
         if (Result<void> written = WriteLauncher(dir, executable); !written.ok()) {
-            fmt::print(stderr, "tarvo-emu wireshark-install: {}\n", written.error().message());
-            return 1;
+            return Failed("tarvo-emu wireshark-install", written.error().message());
         }
         fmt::print("extcap launcher of {}: wrote {}/{}\n", executable, dir, kLauncherName);
     }

@@ -31,9 +31,10 @@ Command AddWiresharkProfileCommand(CLI::App& app) {
     return {profile,
             [directory] {
                 Result<void> written = WriteWiresharkProfile(*directory);
-                if (written.ok()) return 0;
-                fmt::print(stderr, "tarvo-emu wireshark-profile: {}\n", written.error().message());
-                return 1;
+                if (!written.ok()) {
+                    return Failed("tarvo-emu wireshark-profile", written.error().message());
+                }
+                return 0;
             },
             [] { return false; }};
 }
