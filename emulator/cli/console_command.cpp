@@ -33,13 +33,11 @@ namespace tarvo_emu {
 
 namespace {
 
+// The files of the session: none where empty.
 struct ConsoleOptions {
-    // A scenario whose setup the rig starts with and whose steps are played first; none when empty.
-    std::string file;
-    // Where the session is written as a scenario when it ends; nowhere when empty.
-    std::string record;
-    // Where the session is written as pcapng for Wireshark; nowhere when empty.
-    std::string pcapng;
+    std::string file;    // whose setup the rig starts with and whose steps are played first
+    std::string record;  // the session as a scenario, written when it ends
+    std::string pcapng;  // the session for Wireshark
 };
 
 // Set while a step plays, for Ctrl-C to cancel it.

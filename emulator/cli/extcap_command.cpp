@@ -32,24 +32,22 @@ namespace tarvo_emu {
 
 namespace {
 
-// What Wireshark asked.
+// What Wireshark asked, one field per option of the same name.
 struct ExtcapOptions {
-    bool interfaces = false;    // --extcap-interfaces
-    std::string version;        // --extcap-version, Wireshark's
-    std::string interface;      // --extcap-interface
-    bool dlts = false;          // --extcap-dlts
-    bool config = false;        // --extcap-config
-    std::string reload_option;  // --extcap-reload-option: one option's values again
-    bool capture = false;       // --capture
-    std::string fifo;           // --fifo: where the pcapng stream goes
+    bool interfaces = false;
+    std::string version;
+    std::string interface;
+    bool dlts = false;
+    bool config = false;
+    std::string reload_option;
+    bool capture = false;
+    std::string fifo;
     std::string capture_filter;
-    // tarvo-rig: the scenario (the demo when empty) and the client run after it.
+    // tarvo-rig's: the demo when `scenario` is empty; a soak instead when `soak_seed` is not.
     std::string scenario;
     std::string client;
-    // tarvo-rig: a soak's seed, played instead of the scenario when not empty.
     std::string soak_seed;
-    // tarvo-device: the adb serial, a command of the user's instead of adb, and whether the
-    // daemon is restarted under strace.
+    // tarvo-device's.
     std::string serial;
     std::string device_command;
     bool from_start = false;

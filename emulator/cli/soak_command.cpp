@@ -8,10 +8,12 @@
 #include <vector>
 
 #include <android-base/file.h>
+#include <android-base/strings.h>
 #include <fmt/format.h>
 
 #include "cli/command.h"
 #include "cli/soak_json.h"
+#include "device/fault.h"
 #include "soak/soak_jobs.h"
 #include "soak/soak_run.h"
 
@@ -189,6 +191,8 @@ Command AddSoakCommand(CLI::App& app) {
         "own; --json reports what a run did, --merge adds reports of shards up.");
     SoakOptions* const options = &command->soak;
     options->faults = *ParseSoakFaults("all");
+    std::vector<std::string> fault_names;
+    for (Fault fault : options->faults) fault_names.emplace_back(FaultSoakName(fault));
     CLI::Option* seed = AddNumberOption(soak, "--seed", &options->seed, "a number",
                                         "the run's seed, decimal or 0x hexadecimal (1)")
                             ->type_name("N");
@@ -239,8 +243,8 @@ Command AddSoakCommand(CLI::App& app) {
                 }
                 options->faults = std::move(*faults);
             },
-            "comma-separated: eof, read, write, hangup, offline, restart;\n"
-            "all (the default) or none")
+            fmt::format("comma-separated: {};\nall (the default) or none",
+                        android::base::Join(fault_names, ", ")))
         ->type_name("LIST");
     soak->add_option("--out", options->out, "the scenario of a divergence (soak-failure.textproto)")
         ->type_name("FILE");

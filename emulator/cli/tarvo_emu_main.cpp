@@ -19,10 +19,8 @@
 #include "rig/rig.h"
 
 using android::base::Result;
-using tarvo_emu::Command;
-using tarvo_emu::kUsageError;
-using tarvo_emu::UsageError;
 
+namespace tarvo_emu {
 namespace {
 
 constexpr char kExitStatuses[] =
@@ -49,9 +47,7 @@ std::vector<std::string> Unexpected(const CLI::App* command) {
     return extra;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Main(int argc, char** argv) {
     // Protobuf makes the pool of its generated descriptors on first use, under a lock of its own
     // that ThreadSanitizer does not see (libprotobuf is not built with it). Made here, before any
     // thread, the pool is made before every thread that uses it, the soak's rigs on several cores
@@ -61,21 +57,19 @@ int main(int argc, char** argv) {
         "The host rig of the tarvo daemon: the unmodified daemon in a sandbox at the device's\n"
         "paths, against an emulated modem and RIL. Needs root (FUSE and bubblewrap).",
         "tarvo-emu");
-    app.formatter(std::make_shared<tarvo_emu::CommandFormatter>());
+    app.formatter(std::make_shared<CommandFormatter>());
     app.footer(kExitStatuses);
     app.allow_extras();
     // Subcommands take the formatter, and keep what they do not know for the messages below.
-    const std::vector<Command> commands = {tarvo_emu::AddRunCommand(app),
-                                           tarvo_emu::AddConsoleCommand(app),
-                                           tarvo_emu::AddExecCommand(app),
-                                           tarvo_emu::AddTputCommand(app),
-                                           tarvo_emu::AddDecodeCommand(app),
-                                           tarvo_emu::AddSoakCommand(app),
-                                           tarvo_emu::AddWiresharkProfileCommand(app),
-                                           tarvo_emu::AddWiresharkInstallCommand(app),
-                                           tarvo_emu::AddExtcapCommand(app)};
+    std::vector<Command> commands;
+    for (Command (*add)(CLI::App&) :
+         {AddRunCommand, AddConsoleCommand, AddExecCommand, AddTputCommand, AddDecodeCommand,
+          AddSoakCommand, AddWiresharkProfileCommand, AddWiresharkInstallCommand,
+          AddExtcapCommand}) {
+        commands.push_back(add(app));
+        commands.back().app->allow_extras()->footer(kExitStatuses);
+    }
     CLI::App* const help = app.add_subcommand("help")->group("");
-    for (const Command& command : commands) command.app->allow_extras()->footer(kExitStatuses);
 
     try {
         app.parse(argc, argv);
@@ -91,8 +85,7 @@ int main(int argc, char** argv) {
         return UsageError(app.get_subcommand("run"), "no scenario file given");
     } catch (const CLI::ParseError& error) {
         const std::vector<CLI::App*> given = app.get_subcommands();
-        if (given.empty()) return UsageError(&app, error.what());
-        return UsageError(given.front(), error.what());
+        return UsageError(given.empty() ? &app : given.front(), error.what());
     }
     const std::vector<CLI::App*> given = app.get_subcommands();
     if (given.empty() || given.front() == help) {
@@ -123,7 +116,7 @@ int main(int argc, char** argv) {
     }
     // Without a namespace of its own, a crash would leave the emulator's mount behind. Entered
     // while the process has one thread only.
-    if (Result<void> entered = tarvo_emu::EnterPrivateMountNamespace(); !entered.ok()) {
+    if (Result<void> entered = EnterPrivateMountNamespace(); !entered.ok()) {
         fmt::print(stderr, "tarvo-emu: cannot enter a private mount namespace: {}\n",
                    entered.error().message());
     }
@@ -131,8 +124,13 @@ int main(int argc, char** argv) {
         fmt::print(stderr, "\ntarvo-emu: {}: daemon stopped, temporary tree removed\n",
                    strsignal(signal_number));
     };
-    if (Result<void> installed = tarvo_emu::InstallSignalCleanup(say_cleaned); !installed.ok()) {
+    if (Result<void> installed = InstallSignalCleanup(say_cleaned); !installed.ok()) {
         fmt::print(stderr, "tarvo-emu: no clean-up on signals: {}\n", installed.error().message());
     }
     return command.run();
 }
+
+}  // namespace
+}  // namespace tarvo_emu
+
+int main(int argc, char** argv) { return tarvo_emu::Main(argc, argv); }

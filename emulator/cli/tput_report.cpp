@@ -126,20 +126,17 @@ Result<void> WritePlot(const TputReport& report, const std::string& svg) {
         uplink += fmt::format("{} {:.6f} {:.6f}\n", size, RateGbps(report.pump, size),
                               RateGbps(report.bare_writer, size));
     }
-    Result<void> drawn;
     if (!android::base::WriteStringToFile(samples, dir + "/downlink.dat") ||
         !android::base::WriteStringToFile(uplink, dir + "/uplink.dat") ||
         !android::base::WriteStringToFile(PlotScript(report, dir, svg), dir + "/plot.gp")) {
-        drawn = Error() << "cannot write the plot's data in " << dir;
-    } else {
-        Result<ProcessResult> gnuplot =
-            RunProcess({kGnuplot, dir + "/plot.gp"}, {}, kGnuplotTimeout);
-        if (!gnuplot.ok() || gnuplot->status != 0) {
-            drawn = Error() << "gnuplot failed (is gnuplot-nox installed? make deps): "
-                            << (gnuplot.ok() ? gnuplot->output : gnuplot.error().message());
-        }
+        return Error() << "cannot write the plot's data in " << dir;
     }
-    return drawn;
+    Result<ProcessResult> gnuplot = RunProcess({kGnuplot, dir + "/plot.gp"}, {}, kGnuplotTimeout);
+    if (!gnuplot.ok() || gnuplot->status != 0) {
+        return Error() << "gnuplot failed (is gnuplot-nox installed? make deps): "
+                       << (gnuplot.ok() ? gnuplot->output : gnuplot.error().message());
+    }
+    return {};
 }
 
 std::string ReportTable(const TputReport& report) {
