@@ -88,7 +88,7 @@ class Console {
             if (text == "help") {
                 output_->Say(ConsoleHelp());
             } else if (android::base::StartsWith(text, kHelpWith)) {
-                ShowStepHelp(android::base::Trim(text.substr(kHelpWith.size())));
+                output_->Say(StepHelp(android::base::Trim(text.substr(kHelpWith.size()))));
             } else if (!text.empty()) {
                 Result<std::vector<Step>> steps = ParseSteps(text, &check_);
                 if (!steps.ok()) {
@@ -124,15 +124,6 @@ class Console {
         failed_ = true;
         output_->Say("FAILED " + played.error().message() + "\n");
         return false;
-    }
-
-    void ShowStepHelp(const std::string& kind) {
-        const std::string help = StepHelp(kind);
-        if (!help.empty()) {
-            output_->Say(help);
-            return;
-        }
-        output_->Say(NoStepKind(kind) + "\n");
     }
 
     // Reads the signals that came; true when a Ctrl-C came. SIGTERM or SIGHUP ends the session.

@@ -99,23 +99,40 @@ const std::map<std::string, std::string>& Examples() {
     return *kExamples;
 }
 
+// The names of an enum's values, in their order.
+std::vector<std::string> ValuesOf(const google::protobuf::EnumDescriptor* type) {
+    std::vector<std::string> values;
+    for (int i = 0; i < type->value_count(); ++i) values.push_back(type->value(i)->name());
+    return values;
+}
+
 // A field's type as the help shows it: the scalar's type, the message's name, or the enum's
 // values.
 std::string TypeOf(const FieldDescriptor* field) {
     std::string type = field->is_repeated() ? "repeated " : "";
     if (field->message_type() != nullptr) return type + field->message_type()->name() + " { ... }";
     if (field->enum_type() == nullptr) return type + field->type_name();
-    std::vector<std::string> values;
-    for (int i = 0; i < field->enum_type()->value_count(); ++i) {
-        values.push_back(field->enum_type()->value(i)->name());
-    }
-    return type + "one of " + android::base::Join(values, ", ");
+    return type + "one of " + android::base::Join(ValuesOf(field->enum_type()), ", ");
 }
 
 // `name` padded to the column where the help's second column starts.
 std::string Padded(const std::string& name) {
     return "  " + name +
            std::string(kExampleColumn - std::min(name.size(), kExampleColumn - 1), ' ');
+}
+
+// "NAME is no step", with the nearest step kinds.
+std::string NoStepKind(const std::string& name) {
+    std::vector<std::string> kinds;
+    for (int i = 0; i < Step::descriptor()->field_count(); ++i) {
+        kinds.push_back(Step::descriptor()->field(i)->name());
+    }
+    const std::vector<std::string> near =
+        NearestNames(name, kinds, kMaxNearNames,
+                     std::max<size_t>(kMinNearEdits, name.size() / kNearEditsPerLetters));
+    return fmt::format(
+        "\"{}\" is no step{} (help lists them)", name,
+        near.empty() ? "" : "; did you mean " + android::base::Join(near, " or ") + "?");
 }
 
 }  // namespace
@@ -158,9 +175,7 @@ std::vector<std::string> CompletionsOf(const std::string& text, const std::strin
     std::vector<std::string> names;
     if (after_colon) {
         if (field->enum_type() != nullptr) {
-            for (int i = 0; i < field->enum_type()->value_count(); ++i) {
-                names.push_back(field->enum_type()->value(i)->name());
-            }
+            names = ValuesOf(field->enum_type());
         } else if (field->type() == FieldDescriptor::TYPE_BOOL) {
             names = {"true", "false"};
         }
@@ -205,19 +220,6 @@ Result<std::vector<Step>> ParseSteps(const std::string& text, StepCheck* check) 
     return *steps;
 }
 
-std::string NoStepKind(const std::string& name) {
-    std::vector<std::string> kinds;
-    for (int i = 0; i < Step::descriptor()->field_count(); ++i) {
-        kinds.push_back(Step::descriptor()->field(i)->name());
-    }
-    const std::vector<std::string> near =
-        NearestNames(name, kinds, kMaxNearNames,
-                     std::max<size_t>(kMinNearEdits, name.size() / kNearEditsPerLetters));
-    return fmt::format(
-        "\"{}\" is no step{} (help lists them)", name,
-        near.empty() ? "" : "; did you mean " + android::base::Join(near, " or ") + "?");
-}
-
 std::string StepExample(const std::string& kind) {
     const auto it = Examples().find(kind);
     return it == Examples().end() ? std::string() : it->second;
@@ -225,7 +227,7 @@ std::string StepExample(const std::string& kind) {
 
 std::string StepHelp(const std::string& kind) {
     const FieldDescriptor* field = tarvo_scenario::Step::descriptor()->FindFieldByName(kind);
-    if (field == nullptr) return {};
+    if (field == nullptr) return NoStepKind(kind) + "\n";
     std::string help = kind + ": " + TypeOf(field) + "\n";
     if (const Descriptor* message = field->message_type(); message != nullptr) {
         help += "Its fields:\n";

@@ -27,15 +27,12 @@ std::vector<std::string> CompletionsOf(const std::string& text, const std::strin
 android::base::Result<std::vector<tarvo_scenario::Step>> ParseSteps(const std::string& text,
                                                                     StepCheck* check);
 
-// "NAME is no step", with the nearest step kinds, for a name that is none.
-std::string NoStepKind(const std::string& name);
-
 // The example that the console's `help` shows for a step kind (a field of the step's oneof);
 // empty for none.
 std::string StepExample(const std::string& kind);
 
 // `help STEP`: the step kind's type, its fields (for a kind that is a message) and its example;
-// empty when `kind` is no step kind.
+// for a name that is no step kind, the nearest step kinds.
 std::string StepHelp(const std::string& kind);
 
 // Every step kind with an example, the fields any step may have, and the console's commands.
