@@ -185,8 +185,7 @@ int CaptureDevice(const ExtcapOptions& options, int stop_fd) {
         return Failed("tarvo-device", closed.error().message());
     }
     if (asked || status == 0) return 0;
-    fmt::print(stderr, "tarvo-device: the device command ended with status {}\n", status);
-    return 1;
+    return Failed("tarvo-device", fmt::format("the device command ended with status {}", status));
 }
 
 void WaitForStop(int stop_fd) {
@@ -200,9 +199,8 @@ void WaitForStop(int stop_fd) {
 int CaptureSoak(const ExtcapOptions& options, int stop_fd) {
     SoakOptions soak_options;
     if (!android::base::ParseUint(options.soak_seed, &soak_options.seed)) {
-        fmt::print(stderr, "tarvo-rig: --soak-seed takes a number, not \"{}\"\n",
-                   options.soak_seed);
-        return 1;
+        return Failed("tarvo-rig",
+                      fmt::format("--soak-seed takes a number, not \"{}\"", options.soak_seed));
     }
     soak_options.duration = kSoakUntilStopped;
     soak_options.faults = *ParseSoakFaults("all");
@@ -275,9 +273,9 @@ int Extcap(const ExtcapOptions& options) {
     }
     const bool device = options.interface == kDeviceInterface;
     if (!device && options.interface != kRigInterface) {
-        fmt::print(stderr, "tarvo-emu extcap: no interface \"{}\"; there are {} and {}\n",
-                   options.interface, kRigInterface, kDeviceInterface);
-        return 1;
+        return Failed("tarvo-emu extcap",
+                      fmt::format("no interface \"{}\"; there are {} and {}", options.interface,
+                                  kRigInterface, kDeviceInterface));
     }
     if (options.dlts) {
         PrintDlts();
@@ -292,10 +290,8 @@ int Extcap(const ExtcapOptions& options) {
         return 0;
     }
     if (!options.capture || options.fifo.empty()) {
-        fmt::print(stderr,
-                   "tarvo-emu extcap: say what to do: --extcap-dlts, --extcap-config or "
-                   "--capture --fifo PATH\n");
-        return 1;
+        return Failed("tarvo-emu extcap",
+                      "say what to do: --extcap-dlts, --extcap-config or --capture --fifo PATH");
     }
     if (!device) return CaptureRig(options);
     const std::optional<android::base::unique_fd> stop = TakeOverStopSignals(kDeviceInterface);

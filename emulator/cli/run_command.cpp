@@ -40,8 +40,8 @@ int Run(const RunOptions& options) {
         const int fd =
             open(options.transcript.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, DEFFILEMODE);
         if (fd < 0) {
-            fmt::print(stderr, "cannot write {}: {}\n", options.transcript, strerror(errno));
-            return 1;
+            return Failed("",
+                          fmt::format("cannot write {}: {}", options.transcript, strerror(errno)));
         }
         transcript_buffer = std::make_unique<__gnu_cxx::stdio_filebuf<char>>(fd, std::ios::out);
     }

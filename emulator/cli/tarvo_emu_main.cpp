@@ -109,10 +109,9 @@ int Main(int argc, char** argv) {
     if (!command.needs_rig()) return command.run();
 
     if (geteuid() != 0) {
-        fmt::print(stderr,
-                   "tarvo-emu: needs root: the emulated modem is a FUSE mount and the sandbox is "
-                   "made by bubblewrap, and both need root here\n");
-        return 1;
+        return Failed("tarvo-emu",
+                      "needs root: the emulated modem is a FUSE mount and the sandbox is made by "
+                      "bubblewrap, and both need root here");
     }
     // Without a namespace of its own, a crash would leave the emulator's mount behind. Entered
     // while the process has one thread only.

@@ -63,10 +63,8 @@ int Install(bool system) {
     if (!system) {
         const char* home = getenv("HOME");
         if (home == nullptr || *home == '\0') {
-            fmt::print(stderr,
-                       "tarvo-emu wireshark-install: HOME is not set; give --system or "
-                       "set HOME\n");
-            return 1;
+            return Failed("tarvo-emu wireshark-install",
+                          "HOME is not set; give --system or set HOME");
         }
         profiles = fmt::format("{}/{}", home, kUserProfiles);
         extcap_dirs = {fmt::format("{}/{}", home, kUserExtcap40),
