@@ -41,6 +41,9 @@ struct DecodeOptions {
     std::string scenario;  // none when empty
 };
 
+// How the command names itself in its failures.
+constexpr char kDecode[] = "tarvo-emu decode";
+
 // Set while a capture is followed, for Ctrl-C to end it.
 CaptureFollower* following = nullptr;
 
@@ -69,7 +72,7 @@ int WriteScenario(const DecodeOptions& options, const Capture& capture) {
 int Follow(const DecodeOptions& options) {
     const std::string source = Source(options);
     if (options.files.size() > 1) {
-        return Failed("tarvo-emu decode", "--follow reads one capture, not " + source);
+        return Failed(kDecode, "--follow reads one capture, not " + source);
     }
     android::base::unique_fd opened;
     if (!options.files.empty()) {
@@ -82,18 +85,16 @@ int Follow(const DecodeOptions& options) {
     std::unique_ptr<PcapngWriter> pcapng;
     if (!options.pcapng.empty()) {
         Result<std::unique_ptr<PcapngWriter>> writer = PcapngWriter::Open(options.pcapng);
-        if (!writer.ok()) return Failed("tarvo-emu decode", writer.error().message());
+        if (!writer.ok()) return Failed(kDecode, writer.error().message());
         pcapng = std::move(*writer);
     }
-    StraceOptions strace;
-    strace.ipc_fd = options.fd;
     Result<std::unique_ptr<CaptureFollower>> follower = CaptureFollower::Create(
-        strace, [&options, &pcapng](const CaptureEvent& event, double unix_time) {
+        {.ipc_fd = options.fd}, [&options, &pcapng](const CaptureEvent& event, double unix_time) {
             PrintEvent(event, std::cout, options.full);
             std::cout.flush();
             if (pcapng) WriteEvent(pcapng.get(), event, unix_time);
         });
-    if (!follower.ok()) return Failed("tarvo-emu decode", follower.error().message());
+    if (!follower.ok()) return Failed(kDecode, follower.error().message());
     following = follower->get();
     struct sigaction action = {};
     action.sa_handler = OnInterrupt;
@@ -104,11 +105,11 @@ int Follow(const DecodeOptions& options) {
     following = nullptr;
     if (pcapng) {
         if (Result<void> closed = pcapng->Close(); !closed.ok()) {
-            return Failed("tarvo-emu decode", closed.error().message());
+            return Failed(kDecode, closed.error().message());
         }
     }
     if (!capture.ok()) {
-        return Failed("tarvo-emu decode", fmt::format("{}: {}", source, capture.error().message()));
+        return Failed(kDecode, fmt::format("{}: {}", source, capture.error().message()));
     }
     return WriteScenario(options, *capture);
 }
@@ -120,23 +121,21 @@ int Decode(const DecodeOptions& options) {
     const std::string source = Source(options);
     std::ifstream stream;
     std::istringstream merged;
+    std::istream* in = &std::cin;
     if (options.files.size() == 1) {
         stream.open(source);
+        in = &stream;
         if (!stream) {
             return Failed("tarvo-emu decode",
                           fmt::format("cannot read {}: {}", source, strerror(errno)));
         }
     } else if (options.files.size() > 1) {
         Result<std::string> lines = MergeStraceFiles(options.files);
-        if (!lines.ok()) return Failed("tarvo-emu decode", lines.error().message());
+        if (!lines.ok()) return Failed(kDecode, lines.error().message());
         merged.str(*lines);
+        in = &merged;
     }
-    StraceOptions strace;
-    strace.ipc_fd = options.fd;
-    std::istream* in = &std::cin;
-    if (options.files.size() == 1) in = &stream;
-    if (options.files.size() > 1) in = &merged;
-    Result<Capture> capture = ReadCapture(*in, strace);
+    Result<Capture> capture = ReadCapture(*in, {.ipc_fd = options.fd});
     if (!capture.ok()) {
         return Failed("tarvo-emu decode",
                       fmt::format("{}: {}", (options.files.empty() ? "<stdin>" : source),
@@ -145,7 +144,7 @@ int Decode(const DecodeOptions& options) {
     PrintCapture(*capture, std::cout, options.full);
     if (!options.pcapng.empty()) {
         if (Result<void> written = WritePcapng(*capture, options.pcapng); !written.ok()) {
-            return Failed("tarvo-emu decode", written.error().message());
+            return Failed(kDecode, written.error().message());
         }
         std::cout.flush();
         fmt::print(stderr,
