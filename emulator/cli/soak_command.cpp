@@ -170,12 +170,8 @@ int Soak(const SoakCommandOptions& command) {
 
 }  // namespace
 
-// `tarvo-emu soak [--seed N | --seeds A-B] [--jobs N] [--duration SECONDS | --steps N]
-// [--faults LIST] [--out FILE] [--shrink SECONDS] [--json FILE]` soaks the daemon: progress on
-// standard error when it is a terminal, the summary on standard output; 0 for a clean run, 1 for
-// a divergence or a rig that did not start. `tarvo-emu soak --merge FILE... [--json FILE]` adds
-// the reports up into --json, or onto standard output, with neither root nor the rig; 1 when a
-// report cannot be read.
+// `tarvo-emu soak`: progress on standard error when it is a terminal, the summary on standard
+// output; 1 for a divergence, a rig that did not start, or a report of --merge that cannot be read.
 Command AddSoakCommand(CLI::App& app) {
     auto command = std::make_shared<SoakCommandOptions>();
     CLI::App* soak = app.add_subcommand(
