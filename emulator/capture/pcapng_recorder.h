@@ -9,7 +9,7 @@
 #include "capture/pcapng_writer.h"
 #include "nodes/ipc_node.h"
 #include "process/log_line.h"
-#include "rig/rig_hooks.h"
+#include "rig/rig.h"
 
 namespace tarvo_emu {
 

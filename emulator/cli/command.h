@@ -13,7 +13,7 @@
 #include <CLI/CLI.hpp>
 
 #include "capture/pcapng_recorder.h"
-#include "rig/rig_hooks.h"
+#include "rig/rig.h"
 
 namespace tarvo_emu {
 

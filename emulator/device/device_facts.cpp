@@ -1,17 +1,16 @@
 #include "device/device_facts.h"
 
+#include <filesystem>
 #include <set>
+
+namespace fs = std::filesystem;
 
 namespace tarvo_emu {
 
 std::vector<std::string> DeviceTree() {
     std::set<std::string> tree;
-    for (const std::string directory : kDeviceDirectories) {
-        for (size_t slash = directory.find('/', 1); slash != std::string::npos;
-             slash = directory.find('/', slash + 1)) {
-            tree.insert(directory.substr(0, slash));
-        }
-        tree.insert(directory);
+    for (const char* directory : kDeviceDirectories) {
+        for (fs::path path = directory; path != "/"; path = path.parent_path()) tree.insert(path);
     }
     return {tree.begin(), tree.end()};
 }

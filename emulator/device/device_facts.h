@@ -18,7 +18,6 @@ namespace tarvo_emu {
 inline constexpr std::chrono::milliseconds kDefaultWait{5000};
 
 // The daemon's directories, as a device has them.
-inline constexpr char kRadioDirectory[] = "/data/vendor/radio";
 inline constexpr char kStagingDirectory[] = "/data/vendor/radio/modem_temp_file";
 inline constexpr char kMdsDirectory[] = "/data/vendor/radio/mds";
 inline constexpr char kExtendedLogDirectory[] = "/data/vendor/radio/extended_logs";
@@ -64,7 +63,6 @@ inline constexpr NodePlace kNodeTable[] = {
 };
 inline constexpr const char* kIpcNode = kNodeTable[0].name;
 inline constexpr const char* kBootNode = kNodeTable[1].name;
-inline constexpr const char* kTestNodePath = kNodeTable[2].device_path;
 
 // The boot node's status ioctl, whose return value is the modem's state.
 inline constexpr unsigned int kStatusIoctl = 0x6F27;

@@ -5,6 +5,11 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <utility>
+
+#include <android-base/strings.h>
+
+#include "device/device_facts.h"
 
 namespace tarvo_emu {
 
@@ -12,8 +17,6 @@ void EmulatedNode::Poll(fuse_req_t req, uint64_t /*fh*/, fuse_pollhandle* handle
     if (handle != nullptr) fuse_pollhandle_destroy(handle);
     fuse_reply_poll(req, POLLIN | POLLRDNORM | POLLOUT | POLLWRNORM);
 }
-
-void EmulatedNode::Ioctl(fuse_req_t req, unsigned int /*cmd*/) { fuse_reply_err(req, ENOTTY); }
 
 PollWaiters::~PollWaiters() {
     for (auto& [fh, handle] : handles_) fuse_pollhandle_destroy(handle);
@@ -90,6 +93,65 @@ void StreamNode::Shutdown() {
     std::lock_guard<std::mutex> lock(mutex_);
     for (const HeldRead& held : held_) fuse_reply_err(held.req, EINTR);
     held_.clear();
+}
+
+void BootNode::Poll(fuse_req_t req, uint64_t fh, fuse_pollhandle* handle) {
+    ++poll_count_;
+    std::lock_guard<std::mutex> lock(mutex_);
+    waiters_.Add(fh, handle);
+    fuse_reply_poll(req, std::exchange(changed_, false) ? POLLIN | POLLRDNORM : 0);
+}
+
+void BootNode::Ioctl(fuse_req_t req, unsigned int cmd) {
+    if (cmd != kStatusIoctl) {
+        fuse_reply_err(req, ENOTTY);
+        return;
+    }
+    ++ioctl_count_;
+    fuse_reply_ioctl(req, state(), nullptr, 0);
+}
+
+void BootNode::SetState(int state) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (state == state_) return;
+    state_ = state;
+    changed_ = true;
+    waiters_.NotifyAll();
+}
+
+int BootNode::state() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return state_;
+}
+
+std::string TempNode::Joined() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return android::base::Join(writes_, "");
+}
+
+off_t TempNode::size() { return Joined().size(); }
+
+void TempNode::Read(fuse_req_t req, size_t size, off_t offset, int /*flags*/) {
+    const std::string joined = Joined();
+    if (offset < 0 || static_cast<size_t>(offset) >= joined.size()) {
+        fuse_reply_buf(req, nullptr, 0);
+        return;
+    }
+    const std::string part = joined.substr(offset, size);
+    fuse_reply_buf(req, part.data(), part.size());
+}
+
+void TempNode::Write(fuse_req_t req, const char* data, size_t size, off_t /*offset*/) {
+    if (keep_writes_) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        writes_.emplace_back(data, size);
+    }
+    fuse_reply_write(req, size);
+}
+
+std::vector<std::string> TempNode::writes() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return writes_;
 }
 
 }  // namespace tarvo_emu

@@ -5,6 +5,9 @@
 #include <string.h>
 #include <sys/mount.h>
 
+#include <iterator>
+#include <map>
+
 #include <android-base/unique_fd.h>
 
 using android::base::Error;
@@ -23,26 +26,97 @@ ModemEmulator* EmulatorOf(fuse_req_t req) {
 
 }  // namespace
 
+EmulatedNode* ModemEmulator::NodeOrReply(fuse_req_t req, fuse_ino_t ino) {
+    EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
+    if (node == nullptr) fuse_reply_err(req, ENOENT);
+    return node;
+}
+
+void ModemEmulator::ReplyAttr(fuse_req_t req, fuse_ino_t ino) {
+    struct stat attr;
+    if (!EmulatorOf(req)->FillAttr(ino, &attr)) {
+        fuse_reply_err(req, ENOENT);
+        return;
+    }
+    fuse_reply_attr(req, &attr, kAttrTimeout);
+}
+
 const fuse_lowlevel_ops ModemEmulator::kOperations = [] {
     fuse_lowlevel_ops ops = {};
-    ops.lookup = &ModemEmulator::Lookup;
-    ops.getattr = &ModemEmulator::Getattr;
-    ops.setattr = &ModemEmulator::Setattr;
-    ops.readdir = &ModemEmulator::Readdir;
-    ops.open = &ModemEmulator::Open;
-    ops.read = &ModemEmulator::Read;
-    ops.write = &ModemEmulator::Write;
-    ops.poll = &ModemEmulator::Poll;
-    ops.ioctl = &ModemEmulator::Ioctl;
+    ops.lookup = [](fuse_req_t req, fuse_ino_t parent, const char* name) {
+        fuse_entry_param entry = {};
+        entry.ino = parent == kRootInode ? EmulatorOf(req)->InodeOf(name) : 0;
+        entry.attr_timeout = kAttrTimeout;
+        entry.entry_timeout = kAttrTimeout;
+        if (entry.ino == 0 || !EmulatorOf(req)->FillAttr(entry.ino, &entry.attr)) {
+            fuse_reply_err(req, ENOENT);
+            return;
+        }
+        fuse_reply_entry(req, &entry);
+    };
+    ops.getattr = [](fuse_req_t req, fuse_ino_t ino, fuse_file_info*) { ReplyAttr(req, ino); };
+    // Truncation on open (std::ofstream asks for it) means nothing to a device node.
+    ops.setattr = [](fuse_req_t req, fuse_ino_t ino, struct stat*, int, fuse_file_info*) {
+        ReplyAttr(req, ino);
+    };
+    ops.readdir = [](fuse_req_t req, fuse_ino_t ino, size_t size, off_t offset, fuse_file_info*) {
+        if (ino != kRootInode) {
+            fuse_reply_err(req, ENOTDIR);
+            return;
+        }
+        std::string buffer(size, '\0');
+        size_t used = 0;
+        for (size_t i = offset; i < std::size(kNodeTable); ++i) {
+            struct stat attr;
+            EmulatorOf(req)->FillAttr(i + 2, &attr);
+            const size_t entry = fuse_add_direntry(req, buffer.data() + used, size - used,
+                                                   kNodeTable[i].name, &attr, i + 1);
+            if (entry > size - used) break;
+            used += entry;
+        }
+        fuse_reply_buf(req, buffer.data(), used);
+    };
+    ops.open = [](fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi) {
+        EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
+        if (node == nullptr) {
+            fuse_reply_err(req, ino == kRootInode ? EISDIR : ENOENT);
+            return;
+        }
+        // Every read and write reaches the node as the caller made it, one message each.
+        fi->direct_io = 1;
+        fi->nonseekable = node->seekable() ? 0 : 1;
+        fi->fh = EmulatorOf(req)->next_fh_++;
+        node->Open();
+        fuse_reply_open(req, fi);
+    };
+    ops.read = [](fuse_req_t req, fuse_ino_t ino, size_t size, off_t offset, fuse_file_info* fi) {
+        if (EmulatedNode* node = NodeOrReply(req, ino)) node->Read(req, size, offset, fi->flags);
+    };
+    ops.write = [](fuse_req_t req, fuse_ino_t ino, const char* data, size_t size, off_t offset,
+                   fuse_file_info*) {
+        if (EmulatedNode* node = NodeOrReply(req, ino)) node->Write(req, data, size, offset);
+    };
+    ops.poll = [](fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi, fuse_pollhandle* handle) {
+        if (EmulatedNode* node = NodeOrReply(req, ino)) {
+            node->Poll(req, fi->fh, handle);
+        } else if (handle != nullptr) {
+            fuse_pollhandle_destroy(handle);
+        }
+    };
+    ops.ioctl = [](fuse_req_t req, fuse_ino_t ino, unsigned int cmd, void*, fuse_file_info*,
+                   unsigned, const void*, size_t, size_t) {
+        if (EmulatedNode* node = NodeOrReply(req, ino)) node->Ioctl(req, cmd);
+    };
     return ops;
 }();
 
 ModemEmulator::ModemEmulator(int initial_state, IpcNode::UplinkHandler on_uplink)
-    : ipc_(std::make_unique<IpcNode>(std::move(on_uplink))),
-      boot_(std::make_unique<BootNode>(initial_state)),
-      test_(std::make_unique<TestNode>()),
-      temp_(std::make_unique<TempNode>()) {
-    for (const NodePlace& place : kNodeTable) nodes_.push_back(NodeOfKind(place.kind));
+    : ipc_(std::move(on_uplink)), boot_(initial_state) {
+    const std::map<NodeKind, EmulatedNode*> by_kind = {{NodeKind::kIpc, &ipc_},
+                                                       {NodeKind::kBoot, &boot_},
+                                                       {NodeKind::kTest, &test_},
+                                                       {NodeKind::kTemp, &temp_}};
+    for (const NodePlace& place : kNodeTable) nodes_.push_back(by_kind.at(place.kind));
 }
 
 Result<void> ModemEmulator::Mount(const std::string& dir) {
@@ -88,29 +162,9 @@ ModemEmulator::~ModemEmulator() {
     session_ = nullptr;
 }
 
-EmulatedNode* ModemEmulator::NodeOfKind(NodeKind kind) const {
-    switch (kind) {
-        case NodeKind::kIpc:
-            return ipc_.get();
-        case NodeKind::kBoot:
-            return boot_.get();
-        case NodeKind::kTest:
-            return test_.get();
-        case NodeKind::kTemp:
-            return temp_.get();
-    }
-    return nullptr;
-}
-
 EmulatedNode* ModemEmulator::NodeOf(fuse_ino_t ino) const {
     if (ino < 2 || ino - 2 >= nodes_.size()) return nullptr;
     return nodes_[ino - 2];
-}
-
-EmulatedNode* ModemEmulator::NodeOrReply(fuse_req_t req, fuse_ino_t ino) {
-    EmulatedNode* node = EmulatorOf(req)->NodeOf(ino);
-    if (node == nullptr) fuse_reply_err(req, ENOENT);
-    return node;
 }
 
 fuse_ino_t ModemEmulator::InodeOf(const char* name) const {
@@ -120,111 +174,20 @@ fuse_ino_t ModemEmulator::InodeOf(const char* name) const {
     return 0;
 }
 
-void ModemEmulator::FillAttr(fuse_ino_t ino, struct stat* attr) const {
+bool ModemEmulator::FillAttr(fuse_ino_t ino, struct stat* attr) const {
     *attr = {};
     attr->st_ino = ino;
     attr->st_nlink = 1;
     if (ino == kRootInode) {
         attr->st_mode = S_IFDIR | 0755;
         attr->st_nlink = 2;
-        return;
+        return true;
     }
     EmulatedNode* node = NodeOf(ino);
+    if (node == nullptr) return false;
     attr->st_mode = node->mode();
     attr->st_size = node->size();
-}
-
-void ModemEmulator::Lookup(fuse_req_t req, fuse_ino_t parent, const char* name) {
-    ModemEmulator* self = EmulatorOf(req);
-    const fuse_ino_t ino = parent == kRootInode ? self->InodeOf(name) : 0;
-    if (ino == 0) {
-        fuse_reply_err(req, ENOENT);
-        return;
-    }
-    fuse_entry_param entry = {};
-    entry.ino = ino;
-    entry.attr_timeout = kAttrTimeout;
-    entry.entry_timeout = kAttrTimeout;
-    self->FillAttr(ino, &entry.attr);
-    fuse_reply_entry(req, &entry);
-}
-
-void ModemEmulator::Getattr(fuse_req_t req, fuse_ino_t ino, fuse_file_info* /*fi*/) {
-    ModemEmulator* self = EmulatorOf(req);
-    if (ino != kRootInode && self->NodeOf(ino) == nullptr) {
-        fuse_reply_err(req, ENOENT);
-        return;
-    }
-    struct stat attr;
-    self->FillAttr(ino, &attr);
-    fuse_reply_attr(req, &attr, kAttrTimeout);
-}
-
-// Truncation on open (std::ofstream asks for it) means nothing to a device node.
-void ModemEmulator::Setattr(fuse_req_t req, fuse_ino_t ino, struct stat* /*attr*/, int /*to_set*/,
-                            fuse_file_info* fi) {
-    Getattr(req, ino, fi);
-}
-
-void ModemEmulator::Readdir(fuse_req_t req, fuse_ino_t ino, size_t size, off_t offset,
-                            fuse_file_info* /*fi*/) {
-    ModemEmulator* self = EmulatorOf(req);
-    if (ino != kRootInode) {
-        fuse_reply_err(req, ENOTDIR);
-        return;
-    }
-    std::string buffer(size, '\0');
-    size_t used = 0;
-    for (size_t i = offset; i < self->nodes_.size(); ++i) {
-        struct stat attr;
-        self->FillAttr(i + 2, &attr);
-        const size_t entry = fuse_add_direntry(req, buffer.data() + used, size - used,
-                                               kNodeTable[i].name, &attr, i + 1);
-        if (entry > size - used) break;
-        used += entry;
-    }
-    fuse_reply_buf(req, buffer.data(), used);
-}
-
-void ModemEmulator::Open(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi) {
-    ModemEmulator* self = EmulatorOf(req);
-    EmulatedNode* node = self->NodeOf(ino);
-    if (node == nullptr) {
-        fuse_reply_err(req, ino == kRootInode ? EISDIR : ENOENT);
-        return;
-    }
-    // Every read and write reaches the node as the caller made it, one message each.
-    fi->direct_io = 1;
-    fi->nonseekable = node->seekable() ? 0 : 1;
-    fi->fh = self->next_fh_++;
-    node->Open();
-    fuse_reply_open(req, fi);
-}
-
-void ModemEmulator::Read(fuse_req_t req, fuse_ino_t ino, size_t size, off_t offset,
-                         fuse_file_info* fi) {
-    if (EmulatedNode* node = NodeOrReply(req, ino)) node->Read(req, size, offset, fi->flags);
-}
-
-void ModemEmulator::Write(fuse_req_t req, fuse_ino_t ino, const char* data, size_t size,
-                          off_t offset, fuse_file_info* /*fi*/) {
-    if (EmulatedNode* node = NodeOrReply(req, ino)) node->Write(req, data, size, offset);
-}
-
-void ModemEmulator::Poll(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi,
-                         fuse_pollhandle* handle) {
-    EmulatedNode* node = NodeOrReply(req, ino);
-    if (node == nullptr) {
-        if (handle != nullptr) fuse_pollhandle_destroy(handle);
-        return;
-    }
-    node->Poll(req, fi->fh, handle);
-}
-
-void ModemEmulator::Ioctl(fuse_req_t req, fuse_ino_t ino, unsigned int cmd, void* /*arg*/,
-                          fuse_file_info* /*fi*/, unsigned /*flags*/, const void* /*in_buf*/,
-                          size_t /*in_size*/, size_t /*out_size*/) {
-    if (EmulatedNode* node = NodeOrReply(req, ino)) node->Ioctl(req, cmd);
+    return true;
 }
 
 }  // namespace tarvo_emu

@@ -56,17 +56,18 @@ struct ChildProcess::Stream {
 
 Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(const std::vector<std::string>& argv,
                                                           ChildOptions options) {
+    // A process read at intervals gets a pipe that it does not fill meanwhile.
+    const auto open_pipe = [&options](unique_fd* read_end, unique_fd* write_end) -> Result<void> {
+        if (!android::base::Pipe(read_end, write_end)) return ErrnoError() << "pipe";
+        if (options.read_interval.count() != 0 && fcntl(*read_end, F_SETPIPE_SZ, kLargePipe) < 0) {
+            return ErrnoError() << "F_SETPIPE_SZ";
+        }
+        return {};
+    };
     unique_fd out_read, out_write, err_read, err_write;
-    if (!android::base::Pipe(&out_read, &out_write)) return ErrnoError() << "pipe";
-    if (options.read_interval.count() != 0 && fcntl(out_read, F_SETPIPE_SZ, kLargePipe) < 0) {
-        return ErrnoError() << "F_SETPIPE_SZ";
-    }
-    if (options.separate_stderr && !android::base::Pipe(&err_read, &err_write)) {
-        return ErrnoError() << "pipe";
-    }
-    if (options.separate_stderr && options.read_interval.count() != 0 &&
-        fcntl(err_read, F_SETPIPE_SZ, kLargePipe) < 0) {
-        return ErrnoError() << "F_SETPIPE_SZ";
+    if (Result<void> out = open_pipe(&out_read, &out_write); !out.ok()) return out.error();
+    if (options.separate_stderr) {
+        if (Result<void> err = open_pipe(&err_read, &err_write); !err.ok()) return err.error();
     }
     const int err_fd = options.separate_stderr ? err_write.get() : out_write.get();
     // Prepared before fork: the rig is multi-threaded, so the child may only make
@@ -156,16 +157,10 @@ Result<std::optional<int>> ChildProcess::Wait(std::chrono::milliseconds timeout)
     return status_;
 }
 
-std::string ChildProcess::output() {
+std::string ChildProcess::Kept(std::string ChildProcess::*sink) {
     if (status_ && reader_.joinable()) reader_.join();
     std::lock_guard<std::mutex> lock(output_mutex_);
-    return output_;
-}
-
-std::string ChildProcess::errors() {
-    if (status_ && reader_.joinable()) reader_.join();
-    std::lock_guard<std::mutex> lock(output_mutex_);
-    return errors_;
+    return this->*sink;
 }
 
 void ChildProcess::ReadOutput(unique_fd out, unique_fd err) {

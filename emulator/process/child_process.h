@@ -55,9 +55,9 @@ class ChildProcess {
     // nothing when it does not end in time; an error when it cannot be waited for.
     android::base::Result<std::optional<int>> Wait(std::chrono::milliseconds timeout);
     // Everything the process printed (on stdout only, with separate_stderr), once it has ended.
-    std::string output();
+    std::string output() { return Kept(&ChildProcess::output_); }
     // What it printed on stderr with separate_stderr, once it has ended.
-    std::string errors();
+    std::string errors() { return Kept(&ChildProcess::errors_); }
 
   private:
     struct Stream;
@@ -66,6 +66,7 @@ class ChildProcess {
     void ReadOutput(android::base::unique_fd out, android::base::unique_fd err);
     // Hands the complete lines at the front of `stream`'s pending bytes on; all of them at the end.
     void TakeLines(Stream* stream, bool at_end);
+    std::string Kept(std::string ChildProcess::*sink);
 
     pid_t pid_;
     android::base::unique_fd pidfd_;

@@ -45,22 +45,15 @@ class EventList {
         return found->event;
     }
 
-    // Waits for a matching event, taken or not, without taking it.
-    bool Wait(const Predicate& matches, std::chrono::milliseconds timeout) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return added_.wait_for(lock, timeout, [&] {
-            for (const Recorded& entry : events_) {
-                if (matches(entry.event)) return true;
-            }
-            return false;
-        });
-    }
-
     // Waits until at least `count` events from index `first` on match, taken or not.
     bool WaitForCount(const Predicate& matches, size_t count, std::chrono::milliseconds timeout,
                       size_t first = 0) {
         std::unique_lock<std::mutex> lock(mutex_);
         return added_.wait_for(lock, timeout, [&] { return CountLocked(matches, first) >= count; });
+    }
+    // Waits for a matching event, taken or not, without taking it.
+    bool Wait(const Predicate& matches, std::chrono::milliseconds timeout) {
+        return WaitForCount(matches, 1, timeout);
     }
 
     // Takes every matching event from index `first` on, taken before or not; returns how many.

@@ -1,6 +1,8 @@
 #include "process/log_line.h"
 
 #include <regex>
+#include <tuple>
+#include <utility>
 
 #include <android-base/parseint.h>
 
@@ -20,8 +22,8 @@ std::string LogLine::ToString() const {
 }
 
 bool LogLine::operator==(const LogLine& other) const {
-    return priority == other.priority && text == other.text && tag == other.tag &&
-           pid == other.pid && tid == other.tid;
+    return std::tie(priority, text, tag, pid, tid) ==
+           std::tie(other.priority, other.text, other.tag, other.pid, other.tid);
 }
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line) { return out << line.ToString(); }
@@ -57,9 +59,7 @@ bool LogLineJoiner::Continue(const std::string& line) {
 
 void LogLineJoiner::Flush() {
     if (!held_) return;
-    LogLine line = std::move(*held_);
-    held_.reset();
-    sink_(std::move(line));
+    sink_(*std::exchange(held_, std::nullopt));
 }
 
 }  // namespace tarvo_emu

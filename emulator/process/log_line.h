@@ -49,6 +49,8 @@ class LogLineJoiner {
     std::function<void(LogLine)> sink_;
     std::optional<LogLine> held_;
 };
+
+// The letter that liblog prints for an Android priority; '?' for a number that names none.
 char PriorityLetter(int priority);
 
 }  // namespace tarvo_emu

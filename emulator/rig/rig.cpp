@@ -145,16 +145,13 @@ Result<void> Rig::SetUpRil() {
 
 Result<void> Rig::StartDaemon() {
     transcript_.Note("start tarvo -s");
-    Result<std::unique_ptr<ChildProcess>> daemon = ChildProcess::Start(
-        sandbox_->Command({TarvoBinary(), "-s"}),
-        {.on_line = [this](const std::string& line) { OnOutputLine(line, nullptr); },
-         .on_error_line = [this](const std::string& line) { OnOutputLine(line, &daemon_lines_); },
-         .on_drained = [this] { daemon_lines_.Flush(); },
-         .separate_stderr = true,
-         .keep_output = hooks_.keep_logs,
-         // Nobody waits for a line: take them in bulk, and leave the daemon the processor.
-         .read_interval =
-             hooks_.keep_logs ? std::chrono::milliseconds(0) : std::chrono::milliseconds(10)});
+    ChildOptions options = OutputOptions(&daemon_lines_);
+    options.keep_output = hooks_.keep_logs;
+    // Nobody waits for a line: take them in bulk, and leave the daemon the processor.
+    options.read_interval =
+        hooks_.keep_logs ? std::chrono::milliseconds(0) : std::chrono::milliseconds(10);
+    Result<std::unique_ptr<ChildProcess>> daemon =
+        ChildProcess::Start(sandbox_->Command({TarvoBinary(), "-s"}), std::move(options));
     if (!daemon.ok()) return Error() << "tarvo -s: " << daemon.error();
     daemon_ = std::move(*daemon);
     return {};
@@ -327,13 +324,14 @@ size_t Rig::CountLog(int priority, const std::string& text, const std::string& t
 Result<ProcessResult> Rig::Run(const std::vector<std::string>& command,
                                std::chrono::milliseconds timeout) {
     LogLineJoiner lines([this](LogLine line) { OnLogLine(std::move(line), false); });
-    return RunProcess(
-        sandbox_->Command(command),
-        {.on_line = [this](const std::string& line) { OnOutputLine(line, nullptr); },
-         .on_error_line = [this, &lines](const std::string& line) { OnOutputLine(line, &lines); },
-         .on_drained = [&lines] { lines.Flush(); },
-         .separate_stderr = true},
-        timeout);
+    return RunProcess(sandbox_->Command(command), OutputOptions(&lines), timeout);
+}
+
+ChildOptions Rig::OutputOptions(LogLineJoiner* lines) {
+    return {.on_line = [this](const std::string& line) { OnOutputLine(line, nullptr); },
+            .on_error_line = [this, lines](const std::string& line) { OnOutputLine(line, lines); },
+            .on_drained = [lines] { lines->Flush(); },
+            .separate_stderr = true};
 }
 
 Result<ProcessResult> Rig::RunClient(const std::vector<std::string>& args,

@@ -27,7 +27,6 @@
 #include "process/event_list.h"
 #include "process/log_line.h"
 #include "proto/tarvo_message.pb.h"
-#include "rig/rig_hooks.h"
 #include "sandbox/sandbox.h"
 
 namespace tarvo_emu {
@@ -44,6 +43,30 @@ bool IsOnlineReport(const LogLine& line);
 // Moves this process into a mount namespace of its own, so that the emulator's mount disappears
 // with the process whatever way it ends. Call it first thing in main, while single-threaded.
 android::base::Result<void> EnterPrivateMountNamespace();
+
+// How the rig itself works where benchmarks and coverage runs need it to work otherwise; nothing
+// here changes what the daemon sees. Apart from RigOptions, which say what the daemon runs in.
+struct RigHooks {
+    // Sees each message that the daemon writes on oem_ipc1 before the modem side does, on the
+    // filesystem's thread. Returning true keeps the message from the modem side: no parse, no
+    // record, no reply. For benchmarks, which would otherwise time the modem side's bookkeeping.
+    std::function<bool(std::string_view bytes)> uplink_tap = {};
+    // Whether the daemon's output and log lines, and the writes to the thermal driver's file, are
+    // kept for AwaitLog and the like. A long run that reads none of them turns this off, so that
+    // the rig's memory stays flat.
+    bool keep_logs = true;
+    // How long a daemon that the rig ends is given to end on SIGTERM before it is killed; 0 kills
+    // it at once. A coverage build's daemon writes its counters on SIGTERM: by default it gets the
+    // time when the counters have somewhere to go (GCOV_PREFIX is set).
+    std::chrono::milliseconds terminate_grace = DefaultTerminateGrace();
+    // Sees the traffic of oem_ipc1 as the daemon reads and writes it (for a capture of the
+    // session); it must outlive the rig. Null for none.
+    IpcObserver* ipc_observer = nullptr;
+    // Sees every log line of the processes in the sandbox as the rig reads it, kept or not.
+    std::function<void(const LogLine& line)> log_sink = {};
+
+    static std::chrono::milliseconds DefaultTerminateGrace();
+};
 
 struct SeedFile {
     std::string path;  // inside the sandbox, e.g. kStatConfigFile
@@ -123,25 +146,10 @@ class Rig {
 
     // Modem side.
     void SetModemState(int state);
-    void Send(const tarvo_message::TarvoMessage& message) { modem_->Send(message); }
-    std::optional<tarvo_message::TarvoMessage> AwaitMessage(
-        const tarvo_message::TarvoMessage& partial,
-        std::chrono::milliseconds timeout = kDefaultWait) {
-        return modem_->Await(partial, timeout);
-    }
-    void SetAutoReply(int payload_case, AutoReply rule) {
-        modem_->SetAutoReply(payload_case, std::move(rule));
-    }
     void InjectFault(Fault fault);
     ModemSide& modem() { return *modem_; }
 
     // The radio behind the RIL client library.
-    std::optional<RilRequest> AwaitRil(uint32_t request,
-                                       const std::optional<std::string>& data = std::nullopt,
-                                       std::chrono::milliseconds timeout = kDefaultWait) {
-        return ril_->Await(request, data, timeout);
-    }
-    void SetRilReply(uint32_t request, RilReplyRule rule) { ril_->SetReply(request, rule); }
     RilSide& ril() { return *ril_; }
     ModemEmulator& emulator() { return *emulator_; }
 
@@ -190,6 +198,8 @@ class Rig {
     // lines together, or on stdout (null `joiner`).
     void OnOutputLine(const std::string& line, LogLineJoiner* joiner);
     void OnLogLine(LogLine line, bool from_daemon);
+    // Hands a process's output to OnOutputLine, its log lines put together by `lines`.
+    ChildOptions OutputOptions(LogLineJoiner* lines);
     android::base::Result<void> SetUpRil();
     // Keeps the report a line starts or continues; false for any other line.
     bool KeepReportLine(const std::string& line);

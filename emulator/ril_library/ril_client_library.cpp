@@ -37,14 +37,26 @@ namespace {
 
 class RilClient {
   public:
-    // A client connected to the rig, or null when nobody listens.
-    static std::unique_ptr<RilClient> Connect() {
-        std::unique_ptr<RilClient> client(new RilClient());
-        if (!client->Open()) return nullptr;
-        return client;
-    }
-
     ~RilClient() { Disconnect(); }
+
+    // Connects to the rig; false when nobody listens.
+    bool Open() {
+        unique_fd fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+        if (fd == -1) return false;
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        strncpy(address.sun_path, tarvo_emu::kRilSocketPath, sizeof(address.sun_path) - 1);
+        if (connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+            return false;
+        }
+        const int reader_fd = fd.get();
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            fd_ = std::move(fd);
+        }
+        reader_ = std::thread([this, reader_fd] { ReadAnswers(reader_fd); });
+        return true;
+    }
 
     bool Reconnect() {
         Disconnect();
@@ -73,26 +85,6 @@ class RilClient {
         unsigned int selector;
         RilResponseCallback callback;
     };
-
-    RilClient() = default;
-
-    bool Open() {
-        unique_fd fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-        if (fd == -1) return false;
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        strncpy(address.sun_path, tarvo_emu::kRilSocketPath, sizeof(address.sun_path) - 1);
-        if (connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
-            return false;
-        }
-        const int reader_fd = fd.get();
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            fd_ = std::move(fd);
-        }
-        reader_ = std::thread([this, reader_fd] { ReadAnswers(reader_fd); });
-        return true;
-    }
 
     void Disconnect() {
         {
@@ -135,7 +127,10 @@ RilClient* ClientOf(void* handle) { return static_cast<RilClient*>(handle); }
 
 extern "C" {
 
-void* RILC_Open() { return RilClient::Connect().release(); }
+void* RILC_Open() {
+    auto client = std::make_unique<RilClient>();
+    return client->Open() ? client.release() : nullptr;
+}
 
 // The argument means nothing to the emulated radio.
 void* RILC_OpenV2(const char* /*argument*/) { return RILC_Open(); }

@@ -47,7 +47,7 @@ Result<void> PlayReadTrain(Rig& rig, const tarvo_scenario::GeneratedSend& send,
         message.set_token(token);
         reflection->SetUInt32(request, offset_field, first_offset + start);
         reflection->SetUInt32(request, size_field, expected.size());
-        rig.Send(message);
+        rig.modem().Send(message);
         const std::optional<tarvo_message::TarvoMessage> response = rig.modem().Await(
             [token](const tarvo_message::TarvoMessage& response) {
                 return response.type() == tarvo_message::RESPONSE && response.token() == token;
@@ -79,7 +79,7 @@ bool PayloadsEqual(const tarvo_message::TarvoMessage& a, const tarvo_message::Ta
 }  // namespace
 
 Result<void> PlaySend(StepPlayer& player, const StepCall& call) {
-    player.rig().Send(call.step.send());
+    player.rig().modem().Send(call.step.send());
     return {};
 }
 
@@ -102,7 +102,7 @@ Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
     const google::protobuf::Reflection* reflection = payload->GetReflection();
     if (!send.has_block_size()) {
         reflection->SetString(payload, *data_field, data);
-        rig.Send(message);
+        rig.modem().Send(message);
         return {};
     }
     const FieldDescriptor* offset_field =
@@ -115,7 +115,7 @@ Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
         message.set_token(token);
         reflection->SetUInt32(payload, offset_field, first_offset + start);
         reflection->SetString(payload, *data_field, data.substr(start, send.block_size()));
-        rig.Send(message);
+        rig.modem().Send(message);
         const auto answers = [token](const tarvo_message::TarvoMessage& response) {
             return response.type() == tarvo_message::RESPONSE && response.token() == token;
         };
@@ -143,7 +143,7 @@ Result<void> PlayAutoReply(StepPlayer& player, const StepCall& call) {
     rule.result = step.result();
     if (step.has_delay_ms()) rule.delay = milliseconds(step.delay_ms());
     rule.overrides = step.reply();
-    player.rig().SetAutoReply(step.payload_case(), std::move(rule));
+    player.rig().modem().SetAutoReply(step.payload_case(), std::move(rule));
     return {};
 }
 

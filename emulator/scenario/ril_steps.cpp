@@ -17,7 +17,7 @@ Result<void> PlayRilReply(StepPlayer& player, const StepCall& call) {
     if (step.has_delay_ms()) rule.delay = milliseconds(step.delay_ms());
     rule.no_reply = step.no_reply();
     if (step.has_count()) rule.count = step.count();
-    player.rig().SetRilReply(step.request(), rule);
+    player.rig().ril().SetReply(step.request(), rule);
     return {};
 }
 
@@ -28,7 +28,7 @@ Result<void> PlayExpectRil(StepPlayer& player, const StepCall& call) {
     if (expect.has_data()) data = expect.data();
     std::optional<RilRequest> taken;
     if (!player.WaitUnlessCancelled(timeout, [&](milliseconds slice) {
-            taken = player.rig().AwaitRil(expect.request(), data, slice);
+            taken = player.rig().ril().Await(expect.request(), data, slice);
             return taken.has_value();
         })) {
         return Errorf("no such RIL request within {} ms", timeout.count());

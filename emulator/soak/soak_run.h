@@ -15,7 +15,7 @@
 
 #include <android-base/result.h>
 
-#include "rig/rig_hooks.h"
+#include "rig/rig.h"
 #include "soak/soak_shrinker.h"
 #include "soak/soak_summary.h"
 #include "soak/soak_traffic.h"

@@ -14,7 +14,7 @@ constexpr const char* kMarkerLine = "RequestHandler: Unsupported message id 0";
 
 class DaemonCoreTest : public TarvoE2eTest {
   protected:
-    void SendMarker() { rig().Send(Text("type: REQUEST token: 999")); }
+    void SendMarker() { rig().modem().Send(Text("type: REQUEST token: 999")); }
 };
 
 TEST_F(DaemonCoreTest, SteadyOnlineStateWakesNobody) {

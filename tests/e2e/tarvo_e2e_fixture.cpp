@@ -28,11 +28,11 @@ std::optional<TarvoE2eTest::Message> TarvoE2eTest::Request(Message request,
                                                            std::chrono::milliseconds timeout) {
     if (!request.has_type()) request.set_type(tarvo_message::REQUEST);
     if (!request.has_token()) request.set_token(next_token_++);
-    rig_->Send(request);
+    rig_->modem().Send(request);
     Message response;
     response.set_type(tarvo_message::RESPONSE);
     response.set_token(request.token());
-    return rig_->AwaitMessage(response, timeout);
+    return rig_->modem().Await(response, timeout);
 }
 
 ::testing::AssertionResult TarvoE2eTest::Logs(int priority, const std::string& text,

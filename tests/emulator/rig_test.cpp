@@ -63,8 +63,8 @@ TEST_F(EmulatorTest, IpcNodeCarriesOneMessagePerReadAndWrite) {
     Message small = Text("type: REQUEST token: 1");
     Message large = Text("type: REQUEST token: 2");
     large.mutable_file()->mutable_write_request()->set_data(std::string(65000, 'x'));
-    rig().Send(small);
-    rig().Send(large);
+    rig().modem().Send(small);
+    rig().modem().Send(large);
     EXPECT_TRUE(PollNow(fd.get()) & POLLIN);
 
     std::string buffer(65568, '\0');
@@ -79,7 +79,7 @@ TEST_F(EmulatorTest, IpcNodeCarriesOneMessagePerReadAndWrite) {
     const std::string bytes = uplink.SerializeAsString();
     ASSERT_EQ(bytes.size(), 65568u);
     ASSERT_EQ(write(fd.get(), bytes.data(), bytes.size()), 65568);
-    EXPECT_TRUE(rig().AwaitMessage(Text("token: 3"), milliseconds(1000)));
+    EXPECT_TRUE(rig().modem().Await(Text("token: 3"), milliseconds(1000)));
 }
 
 TEST_F(EmulatorTest, BootNodeReportsStateAndWakesPollOncePerChange) {
