@@ -13,7 +13,6 @@
 #include <android-base/strings.h>
 
 #include "capture/capture_reader.h"
-#include "capture/transcript_reader.h"
 
 using android::base::ErrnoError;
 using android::base::Result;
