@@ -1,14 +1,12 @@
 #include "capture/live_rig.h"
 
-#include <android-base/result.h>
-
 using android::base::Error;
 using android::base::Result;
 
 namespace tarvo_emu {
 
 LiveRig::LiveRig(const tarvo_scenario::Scenario& scenario, const ScenarioOrigin& origin,
-                 std::unique_ptr<PcapngRecorder> recorder)
+                 std::unique_ptr<PcapngWriter> recorder)
     : scenario_(scenario), origin_(origin), recorder_(std::move(recorder)) {
     RigHooks hooks;
     recorder_->Attach(&hooks);
@@ -21,7 +19,7 @@ LiveRig::~LiveRig() = default;
 Result<std::unique_ptr<LiveRig>> LiveRig::Start(const tarvo_scenario::Scenario& scenario,
                                                 const ScenarioOrigin& origin,
                                                 const std::string& output) {
-    Result<std::unique_ptr<PcapngRecorder>> recorder = PcapngRecorder::Open(output);
+    Result<std::unique_ptr<PcapngWriter>> recorder = PcapngWriter::Open(output);
     if (!recorder.ok()) return recorder.error();
     std::unique_ptr<LiveRig> live(new LiveRig(scenario, origin, std::move(*recorder)));
     if (Result<void> started = live->session_->Start(); !started.ok()) return started.error();
@@ -29,19 +27,13 @@ Result<std::unique_ptr<LiveRig>> LiveRig::Start(const tarvo_scenario::Scenario& 
 }
 
 Result<void> LiveRig::Play(const std::string& client) {
-    int index = 0;
-    for (; index < scenario_.step_size(); ++index) {
-        if (StepResult played = session_->Play(scenario_.step(index), index); !played.ok()) {
+    google::protobuf::RepeatedPtrField<tarvo_scenario::Step> steps = scenario_.step();
+    if (!client.empty()) steps.Add()->set_client(client);
+    for (int index = 0; index < steps.size(); ++index) {
+        if (StepResult played = session_->Play(steps[index], index); !played.ok()) {
             recorder_->OnNote("FAILED " + played.error().message());
-            return android::base::Error() << played.error().message();
+            return Error() << played.error().message();
         }
-    }
-    if (client.empty()) return {};
-    tarvo_scenario::Step step;
-    step.set_client(client);
-    if (StepResult played = session_->Play(step, index); !played.ok()) {
-        recorder_->OnNote("FAILED " + played.error().message());
-        return android::base::Error() << played.error().message();
     }
     return {};
 }

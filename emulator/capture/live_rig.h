@@ -5,7 +5,7 @@
 
 #include <android-base/result.h>
 
-#include "capture/pcapng_recorder.h"
+#include "capture/pcapng_writer.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/scenario_loader.h"
 #include "scenario/scenario_player.h"
@@ -36,11 +36,11 @@ class LiveRig {
 
   private:
     LiveRig(const tarvo_scenario::Scenario& scenario, const ScenarioOrigin& origin,
-            std::unique_ptr<PcapngRecorder> recorder);
+            std::unique_ptr<PcapngWriter> recorder);
 
     tarvo_scenario::Scenario scenario_;
     ScenarioOrigin origin_;
-    std::unique_ptr<PcapngRecorder> recorder_;
+    std::unique_ptr<PcapngWriter> recorder_;
     std::unique_ptr<ScenarioSession> session_;
 };
 

@@ -41,9 +41,9 @@ CLI::Validator WritableOutput(bool dash) {
         "", "WRITABLE");
 }
 
-Result<std::unique_ptr<PcapngRecorder>> OpenPcapng(const std::string& path, RigHooks* hooks) {
+Result<std::unique_ptr<PcapngWriter>> OpenPcapng(const std::string& path, RigHooks* hooks) {
     if (path.empty()) return nullptr;
-    Result<std::unique_ptr<PcapngRecorder>> opened = PcapngRecorder::Open(path);
+    Result<std::unique_ptr<PcapngWriter>> opened = PcapngWriter::Open(path);
     if (opened.ok()) (*opened)->Attach(hooks);
     return opened;
 }

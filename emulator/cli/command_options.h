@@ -10,7 +10,7 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-#include "capture/pcapng_recorder.h"
+#include "capture/pcapng_writer.h"
 #include "rig/rig_hooks.h"
 
 namespace tarvo_emu {
@@ -51,7 +51,7 @@ CLI::Option* AddNumberOption(CLI::App* command, const std::string& name, T* valu
 
 // The session's pcapng recorder on `path`, attached to the rig that takes `hooks`; none when
 // `path` is empty.
-android::base::Result<std::unique_ptr<PcapngRecorder>> OpenPcapng(const std::string& path,
+android::base::Result<std::unique_ptr<PcapngWriter>> OpenPcapng(const std::string& path,
                                                                   RigHooks* hooks);
 
 }  // namespace tarvo_emu

@@ -342,7 +342,7 @@ int RunConsole(const ConsoleOptions& options) {
     LiveOutput output(wake_write.get());
     std::ostream transcript(&output);
     RigHooks hooks;
-    Result<std::unique_ptr<PcapngRecorder>> pcapng = OpenPcapng(options.pcapng, &hooks);
+    Result<std::unique_ptr<PcapngWriter>> pcapng = OpenPcapng(options.pcapng, &hooks);
     if (!pcapng.ok()) {
         fprintf(stderr, "tarvo-emu console: %s\n", pcapng.error().message().c_str());
         return 1;

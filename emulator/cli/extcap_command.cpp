@@ -19,7 +19,7 @@
 
 #include "capture/live_device.h"
 #include "capture/live_rig.h"
-#include "capture/pcapng_recorder.h"
+#include "capture/pcapng_writer.h"
 #include "capture/wireshark_profile.h"
 #include "device/fault.h"
 #include "process/signal_cleanup.h"
@@ -200,7 +200,7 @@ int CaptureSoak(const ExtcapOptions& options, int stop_fd) {
     }
     soak_options.duration = kSoakUntilStopped;
     soak_options.faults = *ParseSoakFaults("all");
-    Result<std::unique_ptr<PcapngRecorder>> recorder = PcapngRecorder::Open(options.fifo);
+    Result<std::unique_ptr<PcapngWriter>> recorder = PcapngWriter::Open(options.fifo);
     if (!recorder.ok()) {
         fmt::print(stderr, "tarvo-rig: {}\n", recorder.error().message());
         return 1;

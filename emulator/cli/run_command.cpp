@@ -68,7 +68,7 @@ int RunRunCommand(const RunOptions& options) {
     }
     std::ostream full_transcript(transcript_buffer.get());
     RigHooks hooks;
-    Result<std::unique_ptr<PcapngRecorder>> pcapng = OpenPcapng(options.pcapng, &hooks);
+    Result<std::unique_ptr<PcapngWriter>> pcapng = OpenPcapng(options.pcapng, &hooks);
     if (!pcapng.ok()) {
         fmt::print(stderr, "{}\n", pcapng.error().message());
         return 1;
