@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <sstream>
 
 #include <android-base/file.h>
@@ -25,32 +24,20 @@ constexpr size_t kReadSize = 64 * 1024;
 // How often a file at its end is looked at again for more, as `tail -f` does.
 constexpr int kGrowthPollMs = 100;
 
-double Now() {
-    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
-
 }  // namespace
 
 Result<std::unique_ptr<CaptureFollower>> CaptureFollower::Create(StraceOptions options, Sink sink) {
-    android::base::unique_fd stop_read, stop_write;
-    if (!android::base::Pipe(&stop_read, &stop_write, O_CLOEXEC | O_NONBLOCK)) {
+    std::unique_ptr<CaptureFollower> follower(new CaptureFollower(options, std::move(sink)));
+    if (!android::base::Pipe(&follower->stop_read_, &follower->stop_write_,
+                             O_CLOEXEC | O_NONBLOCK)) {
         return ErrnoError() << "pipe";
     }
-    return std::unique_ptr<CaptureFollower>(
-        new CaptureFollower(options, std::move(sink), std::move(stop_read), std::move(stop_write)));
+    return follower;
 }
 
-CaptureFollower::CaptureFollower(StraceOptions options, Sink sink,
-                                 android::base::unique_fd stop_read,
-                                 android::base::unique_fd stop_write)
-    : options_(options),
-      sink_(std::move(sink)),
-      stop_read_(std::move(stop_read)),
-      stop_write_(std::move(stop_write)),
-      strace_(options) {
-    strace_.SetSink(
-        [this](const CaptureEvent& event) { sink_(event, UnixTime(event, strace_.epoch())); });
+CaptureFollower::CaptureFollower(StraceOptions options, Sink sink)
+    : options_(options), sink_(std::move(sink)), strace_(options) {
+    strace_.SetSink(sink_);
 }
 
 void CaptureFollower::Stop() {
@@ -58,10 +45,6 @@ void CaptureFollower::Stop() {
     if (write(stop_write_.get(), &byte, 1) < 0) {
         // A full pipe already holds a stop.
     }
-}
-
-double CaptureFollower::UnixTime(const CaptureEvent& event, std::optional<double> epoch) const {
-    return event.time && epoch ? *epoch + *event.time : Now();
 }
 
 Result<void> CaptureFollower::Line(std::string_view line) {
@@ -119,7 +102,8 @@ Result<Capture> CaptureFollower::Follow(int fd) {
     std::istringstream lines(android::base::Join(other_lines_, '\n'));
     Result<Capture> capture = ReadCapture(lines, options_);
     if (!capture.ok()) return capture.error();
-    for (const CaptureEvent& event : capture->events) sink_(event, UnixTime(event, capture->epoch));
+    // These forms have no dates: their events are stamped as they are handed on.
+    for (const CaptureEvent& event : capture->events) sink_(event, UnixNow());
     return capture;
 }
 

@@ -21,9 +21,7 @@ namespace tarvo_emu {
 // events handed on at the end.
 class CaptureFollower {
   public:
-    // Gets each event with its Unix time: the capture's own when it has `-ttt` stamps, else
-    // the moment it was read.
-    using Sink = std::function<void(const CaptureEvent& event, double unix_time)>;
+    using Sink = StraceReader::Sink;
 
     static android::base::Result<std::unique_ptr<CaptureFollower>> Create(StraceOptions options,
                                                                           Sink sink);
@@ -35,11 +33,9 @@ class CaptureFollower {
     void Stop();
 
   private:
-    CaptureFollower(StraceOptions options, Sink sink, android::base::unique_fd stop_read,
-                    android::base::unique_fd stop_write);
+    CaptureFollower(StraceOptions options, Sink sink);
     // Hands one line to the reader that the first line chose.
     android::base::Result<void> Line(std::string_view line);
-    double UnixTime(const CaptureEvent& event, std::optional<double> epoch) const;
 
     StraceOptions options_;
     Sink sink_;

@@ -134,12 +134,8 @@ std::optional<std::string> DeviceErrorAdvice(const std::string& line) {
 LiveDevice::LiveDevice(std::unique_ptr<PcapngWriter> writer,
                        std::function<void(const std::string&)> on_error_line)
     : writer_(std::move(writer)), on_error_line_(std::move(on_error_line)) {
-    reader_.SetSink([this](const CaptureEvent& event) {
-        const std::optional<double> epoch = reader_.epoch();
-        const double now =
-            std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch())
-                .count();
-        WriteEvent(writer_.get(), event, event.time && epoch ? *epoch + *event.time : now);
+    reader_.SetSink([this](const CaptureEvent& event, double unix_time) {
+        WriteEvent(writer_.get(), event, unix_time);
     });
 }
 

@@ -3,7 +3,6 @@
 #include <time.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cmath>
 
 #include <android-base/stringprintf.h>
@@ -86,12 +85,6 @@ std::string Address(const uint8_t (&address)[4]) {
     return std::string(reinterpret_cast<const char*>(address), 4);
 }
 
-// Unix time in seconds, as pcapng stamps packets.
-double Now() {
-    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
-
 }  // namespace
 
 Result<std::unique_ptr<PcapngWriter>> PcapngWriter::Open(const std::string& path) {
@@ -162,25 +155,25 @@ void PcapngWriter::Log(const LogLine& line, double time) {
 
 void PcapngWriter::Attach(RigHooks* hooks) {
     hooks->ipc_observer = this;
-    hooks->log_sink = [this](const LogLine& line) { Log(line, Now()); };
+    hooks->log_sink = [this](const LogLine& line) { Log(line, UnixNow()); };
 }
 
-void PcapngWriter::OnRead(std::string_view bytes) { Message(true, bytes, Now()); }
+void PcapngWriter::OnRead(std::string_view bytes) { Message(true, bytes, UnixNow()); }
 
-void PcapngWriter::OnWrite(std::string_view bytes) { Message(false, bytes, Now()); }
+void PcapngWriter::OnWrite(std::string_view bytes) { Message(false, bytes, UnixNow()); }
 
 void PcapngWriter::OnFault(Fault fault) {
     CaptureEvent event;
     event.kind = CaptureEvent::Kind::kFault;
     event.fault = fault;
-    WriteEvent(this, event, Now());
+    WriteEvent(this, event, UnixNow());
 }
 
 void PcapngWriter::OnNote(const std::string& text) {
     CaptureEvent event;
     event.kind = CaptureEvent::Kind::kNote;
     event.text = text;
-    WriteEvent(this, event, Now());
+    WriteEvent(this, event, UnixNow());
 }
 
 void PcapngWriter::Packet(const std::string& pdu, uint32_t flags, double time,

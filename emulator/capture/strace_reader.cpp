@@ -3,11 +3,9 @@
 #include <signal.h>
 #include <string.h>
 
-#include <cinttypes>
 #include <vector>
 
 #include <android-base/parseint.h>
-#include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 #include <fmt/format.h>
 
@@ -326,82 +324,56 @@ Result<void> StraceReader::Call(std::string_view text, std::optional<double> tim
         if (NodeOf(*fd) == Node::kOther && nodes_.count(*fd) == 0) ++unknown_[*fd];
         return {};
     }
-    return name == "read" ? Read(*fd, args, result, time) : Write(*fd, args, result, time);
+    return Transfer(name, *fd, args, result, time);
 }
 
-Result<void> StraceReader::Read(int /*fd*/, const std::vector<std::string_view>& args,
-                                std::string_view result, std::optional<double> time) {
-    int64_t count = 0;
+Result<void> StraceReader::Transfer(std::string_view name, int fd,
+                                    const std::vector<std::string_view>& args,
+                                    std::string_view result, std::optional<double> time) {
+    const bool write = name == "write";
+    int64_t done = 0;
     const std::string_view number = TakeWord(&result);
-    if (!android::base::ParseInt(std::string(number), &count)) {
-        return Error() << "line " << line_ << ": read returned \"" << number << "\"";
+    if (!android::base::ParseInt(std::string(number), &done)) {
+        return Error() << "line " << line_ << ": " << name << " returned \"" << number << "\"";
     }
-    if (count < 0) {
+    if (done < 0) {
+        if (write) partial_.erase(fd);
         Add(CaptureEvent::Kind::kFault, time, {}, std::string(TakeWord(&result)), 0,
-            Fault::kReadError);
+            write ? Fault::kWriteError : Fault::kReadError);
         return {};
     }
-    if (count == 0) {
+    if (!write && done == 0) {
         Add(CaptureEvent::Kind::kFault, time, {}, {}, 0, Fault::kEndOfFile);
         return {};
     }
-    if (args.size() < 2) return Error() << "line " << line_ << ": read without its buffer";
+    // What the call was given: a read's result is all it took.
+    int64_t count = done;
+    if (args.size() < 2 ||
+        (write && (args.size() < 3 || !android::base::ParseInt(std::string(args[2]), &count)))) {
+        return Error() << "line " << line_ << ": " << name << " without its buffer"
+                       << (write ? " and count" : "");
+    }
     size_t end = 0;
     Result<std::string> bytes =
         dumped_ ? Result<std::string>(*dumped_) : UnquoteStraceString(args[1], &end);
     if (!bytes.ok()) return Error() << "line " << line_ << ": " << bytes.error().message();
-    if (!dumped_ && (end < args[1].size() || bytes->size() != static_cast<size_t>(count))) {
+    if (!dumped_ && (end < args[1].size() || bytes->size() < static_cast<size_t>(done))) {
         // The hex dump that may follow holds every byte.
-        return Wait(count, time,
-                    android::base::StringPrintf("line %zu: strace's -s cut the read's %" PRId64
-                                                " bytes after %zu; %s",
-                                                line_, count, bytes->size(), kCutAdvice));
+        return Wait(done, time,
+                    fmt::format("line {}: strace's -s cut the {}'s {} bytes after {}; {}", line_,
+                                name, count, bytes->size(), kCutAdvice));
     }
-    Add(CaptureEvent::Kind::kToDaemon, time, std::move(*bytes));
-    return {};
-}
-
-Result<void> StraceReader::Write(int fd, const std::vector<std::string_view>& args,
-                                 std::string_view result, std::optional<double> time) {
-    int64_t written = 0;
-    const std::string_view number = TakeWord(&result);
-    if (!android::base::ParseInt(std::string(number), &written)) {
-        return Error() << "line " << line_ << ": write returned \"" << number << "\"";
-    }
-    if (written < 0) {
-        partial_.erase(fd);
-        Add(CaptureEvent::Kind::kFault, time, {}, std::string(TakeWord(&result)), 0,
-            Fault::kWriteError);
+    if (!write) {
+        Add(CaptureEvent::Kind::kToDaemon, time, std::move(*bytes));
         return {};
     }
-    int64_t count = 0;
-    if (args.size() < 3 || !android::base::ParseInt(std::string(args[2]), &count)) {
-        return Error() << "line " << line_ << ": write without its buffer and count";
-    }
-    size_t end = 0;
-    Result<std::string> bytes =
-        dumped_ ? Result<std::string>(*dumped_) : UnquoteStraceString(args[1], &end);
-    if (!bytes.ok()) return Error() << "line " << line_ << ": " << bytes.error().message();
-    if (!dumped_ && (end < args[1].size() || bytes->size() < static_cast<size_t>(written))) {
-        // The hex dump that may follow holds every byte.
-        return Wait(written, time,
-                    android::base::StringPrintf("line %zu: strace's -s cut the write's %" PRId64
-                                                " bytes after %zu; %s",
-                                                line_, count, bytes->size(), kCutAdvice));
-    }
-    if (partial_.count(fd) == 0) {
-        if (written == count) {
-            Add(CaptureEvent::Kind::kFromDaemon, time, std::move(*bytes));
-            return {};
-        }
-        partial_time_[fd] = time;
-    }
-    std::string& message = partial_[fd];
-    message.append(*bytes, 0, written);
+    const auto [partial, first] = partial_.try_emplace(fd);
+    if (first) partial->second.time = time;
+    partial->second.bytes.append(*bytes, 0, done);
     // A write that took less than it was given is followed by one with the rest.
-    if (written < count) return {};
-    Add(CaptureEvent::Kind::kFromDaemon, partial_time_[fd], std::move(message));
-    partial_.erase(fd);
+    if (done < count) return {};
+    Add(CaptureEvent::Kind::kFromDaemon, partial->second.time, std::move(partial->second.bytes));
+    partial_.erase(partial);
     return {};
 }
 
@@ -415,15 +387,14 @@ void StraceReader::Add(CaptureEvent::Kind kind, std::optional<double> time, std:
     event.state = state;
     event.fault = fault;
     event.line = line_;
-    if (sink_) sink_(event);
+    if (sink_) sink_(event, time && capture_.epoch ? *capture_.epoch + *time : UnixNow());
 }
 
 Result<Capture> StraceReader::Finish() {
     if (cut_) return Error() << cut_->error;
     for (const auto& [fd, partial] : partial_) {
-        Add(CaptureEvent::Kind::kNote, partial_time_[fd], {},
-            android::base::StringPrintf("tarvo > modem: a message cut off after %zu bytes",
-                                        partial.size()));
+        Add(CaptureEvent::Kind::kNote, partial.time, {},
+            fmt::format("tarvo > modem: a message cut off after {} bytes", partial.bytes.size()));
     }
     partial_.clear();
     const bool any_ipc = options_.ipc_fd.has_value() ||

@@ -30,11 +30,12 @@ class StraceReader {
   public:
     explicit StraceReader(StraceOptions options = {}) : options_(options) {}
 
+    // Gets an event with its Unix time: the capture's own when it has `-ttt` stamps, else now.
+    using Sink = std::function<void(const CaptureEvent& event, double unix_time)>;
+
     // Has each event handed to `sink` too, the moment its call is complete: a read or a write
     // when its result is in, a message of several partial writes with its last one.
-    void SetSink(std::function<void(const CaptureEvent&)> sink) { sink_ = std::move(sink); }
-    // The Unix time of the capture's time 0, once a `-ttt` time stamp told it.
-    std::optional<double> epoch() const { return capture_.epoch; }
+    void SetSink(Sink sink) { sink_ = std::move(sink); }
 
     // Reads the next line of the capture; an error names the line and what to do.
     android::base::Result<void> Line(std::string_view line);
@@ -61,10 +62,10 @@ class StraceReader {
     android::base::Result<void> DumpLine(std::string_view line);
     // Has the call being read wait for the dump of its `size` bytes.
     android::base::Result<void> Wait(size_t size, std::optional<double> time, std::string error);
-    android::base::Result<void> Read(int fd, const std::vector<std::string_view>& args,
-                                     std::string_view result, std::optional<double> time);
-    android::base::Result<void> Write(int fd, const std::vector<std::string_view>& args,
-                                      std::string_view result, std::optional<double> time);
+    // A read or a write on the IPC node.
+    android::base::Result<void> Transfer(std::string_view name, int fd,
+                                         const std::vector<std::string_view>& args,
+                                         std::string_view result, std::optional<double> time);
     // Adds an event to the capture and hands it to the sink.
     void Add(CaptureEvent::Kind kind, std::optional<double> time, std::string bytes = {},
              std::string text = {}, int state = 0, Fault fault = Fault::kEndOfFile);
@@ -77,17 +78,16 @@ class StraceReader {
     StraceOptions options_;
     size_t line_ = 0;
     std::map<int, Node> nodes_;
-    std::map<int, Pending> pending_;      // by thread
-    std::map<int, std::string> partial_;  // a partial write's bytes so far, by descriptor
-    std::map<int, std::optional<double>> partial_time_;
-    std::map<int, size_t> unknown_;  // reads and writes on unknown descriptors
+    std::map<int, Pending> pending_;       // by thread
+    std::map<int, CaptureEvent> partial_;  // a message of partial writes so far, by descriptor
+    std::map<int, size_t> unknown_;        // reads and writes on unknown descriptors
     std::optional<int> state_;
     std::optional<double> first_time_;
     std::optional<double> last_time_;
     double day_offset_ = 0;  // for `-t` and `-tt` captures that pass midnight
     std::string last_note_;
     Capture capture_;
-    std::function<void(const CaptureEvent&)> sink_;
+    Sink sink_;
     std::string_view call_;              // the call being read
     std::optional<Cut> cut_;             // a call waiting for its dump
     std::optional<std::string> dumped_;  // a dump's bytes, for the call that waited for them
