@@ -16,7 +16,6 @@
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
-#include "capture/capture_follower.h"
 #include "capture/capture_reader.h"
 #include "capture/capture_scenario.h"
 #include "capture/pcapng_writer.h"
