@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <android-base/result.h>
 
@@ -42,8 +43,10 @@ class StraceReader {
     // The capture read so far; an error when nothing was known as the IPC node.
     android::base::Result<Capture> Finish();
 
-  private:
+    // What a descriptor is known to be.
     enum class Node { kOther, kIpc, kBoot };
+
+  private:
     struct Pending {
         std::string head;  // the call up to `<unfinished ...>`
         std::optional<double> time;
@@ -60,8 +63,6 @@ class StraceReader {
     android::base::Result<void> Call(std::string_view text, std::optional<double> time);
     // A line after a cut buffer: a row of its dump, or anything else, which leaves it cut.
     android::base::Result<void> DumpLine(std::string_view line);
-    // Has the call being read wait for the dump of its `size` bytes.
-    android::base::Result<void> Wait(size_t size, std::optional<double> time, std::string error);
     // A read or a write on the IPC node.
     android::base::Result<void> Transfer(std::string_view name, int fd,
                                          const std::vector<std::string_view>& args,
@@ -72,7 +73,6 @@ class StraceReader {
     // The descriptor argument `arg` ("5" or "5</dev/oem_ipc1>"), noting the node a path names.
     android::base::Result<int> Descriptor(std::string_view arg);
     Node NodeOf(int fd) const;
-    static Node NodeOfPath(const std::string& path);
     std::optional<double> Time(std::string_view stamp);
 
     StraceOptions options_;
@@ -92,5 +92,11 @@ class StraceReader {
     std::optional<Cut> cut_;             // a call waiting for its dump
     std::optional<std::string> dumped_;  // a dump's bytes, for the call that waited for them
 };
+
+// The files that `strace -ff -o PREFIX` writes, one per thread (PREFIX.PID), as one capture: each
+// line given its thread's pid, as `-f -o` writes it, and all merged by their time stamps (a
+// line without one, a row of a hex dump, stays after the line before it). Fails on a file that
+// cannot be read, one not named PREFIX.PID, or lines without times (-t, -tt or -ttt).
+android::base::Result<std::string> MergeStraceFiles(const std::vector<std::string>& paths);
 
 }  // namespace tarvo_emu
