@@ -52,6 +52,6 @@ CLI::Option* AddNumberOption(CLI::App* command, const std::string& name, T* valu
 // The session's pcapng recorder on `path`, attached to the rig that takes `hooks`; none when
 // `path` is empty.
 android::base::Result<std::unique_ptr<PcapngWriter>> OpenPcapng(const std::string& path,
-                                                                  RigHooks* hooks);
+                                                                RigHooks* hooks);
 
 }  // namespace tarvo_emu

@@ -19,7 +19,6 @@
 #include "capture/capture_reader.h"
 #include "capture/capture_scenario.h"
 #include "capture/pcapng_writer.h"
-#include "capture/wireshark_profile.h"
 
 using android::base::Result;
 

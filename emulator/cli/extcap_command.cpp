@@ -20,7 +20,6 @@
 #include "capture/live_device.h"
 #include "capture/live_rig.h"
 #include "capture/pcapng_writer.h"
-#include "capture/wireshark_profile.h"
 #include "device/fault.h"
 #include "process/signal_cleanup.h"
 #include "rig/rig.h"

@@ -14,7 +14,7 @@
 #include <android-base/strings.h>
 #include <fmt/format.h>
 
-#include "capture/wireshark_profile.h"
+#include "capture/pcapng_writer.h"
 
 using android::base::ErrnoError;
 using android::base::Error;

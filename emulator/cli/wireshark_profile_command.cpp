@@ -3,7 +3,7 @@
 #include <android-base/result.h>
 #include <fmt/format.h>
 
-#include "capture/wireshark_profile.h"
+#include "capture/pcapng_writer.h"
 
 namespace tarvo_emu {
 
