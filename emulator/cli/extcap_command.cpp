@@ -17,8 +17,7 @@
 #include <android-base/unique_fd.h>
 #include <fmt/format.h>
 
-#include "capture/live_device.h"
-#include "capture/live_rig.h"
+#include "capture/live_capture.h"
 #include "capture/pcapng_writer.h"
 #include "device/fault.h"
 #include "process/signal_cleanup.h"
