@@ -258,32 +258,21 @@ void CaptureScenario::Event(size_t i) {
             break;
         case Kind::kFault:
             step.set_fault(SchemaFault(event.fault));
-            // A write's failure is armed before the write that met it.
-            if (event.fault == Fault::kWriteError) {
-                BeforeCause(std::move(step));
-                break;
-            }
-            Pause(event);
-            Add(std::move(step));
             break;
         case Kind::kModemState:
-            if (!state_known_) {
+            if (state_known_) {
+                step.set_modem_state(event.state);
+            } else {
                 setup_.set_initial_state(event.state);
                 state_known_ = true;
-                break;
             }
-            Pause(event);
-            step.set_modem_state(event.state);
-            Add(std::move(step));
             break;
         case Kind::kSignal:
-            if (event.state != SIGUSR1 && event.state != SIGUSR2 && event.state != SIGWINCH) {
+            if (event.state == SIGUSR1 || event.state == SIGUSR2 || event.state == SIGWINCH) {
+                step.set_signal_daemon(event.state);
+            } else {
                 Comment(text);
-                break;
             }
-            Pause(event);
-            step.set_signal_daemon(event.state);
-            Add(std::move(step));
             break;
         case Kind::kLog:
             Comment((label.empty() ? "" : label + ": ") + text);
@@ -291,6 +280,13 @@ void CaptureScenario::Event(size_t i) {
         case Kind::kNote:
             Comment(text);
             break;
+    }
+    if (step.has_fault() && event.fault == Fault::kWriteError) {
+        // A write's failure is armed before the write that met it.
+        BeforeCause(std::move(step));
+    } else if (step.action_case() != Step::ACTION_NOT_SET) {
+        Pause(event);
+        Add(std::move(step));
     }
     if (event.time) last_time_ = event.time;
 }
