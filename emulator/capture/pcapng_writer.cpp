@@ -1,5 +1,6 @@
 #include "capture/pcapng_writer.h"
 
+#include <arpa/inet.h>
 #include <time.h>
 
 #include <cerrno>
@@ -52,42 +53,40 @@ constexpr int kNotePriority = 4;
 constexpr char kNoteTag[] = "tarvo-emu";
 
 // Loopback addresses that stand for the two ends; nothing is sent to them.
-constexpr uint8_t kModemAddress[4] = {127, 0, 0, 1};
-constexpr uint8_t kDaemonAddress[4] = {127, 0, 0, 2};
+constexpr std::string_view kModemAddress("\x7f\0\0\x01", 4);
+constexpr std::string_view kDaemonAddress("\x7f\0\0\x02", 4);
 
-void Put16(std::string* out, uint16_t value) { out->append(reinterpret_cast<char*>(&value), 2); }
-void Put32(std::string* out, uint32_t value) { out->append(reinterpret_cast<char*>(&value), 4); }
+// A number in the host's byte order, as the section header's magic tells the reader.
+template <typename Number>
+void Put(std::string* out, Number value) {
+    out->append(reinterpret_cast<const char*>(&value), sizeof(value));
+}
 
 void PadTo4(std::string* out) { out->append((4 - out->size() % 4) % 4, '\0'); }
 
 void PutOption(std::string* out, uint16_t code, std::string_view value) {
-    Put16(out, code);
-    Put16(out, static_cast<uint16_t>(value.size()));
+    Put(out, code);
+    Put(out, static_cast<uint16_t>(value.size()));
     out->append(value);
     PadTo4(out);
 }
 
 void PutTag(std::string* out, uint16_t tag, std::string_view value) {
-    out->push_back(static_cast<char>(tag >> 8));
-    out->push_back(static_cast<char>(tag & 0xff));
-    out->push_back(static_cast<char>(value.size() >> 8));
-    out->push_back(static_cast<char>(value.size() & 0xff));
+    Put(out, htons(tag));
+    Put(out, htons(static_cast<uint16_t>(value.size())));
     out->append(value);
 }
 
 std::string BigEndian32(uint32_t value) {
-    return {static_cast<char>(value >> 24), static_cast<char>(value >> 16 & 0xff),
-            static_cast<char>(value >> 8 & 0xff), static_cast<char>(value & 0xff)};
+    std::string bytes;
+    Put(&bytes, htonl(value));
+    return bytes;
 }
 
 // The dissector's name, padded with zeros to a multiple of four as Wireshark writes it.
 std::string ProtocolName(std::string name) {
     name.append(4 - name.size() % 4, '\0');
     return name;
-}
-
-std::string Address(const uint8_t (&address)[4]) {
-    return std::string(reinterpret_cast<const char*>(address), 4);
 }
 
 constexpr char kSchemaFolder[] = "proto";
@@ -101,12 +100,6 @@ constexpr char kSearchPaths[] = "protobuf_search_paths";
 constexpr char kUdpMessageTypes[] = "protobuf_udp_message_types";
 constexpr char kHeader[] = "# Written by tarvo-emu wireshark-profile.\n";
 
-Result<void> Write(const std::string& text, const std::string& path) {
-    if (!android::base::WriteStringToFile(text, path))
-        return ErrnoError() << "cannot write " << path;
-    return {};
-}
-
 }  // namespace
 
 Result<std::unique_ptr<PcapngWriter>> PcapngWriter::Open(const std::string& path) {
@@ -115,25 +108,25 @@ Result<std::unique_ptr<PcapngWriter>> PcapngWriter::Open(const std::string& path
     std::unique_ptr<PcapngWriter> writer(new PcapngWriter(file, path));
 
     std::string section;
-    Put32(&section, kByteOrderMagic);
-    Put16(&section, 1);  // version 1.0
-    Put16(&section, 0);
-    Put32(&section, 0xffffffff);  // section length not given
-    Put32(&section, 0xffffffff);
+    Put<uint32_t>(&section, kByteOrderMagic);
+    Put<uint16_t>(&section, 1);  // version 1.0
+    Put<uint16_t>(&section, 0);
+    Put<uint32_t>(&section, 0xffffffff);  // section length not given
+    Put<uint32_t>(&section, 0xffffffff);
     writer->Block(kSectionHeader, section);
 
     std::string interface;
-    Put16(&interface, kLinkTypeUpperPdu);
-    Put16(&interface, 0);
-    Put32(&interface, 0);  // no snapshot length: messages are up to 65,568 bytes
+    Put<uint16_t>(&interface, kLinkTypeUpperPdu);
+    Put<uint16_t>(&interface, 0);
+    Put<uint32_t>(&interface, 0);  // no snapshot length: messages are up to 65,568 bytes
     writer->Block(kInterfaceDescription, interface);
 
     std::string names;
-    for (const auto& [address, name] : {std::pair{Address(kModemAddress), "modem"},
-                                        std::pair{Address(kDaemonAddress), "tarvo"}}) {
-        PutOption(&names, kNameRecordIpv4, address + name + '\0');
+    for (const auto& [address, name] :
+         {std::pair{kModemAddress, "modem"}, std::pair{kDaemonAddress, "tarvo"}}) {
+        PutOption(&names, kNameRecordIpv4, std::string(address) + name + '\0');
     }
-    Put32(&names, kOptionEnd);
+    Put<uint32_t>(&names, kOptionEnd);
     writer->Block(kNameResolution, names);
     return writer;
 }
@@ -146,10 +139,8 @@ void PcapngWriter::Message(bool to_daemon, std::string_view bytes, double time,
                            const std::string& comment) {
     std::string pdu;
     PutTag(&pdu, kTagProtocolName, ProtocolName("protobuf"));
-    const std::string modem = Address(kModemAddress);
-    const std::string daemon = Address(kDaemonAddress);
-    PutTag(&pdu, kTagIpv4Source, to_daemon ? modem : daemon);
-    PutTag(&pdu, kTagIpv4Destination, to_daemon ? daemon : modem);
+    PutTag(&pdu, kTagIpv4Source, to_daemon ? kModemAddress : kDaemonAddress);
+    PutTag(&pdu, kTagIpv4Destination, to_daemon ? kDaemonAddress : kModemAddress);
     PutTag(&pdu, kTagPortType, BigEndian32(kPortTypeUdp));
     PutTag(&pdu, kTagSourcePort, BigEndian32(to_daemon ? kModemPort : kDaemonPort));
     PutTag(&pdu, kTagDestinationPort, BigEndian32(to_daemon ? kDaemonPort : kModemPort));
@@ -202,20 +193,18 @@ void PcapngWriter::Packet(const std::string& pdu, uint32_t flags, double time,
                           const std::string& comment) {
     const uint64_t micros = static_cast<uint64_t>(std::llround(time * 1e6));
     std::string body;
-    Put32(&body, 0);  // interface 0
-    Put32(&body, static_cast<uint32_t>(micros >> 32));
-    Put32(&body, static_cast<uint32_t>(micros & 0xffffffff));
-    Put32(&body, static_cast<uint32_t>(pdu.size()));
-    Put32(&body, static_cast<uint32_t>(pdu.size()));
+    Put<uint32_t>(&body, 0);  // interface 0
+    Put<uint32_t>(&body, micros >> 32);
+    Put<uint32_t>(&body, micros & 0xffffffff);
+    Put<uint32_t>(&body, pdu.size());
+    Put<uint32_t>(&body, pdu.size());
     body += pdu;
     PadTo4(&body);
     if (flags != 0) {
-        std::string value;
-        Put32(&value, flags);
-        PutOption(&body, kOptionFlags, value);
+        PutOption(&body, kOptionFlags, std::string_view(reinterpret_cast<char*>(&flags), 4));
     }
     if (!comment.empty()) PutOption(&body, kOptionComment, comment);
-    Put32(&body, kOptionEnd);
+    Put<uint32_t>(&body, kOptionEnd);
     std::lock_guard<std::mutex> lock(mutex_);
     Block(kEnhancedPacket, body);
 }
@@ -223,10 +212,10 @@ void PcapngWriter::Packet(const std::string& pdu, uint32_t flags, double time,
 void PcapngWriter::Block(uint32_t type, const std::string& body) {
     const uint32_t length = static_cast<uint32_t>(body.size() + 12);
     std::string block;
-    Put32(&block, type);
-    Put32(&block, length);
+    Put<uint32_t>(&block, type);
+    Put<uint32_t>(&block, length);
     block += body;
-    Put32(&block, length);
+    Put<uint32_t>(&block, length);
     fwrite(block.data(), 1, block.size(), file_);
     // Whole blocks at once: a live reader (Wireshark on a fifo) sees each packet as it happens.
     fflush(file_);
@@ -306,7 +295,9 @@ Result<void> WriteWiresharkProfile(const std::string& dir) {
                                                                    kHeader)},
     };
     for (const auto& [path, text] : files) {
-        if (Result<void> written = Write(text, path); !written.ok()) return written.error();
+        if (!android::base::WriteStringToFile(text, path)) {
+            return ErrnoError() << "cannot write " << path;
+        }
     }
     return {};
 }
