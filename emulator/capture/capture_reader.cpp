@@ -142,9 +142,7 @@ Result<std::unique_ptr<CaptureFollower>> CaptureFollower::Create(StraceOptions o
 }
 
 CaptureFollower::CaptureFollower(StraceOptions options, Sink sink)
-    : options_(options), sink_(std::move(sink)), strace_(options) {
-    strace_.SetSink(sink_);
-}
+    : options_(options), sink_(std::move(sink)), strace_(options, sink_) {}
 
 void CaptureFollower::Stop() {
     const char byte = 1;

@@ -134,13 +134,11 @@ std::optional<std::string> DeviceErrorAdvice(const std::string& line) {
 
 LiveDevice::LiveDevice(std::unique_ptr<PcapngWriter> writer,
                        std::function<void(const std::string&)> on_error_line)
-    : writer_(std::move(writer)), on_error_line_(std::move(on_error_line)) {
-    reader_.SetSink([this](const CaptureEvent& event, double unix_time) {
-        WriteEvent(writer_.get(), event, unix_time);
-    });
-}
-
-LiveDevice::~LiveDevice() = default;
+    : writer_(std::move(writer)),
+      on_error_line_(std::move(on_error_line)),
+      reader_({}, [this](const CaptureEvent& event, double unix_time) {
+          WriteEvent(writer_.get(), event, unix_time);
+      }) {}
 
 Result<std::unique_ptr<LiveDevice>> LiveDevice::Start(
     const std::string& command, const std::string& output,
@@ -199,8 +197,6 @@ LiveRig::LiveRig(const tarvo_scenario::Scenario& scenario, const ScenarioOrigin&
     session_ =
         std::make_unique<ScenarioSession>(scenario_, nullptr, &origin_, nullptr, std::move(hooks));
 }
-
-LiveRig::~LiveRig() = default;
 
 Result<std::unique_ptr<LiveRig>> LiveRig::Start(const tarvo_scenario::Scenario& scenario,
                                                 const ScenarioOrigin& origin,

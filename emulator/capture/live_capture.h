@@ -46,7 +46,6 @@ class LiveDevice {
     static android::base::Result<std::unique_ptr<LiveDevice>> Start(
         const std::string& command, const std::string& output,
         std::function<void(const std::string&)> on_error_line);
-    ~LiveDevice();
 
     // Waits for the command's end; its exit status, 128 + the signal's number when Stop ended it.
     int Wait();
@@ -79,7 +78,6 @@ class LiveRig {
     static android::base::Result<std::unique_ptr<LiveRig>> Start(
         const tarvo_scenario::Scenario& scenario, const ScenarioOrigin& origin,
         const std::string& output);
-    ~LiveRig();
 
     // Plays the scenario's steps, then runs `tarvo` with `client`'s arguments when not empty. A
     // step that fails ends the steps; it is a note in the capture and the error says which.

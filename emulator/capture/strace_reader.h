@@ -29,14 +29,13 @@ struct StraceOptions {
 // that `-e read=FD` and `-e write=FD` print after the call, which holds every byte.
 class StraceReader {
   public:
-    explicit StraceReader(StraceOptions options = {}) : options_(options) {}
-
     // Gets an event with its Unix time: the capture's own when it has `-ttt` stamps, else now.
     using Sink = std::function<void(const CaptureEvent& event, double unix_time)>;
 
-    // Has each event handed to `sink` too, the moment its call is complete: a read or a write
-    // when its result is in, a message of several partial writes with its last one.
-    void SetSink(Sink sink) { sink_ = std::move(sink); }
+    // Hands each event to `sink` too, when not empty, the moment its call is complete: a read or
+    // a write when its result is in, a message of several partial writes with its last one.
+    explicit StraceReader(StraceOptions options = {}, Sink sink = {})
+        : options_(options), sink_(std::move(sink)) {}
 
     // Reads the next line of the capture; an error names the line and what to do.
     android::base::Result<void> Line(std::string_view line);
