@@ -3,6 +3,8 @@
 #include <signal.h>
 #include <string.h>
 
+#include <algorithm>
+#include <utility>
 #include <vector>
 
 #include <android-base/file.h>
@@ -200,15 +202,11 @@ StraceReader::Node StraceReader::NodeOf(int fd) const {
 }
 
 Result<void> StraceReader::DumpLine(std::string_view line) {
-    if (!AppendStraceDumpRow(line, &cut_->bytes)) {
-        // No dump follows the cut buffer: the cut stands.
-        const std::string error = cut_->error;
-        cut_.reset();
-        return Error() << error;
-    }
-    if (cut_->bytes.size() < cut_->size) return {};
-    Cut cut = std::move(*cut_);
-    cut_.reset();
+    const bool row = AppendStraceDumpRow(line, &cut_->bytes);
+    if (row && cut_->bytes.size() < cut_->size) return {};
+    Cut cut = std::move(*std::exchange(cut_, std::nullopt));
+    // No dump follows the cut buffer: the cut stands.
+    if (!row) return Error() << cut.error;
     dumped_ = std::move(cut.bytes);
     const Result<void> called = Call(cut.call, cut.time);
     dumped_.reset();
@@ -274,7 +272,7 @@ Result<void> StraceReader::Call(std::string_view text, std::optional<double> tim
         return {};
     }
     if (NodeOf(*fd) != Node::kIpc) {
-        if (NodeOf(*fd) == Node::kOther && nodes_.count(*fd) == 0) ++unknown_[*fd];
+        if (NodeOf(*fd) == Node::kOther && nodes_.count(*fd) == 0) unknown_.insert(*fd);
         return {};
     }
     return Transfer(name, *fd, args, result, time);
@@ -358,11 +356,8 @@ Result<Capture> StraceReader::Finish() {
                          std::any_of(nodes_.begin(), nodes_.end(),
                                      [](const auto& node) { return node.second == Node::kIpc; });
     if (!any_ipc && !unknown_.empty()) {
-        std::string fds;
-        for (const auto& [fd, calls] : unknown_) {
-            fds += (fds.empty() ? "" : ", ") + std::to_string(fd);
-        }
-        return Error() << "no descriptor is known as /dev/oem_ipc1 (reads and writes on " << fds
+        return Error() << "no descriptor is known as /dev/oem_ipc1 (reads and writes on "
+                       << android::base::Join(unknown_, ", ")
                        << "): capture with -y, or give --fd N";
     }
     return std::move(capture_);

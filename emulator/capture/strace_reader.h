@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -79,7 +80,7 @@ class StraceReader {
     std::map<int, Node> nodes_;
     std::map<int, Pending> pending_;       // by thread
     std::map<int, CaptureEvent> partial_;  // a message of partial writes so far, by descriptor
-    std::map<int, size_t> unknown_;        // reads and writes on unknown descriptors
+    std::set<int> unknown_;                // descriptors of reads and writes, not known
     std::optional<int> state_;
     std::optional<double> first_time_;
     std::optional<double> last_time_;
