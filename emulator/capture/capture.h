@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <vector>
 
@@ -15,5 +16,11 @@ struct Capture {
     // The Unix time of the capture's time 0, when its time stamps tell it (strace's -ttt).
     std::optional<double> epoch;
 };
+
+// The time now in Unix seconds, for events stamped as they are read.
+inline double UnixNow() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
 
 }  // namespace tarvo_emu

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <map>
 #include <set>
+#include <variant>
 #include <vector>
 
 #include "capture/capture_reader.h"
@@ -32,10 +33,7 @@ constexpr double kReplyDelayKept = 0.1;
 constexpr double kPauseKept = 0.1;
 
 // One line of the scenario: a step, or a comment.
-struct Line {
-    std::optional<Step> step;
-    std::string comment;
-};
+using Line = std::variant<Step, std::string>;
 
 bool IsAction(const Step& step) {
     return step.has_send() || step.has_send_raw() || step.has_fault() || step.has_modem_state() ||
@@ -90,7 +88,7 @@ class CaptureScenario {
     // Pairs the answers to each side's requests with them, by token.
     void PairReplies();
     void Add(Step step);
-    void Comment(const std::string& text) { lines_.push_back({std::nullopt, text}); }
+    void Comment(const std::string& text) { lines_.emplace_back(text); }
     // A step that must be in place before whatever led the daemon to its next move.
     void BeforeCause(Step step);
     // A sleep for the modem's pause before `event`, when it is long enough to keep.
@@ -150,13 +148,13 @@ void CaptureScenario::PairReplies() {
 }
 
 void CaptureScenario::Add(Step step) {
-    lines_.push_back({std::move(step), {}});
-    if (IsAction(*lines_.back().step)) last_action_ = lines_.size() - 1;
+    if (IsAction(step)) last_action_ = lines_.size();
+    lines_.emplace_back(std::move(step));
 }
 
 void CaptureScenario::BeforeCause(Step step) {
     const size_t at = last_action_ ? *last_action_ : 0;
-    lines_.insert(lines_.begin() + at, {std::move(step), {}});
+    lines_.insert(lines_.begin() + at, std::move(step));
     if (last_action_) ++*last_action_;
 }
 
@@ -258,32 +256,21 @@ void CaptureScenario::Event(size_t i) {
             break;
         case Kind::kFault:
             step.set_fault(SchemaFault(event.fault));
-            // A write's failure is armed before the write that met it.
-            if (event.fault == Fault::kWriteError) {
-                BeforeCause(std::move(step));
-                break;
-            }
-            Pause(event);
-            Add(std::move(step));
             break;
         case Kind::kModemState:
-            if (!state_known_) {
+            if (state_known_) {
+                step.set_modem_state(event.state);
+            } else {
                 setup_.set_initial_state(event.state);
                 state_known_ = true;
-                break;
             }
-            Pause(event);
-            step.set_modem_state(event.state);
-            Add(std::move(step));
             break;
         case Kind::kSignal:
-            if (event.state != SIGUSR1 && event.state != SIGUSR2 && event.state != SIGWINCH) {
+            if (event.state == SIGUSR1 || event.state == SIGUSR2 || event.state == SIGWINCH) {
+                step.set_signal_daemon(event.state);
+            } else {
                 Comment(text);
-                break;
             }
-            Pause(event);
-            step.set_signal_daemon(event.state);
-            Add(std::move(step));
             break;
         case Kind::kLog:
             Comment((label.empty() ? "" : label + ": ") + text);
@@ -291,6 +278,13 @@ void CaptureScenario::Event(size_t i) {
         case Kind::kNote:
             Comment(text);
             break;
+    }
+    if (step.has_fault() && event.fault == Fault::kWriteError) {
+        // A write's failure is armed before the write that met it.
+        BeforeCause(std::move(step));
+    } else if (step.action_case() != Step::ACTION_NOT_SET) {
+        Pause(event);
+        Add(std::move(step));
     }
     if (event.time) last_time_ = event.time;
 }
@@ -315,10 +309,10 @@ std::string CaptureScenario::Text(const std::string& source) {
     if (!state_known_) header += "\nThe capture holds no state of the boot node: 0 is assumed.";
     ScenarioFile file(header, setup_);
     for (const Line& line : lines_) {
-        if (line.step) {
-            file.AddStep(*line.step);
+        if (const Step* step = std::get_if<Step>(&line)) {
+            file.AddStep(*step);
         } else {
-            file.AddComment(line.comment);
+            file.AddComment(std::get<std::string>(line));
         }
     }
     return file.text();

@@ -1,13 +1,19 @@
 #include "capture/pcapng_writer.h"
 
+#include <arpa/inet.h>
 #include <time.h>
 
 #include <cerrno>
 #include <cmath>
+#include <filesystem>
+#include <system_error>
 
+#include <android-base/file.h>
 #include <android-base/stringprintf.h>
+#include <fmt/format.h>
 
 #include "capture/capture_reader.h"
+#include "capture/message_schema.h"
 
 using android::base::ErrnoError;
 using android::base::Result;
@@ -47,32 +53,34 @@ constexpr int kNotePriority = 4;
 constexpr char kNoteTag[] = "tarvo-emu";
 
 // Loopback addresses that stand for the two ends; nothing is sent to them.
-constexpr uint8_t kModemAddress[4] = {127, 0, 0, 1};
-constexpr uint8_t kDaemonAddress[4] = {127, 0, 0, 2};
+constexpr std::string_view kModemAddress("\x7f\0\0\x01", 4);
+constexpr std::string_view kDaemonAddress("\x7f\0\0\x02", 4);
 
-void Put16(std::string* out, uint16_t value) { out->append(reinterpret_cast<char*>(&value), 2); }
-void Put32(std::string* out, uint32_t value) { out->append(reinterpret_cast<char*>(&value), 4); }
+// A number in the host's byte order, as the section header's magic tells the reader.
+template <typename Number>
+void Put(std::string* out, Number value) {
+    out->append(reinterpret_cast<const char*>(&value), sizeof(value));
+}
 
 void PadTo4(std::string* out) { out->append((4 - out->size() % 4) % 4, '\0'); }
 
 void PutOption(std::string* out, uint16_t code, std::string_view value) {
-    Put16(out, code);
-    Put16(out, static_cast<uint16_t>(value.size()));
+    Put(out, code);
+    Put(out, static_cast<uint16_t>(value.size()));
     out->append(value);
     PadTo4(out);
 }
 
 void PutTag(std::string* out, uint16_t tag, std::string_view value) {
-    out->push_back(static_cast<char>(tag >> 8));
-    out->push_back(static_cast<char>(tag & 0xff));
-    out->push_back(static_cast<char>(value.size() >> 8));
-    out->push_back(static_cast<char>(value.size() & 0xff));
+    Put(out, htons(tag));
+    Put(out, htons(static_cast<uint16_t>(value.size())));
     out->append(value);
 }
 
 std::string BigEndian32(uint32_t value) {
-    return {static_cast<char>(value >> 24), static_cast<char>(value >> 16 & 0xff),
-            static_cast<char>(value >> 8 & 0xff), static_cast<char>(value & 0xff)};
+    std::string bytes;
+    Put(&bytes, htonl(value));
+    return bytes;
 }
 
 // The dissector's name, padded with zeros to a multiple of four as Wireshark writes it.
@@ -81,9 +89,16 @@ std::string ProtocolName(std::string name) {
     return name;
 }
 
-std::string Address(const uint8_t (&address)[4]) {
-    return std::string(reinterpret_cast<const char*>(address), 4);
-}
+constexpr char kSchemaFolder[] = "proto";
+constexpr char kSchemaFile[] = "tarvo_message.proto";
+constexpr char kMessageType[] = "tarvo_message.TarvoMessage";
+
+// The files of a profile that Wireshark reads: its preferences, and one per table ("UAT") of
+// quoted, comma-separated fields, named after the table.
+constexpr char kPreferences[] = "preferences";
+constexpr char kSearchPaths[] = "protobuf_search_paths";
+constexpr char kUdpMessageTypes[] = "protobuf_udp_message_types";
+constexpr char kHeader[] = "# Written by tarvo-emu wireshark-profile.\n";
 
 }  // namespace
 
@@ -93,25 +108,25 @@ Result<std::unique_ptr<PcapngWriter>> PcapngWriter::Open(const std::string& path
     std::unique_ptr<PcapngWriter> writer(new PcapngWriter(file, path));
 
     std::string section;
-    Put32(&section, kByteOrderMagic);
-    Put16(&section, 1);  // version 1.0
-    Put16(&section, 0);
-    Put32(&section, 0xffffffff);  // section length not given
-    Put32(&section, 0xffffffff);
+    Put<uint32_t>(&section, kByteOrderMagic);
+    Put<uint16_t>(&section, 1);  // version 1.0
+    Put<uint16_t>(&section, 0);
+    Put<uint32_t>(&section, 0xffffffff);  // section length not given
+    Put<uint32_t>(&section, 0xffffffff);
     writer->Block(kSectionHeader, section);
 
     std::string interface;
-    Put16(&interface, kLinkTypeUpperPdu);
-    Put16(&interface, 0);
-    Put32(&interface, 0);  // no snapshot length: messages are up to 65,568 bytes
+    Put<uint16_t>(&interface, kLinkTypeUpperPdu);
+    Put<uint16_t>(&interface, 0);
+    Put<uint32_t>(&interface, 0);  // no snapshot length: messages are up to 65,568 bytes
     writer->Block(kInterfaceDescription, interface);
 
     std::string names;
-    for (const auto& [address, name] : {std::pair{Address(kModemAddress), "modem"},
-                                        std::pair{Address(kDaemonAddress), "tarvo"}}) {
-        PutOption(&names, kNameRecordIpv4, address + name + '\0');
+    for (const auto& [address, name] :
+         {std::pair{kModemAddress, "modem"}, std::pair{kDaemonAddress, "tarvo"}}) {
+        PutOption(&names, kNameRecordIpv4, std::string(address) + name + '\0');
     }
-    Put32(&names, kOptionEnd);
+    Put<uint32_t>(&names, kOptionEnd);
     writer->Block(kNameResolution, names);
     return writer;
 }
@@ -124,10 +139,8 @@ void PcapngWriter::Message(bool to_daemon, std::string_view bytes, double time,
                            const std::string& comment) {
     std::string pdu;
     PutTag(&pdu, kTagProtocolName, ProtocolName("protobuf"));
-    const std::string modem = Address(kModemAddress);
-    const std::string daemon = Address(kDaemonAddress);
-    PutTag(&pdu, kTagIpv4Source, to_daemon ? modem : daemon);
-    PutTag(&pdu, kTagIpv4Destination, to_daemon ? daemon : modem);
+    PutTag(&pdu, kTagIpv4Source, to_daemon ? kModemAddress : kDaemonAddress);
+    PutTag(&pdu, kTagIpv4Destination, to_daemon ? kDaemonAddress : kModemAddress);
     PutTag(&pdu, kTagPortType, BigEndian32(kPortTypeUdp));
     PutTag(&pdu, kTagSourcePort, BigEndian32(to_daemon ? kModemPort : kDaemonPort));
     PutTag(&pdu, kTagDestinationPort, BigEndian32(to_daemon ? kDaemonPort : kModemPort));
@@ -153,24 +166,45 @@ void PcapngWriter::Log(const LogLine& line, double time) {
     Packet(pdu, 0, time, {});
 }
 
+void PcapngWriter::Attach(RigHooks* hooks) {
+    hooks->ipc_observer = this;
+    hooks->log_sink = [this](const LogLine& line) { Log(line, UnixNow()); };
+}
+
+void PcapngWriter::OnRead(std::string_view bytes) { Message(true, bytes, UnixNow()); }
+
+void PcapngWriter::OnWrite(std::string_view bytes) { Message(false, bytes, UnixNow()); }
+
+void PcapngWriter::OnFault(Fault fault) {
+    CaptureEvent event;
+    event.kind = CaptureEvent::Kind::kFault;
+    event.fault = fault;
+    WriteEvent(this, event, UnixNow());
+}
+
+void PcapngWriter::OnNote(const std::string& text) {
+    CaptureEvent event;
+    event.kind = CaptureEvent::Kind::kNote;
+    event.text = text;
+    WriteEvent(this, event, UnixNow());
+}
+
 void PcapngWriter::Packet(const std::string& pdu, uint32_t flags, double time,
                           const std::string& comment) {
     const uint64_t micros = static_cast<uint64_t>(std::llround(time * 1e6));
     std::string body;
-    Put32(&body, 0);  // interface 0
-    Put32(&body, static_cast<uint32_t>(micros >> 32));
-    Put32(&body, static_cast<uint32_t>(micros & 0xffffffff));
-    Put32(&body, static_cast<uint32_t>(pdu.size()));
-    Put32(&body, static_cast<uint32_t>(pdu.size()));
+    Put<uint32_t>(&body, 0);  // interface 0
+    Put<uint32_t>(&body, micros >> 32);
+    Put<uint32_t>(&body, micros & 0xffffffff);
+    Put<uint32_t>(&body, pdu.size());
+    Put<uint32_t>(&body, pdu.size());
     body += pdu;
     PadTo4(&body);
     if (flags != 0) {
-        std::string value;
-        Put32(&value, flags);
-        PutOption(&body, kOptionFlags, value);
+        PutOption(&body, kOptionFlags, std::string_view(reinterpret_cast<char*>(&flags), 4));
     }
     if (!comment.empty()) PutOption(&body, kOptionComment, comment);
-    Put32(&body, kOptionEnd);
+    Put<uint32_t>(&body, kOptionEnd);
     std::lock_guard<std::mutex> lock(mutex_);
     Block(kEnhancedPacket, body);
 }
@@ -178,10 +212,10 @@ void PcapngWriter::Packet(const std::string& pdu, uint32_t flags, double time,
 void PcapngWriter::Block(uint32_t type, const std::string& body) {
     const uint32_t length = static_cast<uint32_t>(body.size() + 12);
     std::string block;
-    Put32(&block, type);
-    Put32(&block, length);
+    Put<uint32_t>(&block, type);
+    Put<uint32_t>(&block, length);
     block += body;
-    Put32(&block, length);
+    Put<uint32_t>(&block, length);
     fwrite(block.data(), 1, block.size(), file_);
     // Whole blocks at once: a live reader (Wireshark on a fifo) sees each packet as it happens.
     fflush(file_);
@@ -235,6 +269,37 @@ Result<void> WritePcapng(const Capture& capture, const std::string& path) {
         WriteEvent(writer->get(), event, epoch + last);
     }
     return (*writer)->Close();
+}
+
+Result<void> WriteWiresharkProfile(const std::string& dir) {
+    std::error_code error;
+    const std::string absolute = std::filesystem::absolute(dir, error).lexically_normal();
+    const std::string schema_dir = fmt::format("{}/{}", absolute, kSchemaFolder);
+    std::filesystem::create_directories(schema_dir, error);
+    if (error)
+        return android::base::Error() << "cannot make " << schema_dir << ": " << error.message();
+
+    // A table's second field says whether to load every file under the path at start, which
+    // the message type mapping needs.
+    const std::string files[][2] = {
+        {fmt::format("{}/{}", schema_dir, kSchemaFile), kMessageSchema},
+        {fmt::format("{}/{}", absolute, kSearchPaths),
+         fmt::format("{}\"{}\",\"TRUE\"\n", kHeader, schema_dir)},
+        {fmt::format("{}/{}", absolute, kUdpMessageTypes),
+         fmt::format("{}\"{}-{}\",\"{}\"\n", kHeader, PcapngWriter::kModemPort,
+                     PcapngWriter::kDaemonPort, kMessageType)},
+        {fmt::format("{}/{}", absolute, kPreferences), fmt::format("{}"
+                                                                   "protobuf.preload_protos: TRUE\n"
+                                                                   "protobuf.pbf_as_hf: TRUE\n"
+                                                                   "nameres.network_name: TRUE\n",
+                                                                   kHeader)},
+    };
+    for (const auto& [path, text] : files) {
+        if (!android::base::WriteStringToFile(text, path)) {
+            return ErrnoError() << "cannot write " << path;
+        }
+    }
+    return {};
 }
 
 }  // namespace tarvo_emu

@@ -9,7 +9,9 @@
 #include <android-base/result.h>
 
 #include "capture/capture.h"
+#include "nodes/ipc_node.h"
 #include "process/log_line.h"
+#include "rig/rig_hooks.h"
 
 namespace tarvo_emu {
 
@@ -18,7 +20,11 @@ namespace tarvo_emu {
 // port pair (40001 the modem, 40002 the daemon), addresses that a name resolution block calls
 // "modem" and "tarvo", and the direction in the packet's flags; log lines are packets for the
 // `logcat_text_threadtime` dissector in the same timeline. Safe to call from several threads.
-class PcapngWriter {
+//
+// As a rig's observer it writes a live session, each packet stamped when it happens: the modem's
+// messages when the daemon reads them and the daemon's when it writes them, each injected fault
+// when it takes effect, and the log lines of every process in the sandbox.
+class PcapngWriter : public IpcObserver {
   public:
     static constexpr uint16_t kModemPort = 40001;
     static constexpr uint16_t kDaemonPort = 40002;
@@ -31,6 +37,14 @@ class PcapngWriter {
     void Message(bool to_daemon, std::string_view bytes, double time,
                  const std::string& comment = {});
     void Log(const LogLine& line, double time);
+
+    // Has the rig that takes `hooks` report to this writer, which must outlive it.
+    void Attach(RigHooks* hooks);
+    void OnRead(std::string_view bytes) override;
+    void OnWrite(std::string_view bytes) override;
+    void OnFault(Fault fault) override;
+    // A line of the rig's own (a step that failed) in the same timeline.
+    void OnNote(const std::string& text);
     // Flushes and closes; an error when anything could not be written.
     android::base::Result<void> Close();
 
@@ -50,5 +64,15 @@ void WriteEvent(PcapngWriter* writer, const CaptureEvent& event, double time);
 
 // Writes a whole capture; times without a date start at the Unix epoch.
 android::base::Result<void> WritePcapng(const Capture& capture, const std::string& path);
+
+// The name under which a profile is meant to be kept in Wireshark's profiles folder.
+constexpr char kWiresharkProfileName[] = "tarvo";
+
+// Writes a Wireshark configuration profile into `dir` (made when missing) that decodes the pcapng
+// files of PcapngWriter: a copy of the message schema, the protobuf dissector's search path
+// pointing at it with every file preloaded, the UDP ports of both ends mapped to TarvoMessage,
+// fields as filterable items, and addresses shown by the names the files give them. The search
+// path is absolute: a profile moved elsewhere is written again.
+android::base::Result<void> WriteWiresharkProfile(const std::string& dir);
 
 }  // namespace tarvo_emu

@@ -3,17 +3,19 @@
 #include <signal.h>
 #include <string.h>
 
-#include <cinttypes>
+#include <algorithm>
+#include <utility>
 #include <vector>
 
+#include <android-base/file.h>
 #include <android-base/parseint.h>
-#include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 #include <fmt/format.h>
 
 #include "capture/strace_string.h"
 #include "device/device_facts.h"
 
+using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
 
@@ -36,14 +38,6 @@ bool IsStatusIoctl(std::string_view arg) {
     return arg == kNumber || arg == kName;
 }
 
-std::string_view TrimView(std::string_view text) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r')) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
 // The next space-separated word of `*text`, taken off it.
 std::string_view TakeWord(std::string_view* text) {
     *text = TrimView(*text);
@@ -54,46 +48,25 @@ std::string_view TakeWord(std::string_view* text) {
     return word;
 }
 
-// Where the quoted string starting at `at` ends (after the closing quote), or npos. A quote
-// closes the string unless an odd run of backslashes escapes it; strace's buffers are long,
-// so the search goes by quotes rather than by characters.
-size_t SkipQuoted(std::string_view text, size_t at) {
-    for (size_t quote = text.find('"', at + 1); quote != std::string_view::npos;
-         quote = text.find('"', quote + 1)) {
-        size_t backslashes = 0;
-        while (text[quote - 1 - backslashes] == '\\') ++backslashes;
-        if (backslashes % 2 == 0) return quote + 1;
+// The seconds of a time stamp of -t, -tt (HH:MM:SS[.us]) or -ttt (seconds[.us]); none for a word
+// that is no time stamp.
+std::optional<double> Seconds(std::string_view word) {
+    if (word.empty() || !IsDigit(word[0]) ||
+        word.find_first_not_of("0123456789:.") != std::string_view::npos) {
+        return std::nullopt;
     }
-    return std::string_view::npos;
+    double seconds = 0;
+    for (const std::string& part : android::base::Split(std::string(word), ":")) {
+        seconds = seconds * 60 + strtod(part.c_str(), nullptr);
+    }
+    return seconds;
 }
 
-// The arguments of a call, from after its opening parenthesis; `*close` is set to the matching
-// parenthesis. A `-y` path (`5</dev/oem_ipc1>`) and nested braces stay within their argument.
-bool SplitArguments(std::string_view text, std::vector<std::string_view>* args, size_t* close) {
-    int depth = 0;
-    size_t start = 0;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (c == '"') {
-            i = SkipQuoted(text, i);
-            if (i == std::string_view::npos) return false;
-            --i;
-        } else if (c == '(' || c == '{' || c == '[' ||
-                   (c == '<' && i > 0 && IsDigit(text[i - 1]))) {
-            ++depth;
-        } else if ((c == ')' && depth == 0)) {
-            if (i > start || !args->empty())
-                args->push_back(TrimView(text.substr(start, i - start)));
-            *close = i;
-            return true;
-        } else if (c == ')' || c == '}' || c == ']' || (c == '>' && depth > 0)) {
-            --depth;
-        } else if (c == ',' && depth == 0) {
-            args->push_back(TrimView(text.substr(start, i - start)));
-            start = i + 1;
-        }
-    }
-    return false;
+StraceReader::Node NodeOfPath(const std::string& path) {
+    if (android::base::EndsWith(path, std::string("/") + kIpcNode)) return StraceReader::Node::kIpc;
+    if (android::base::EndsWith(path, std::string("/") + kBootNode))
+        return StraceReader::Node::kBoot;
+    return StraceReader::Node::kOther;
 }
 
 int SignalNumber(std::string_view name) {
@@ -133,16 +106,9 @@ Result<void> StraceReader::Line(std::string_view line) {
             rest = copy;
         }
     }
-    std::optional<double> time;
-    {
-        std::string_view copy = rest;
-        const std::string_view word = TakeWord(&copy);
-        if (!word.empty() && IsDigit(word[0]) &&
-            word.find_first_not_of("0123456789:.") == std::string_view::npos) {
-            time = Time(word);
-            rest = copy;
-        }
-    }
+    std::string_view after_time = rest;
+    const std::optional<double> time = Time(TakeWord(&after_time));
+    if (time) rest = after_time;
 
     if (android::base::StartsWith(rest, "--- ")) {
         rest.remove_prefix(4);
@@ -195,14 +161,12 @@ Result<void> StraceReader::Line(std::string_view line) {
 }
 
 std::optional<double> StraceReader::Time(std::string_view stamp) {
-    double seconds = 0;
+    std::optional<double> of_stamp = Seconds(stamp);
+    if (!of_stamp) return std::nullopt;
+    double seconds = *of_stamp;
     if (stamp.find(':') == std::string_view::npos) {
-        seconds = strtod(std::string(stamp).c_str(), nullptr);
         if (!first_time_) capture_.epoch = seconds;
     } else {
-        for (const std::string& part : android::base::Split(std::string(stamp), ":")) {
-            seconds = seconds * 60 + strtod(part.c_str(), nullptr);
-        }
         seconds += day_offset_;
         // Times of the day go back once the capture passes midnight.
         if (last_time_ && seconds + kSecondsPerDay / 2 < *last_time_) {
@@ -231,12 +195,6 @@ Result<int> StraceReader::Descriptor(std::string_view arg) {
     return fd;
 }
 
-StraceReader::Node StraceReader::NodeOfPath(const std::string& path) {
-    if (android::base::EndsWith(path, std::string("/") + kIpcNode)) return Node::kIpc;
-    if (android::base::EndsWith(path, std::string("/") + kBootNode)) return Node::kBoot;
-    return Node::kOther;
-}
-
 StraceReader::Node StraceReader::NodeOf(int fd) const {
     if (options_.ipc_fd == fd) return Node::kIpc;
     const auto it = nodes_.find(fd);
@@ -244,24 +202,15 @@ StraceReader::Node StraceReader::NodeOf(int fd) const {
 }
 
 Result<void> StraceReader::DumpLine(std::string_view line) {
-    if (!AppendStraceDumpRow(line, &cut_->bytes)) {
-        // No dump follows the cut buffer: the cut stands.
-        const std::string error = cut_->error;
-        cut_.reset();
-        return Error() << error;
-    }
-    if (cut_->bytes.size() < cut_->size) return {};
-    Cut cut = std::move(*cut_);
-    cut_.reset();
+    const bool row = AppendStraceDumpRow(line, &cut_->bytes);
+    if (row && cut_->bytes.size() < cut_->size) return {};
+    Cut cut = std::move(*std::exchange(cut_, std::nullopt));
+    // No dump follows the cut buffer: the cut stands.
+    if (!row) return Error() << cut.error;
     dumped_ = std::move(cut.bytes);
     const Result<void> called = Call(cut.call, cut.time);
     dumped_.reset();
     return called;
-}
-
-Result<void> StraceReader::Wait(size_t size, std::optional<double> time, std::string error) {
-    cut_ = Cut{std::string(call_), time, size, {}, std::move(error)};
-    return {};
 }
 
 Result<void> StraceReader::Call(std::string_view text, std::optional<double> time) {
@@ -278,7 +227,7 @@ Result<void> StraceReader::Call(std::string_view text, std::optional<double> tim
     }
     std::vector<std::string_view> args;
     size_t close = 0;
-    if (!SplitArguments(text.substr(open + 1), &args, &close)) {
+    if (!SplitStraceArguments(text.substr(open + 1), &args, &close)) {
         return Error() << "line " << line_ << ": the arguments of " << name << " do not close";
     }
     std::string_view result = TrimView(text.substr(open + 1 + close + 1));
@@ -323,85 +272,63 @@ Result<void> StraceReader::Call(std::string_view text, std::optional<double> tim
         return {};
     }
     if (NodeOf(*fd) != Node::kIpc) {
-        if (NodeOf(*fd) == Node::kOther && nodes_.count(*fd) == 0) ++unknown_[*fd];
+        if (NodeOf(*fd) == Node::kOther && nodes_.count(*fd) == 0) unknown_.insert(*fd);
         return {};
     }
-    return name == "read" ? Read(*fd, args, result, time) : Write(*fd, args, result, time);
+    return Transfer(name, *fd, args, result, time);
 }
 
-Result<void> StraceReader::Read(int /*fd*/, const std::vector<std::string_view>& args,
-                                std::string_view result, std::optional<double> time) {
-    int64_t count = 0;
+Result<void> StraceReader::Transfer(std::string_view name, int fd,
+                                    const std::vector<std::string_view>& args,
+                                    std::string_view result, std::optional<double> time) {
+    const bool write = name == "write";
+    int64_t done = 0;
     const std::string_view number = TakeWord(&result);
-    if (!android::base::ParseInt(std::string(number), &count)) {
-        return Error() << "line " << line_ << ": read returned \"" << number << "\"";
+    if (!android::base::ParseInt(std::string(number), &done)) {
+        return Error() << "line " << line_ << ": " << name << " returned \"" << number << "\"";
     }
-    if (count < 0) {
+    if (done < 0) {
+        if (write) partial_.erase(fd);
         Add(CaptureEvent::Kind::kFault, time, {}, std::string(TakeWord(&result)), 0,
-            Fault::kReadError);
+            write ? Fault::kWriteError : Fault::kReadError);
         return {};
     }
-    if (count == 0) {
+    if (!write && done == 0) {
         Add(CaptureEvent::Kind::kFault, time, {}, {}, 0, Fault::kEndOfFile);
         return {};
     }
-    if (args.size() < 2) return Error() << "line " << line_ << ": read without its buffer";
+    // What the call was given: a read's result is all it took.
+    int64_t count = done;
+    if (args.size() < 2 ||
+        (write && (args.size() < 3 || !android::base::ParseInt(std::string(args[2]), &count)))) {
+        return Error() << "line " << line_ << ": " << name << " without its buffer"
+                       << (write ? " and count" : "");
+    }
     size_t end = 0;
     Result<std::string> bytes =
         dumped_ ? Result<std::string>(*dumped_) : UnquoteStraceString(args[1], &end);
     if (!bytes.ok()) return Error() << "line " << line_ << ": " << bytes.error().message();
-    if (!dumped_ && (end < args[1].size() || bytes->size() != static_cast<size_t>(count))) {
+    if (!dumped_ && (end < args[1].size() || bytes->size() < static_cast<size_t>(done))) {
         // The hex dump that may follow holds every byte.
-        return Wait(count, time,
-                    android::base::StringPrintf("line %zu: strace's -s cut the read's %" PRId64
-                                                " bytes after %zu; %s",
-                                                line_, count, bytes->size(), kCutAdvice));
-    }
-    Add(CaptureEvent::Kind::kToDaemon, time, std::move(*bytes));
-    return {};
-}
-
-Result<void> StraceReader::Write(int fd, const std::vector<std::string_view>& args,
-                                 std::string_view result, std::optional<double> time) {
-    int64_t written = 0;
-    const std::string_view number = TakeWord(&result);
-    if (!android::base::ParseInt(std::string(number), &written)) {
-        return Error() << "line " << line_ << ": write returned \"" << number << "\"";
-    }
-    if (written < 0) {
-        partial_.erase(fd);
-        Add(CaptureEvent::Kind::kFault, time, {}, std::string(TakeWord(&result)), 0,
-            Fault::kWriteError);
+        cut_ = Cut{std::string(call_),
+                   time,
+                   static_cast<size_t>(done),
+                   {},
+                   fmt::format("line {}: strace's -s cut the {}'s {} bytes after {}; {}", line_,
+                               name, count, bytes->size(), kCutAdvice)};
         return {};
     }
-    int64_t count = 0;
-    if (args.size() < 3 || !android::base::ParseInt(std::string(args[2]), &count)) {
-        return Error() << "line " << line_ << ": write without its buffer and count";
+    if (!write) {
+        Add(CaptureEvent::Kind::kToDaemon, time, std::move(*bytes));
+        return {};
     }
-    size_t end = 0;
-    Result<std::string> bytes =
-        dumped_ ? Result<std::string>(*dumped_) : UnquoteStraceString(args[1], &end);
-    if (!bytes.ok()) return Error() << "line " << line_ << ": " << bytes.error().message();
-    if (!dumped_ && (end < args[1].size() || bytes->size() < static_cast<size_t>(written))) {
-        // The hex dump that may follow holds every byte.
-        return Wait(written, time,
-                    android::base::StringPrintf("line %zu: strace's -s cut the write's %" PRId64
-                                                " bytes after %zu; %s",
-                                                line_, count, bytes->size(), kCutAdvice));
-    }
-    if (partial_.count(fd) == 0) {
-        if (written == count) {
-            Add(CaptureEvent::Kind::kFromDaemon, time, std::move(*bytes));
-            return {};
-        }
-        partial_time_[fd] = time;
-    }
-    std::string& message = partial_[fd];
-    message.append(*bytes, 0, written);
+    const auto [partial, first] = partial_.try_emplace(fd);
+    if (first) partial->second.time = time;
+    partial->second.bytes.append(*bytes, 0, done);
     // A write that took less than it was given is followed by one with the rest.
-    if (written < count) return {};
-    Add(CaptureEvent::Kind::kFromDaemon, partial_time_[fd], std::move(message));
-    partial_.erase(fd);
+    if (done < count) return {};
+    Add(CaptureEvent::Kind::kFromDaemon, partial->second.time, std::move(partial->second.bytes));
+    partial_.erase(partial);
     return {};
 }
 
@@ -415,29 +342,63 @@ void StraceReader::Add(CaptureEvent::Kind kind, std::optional<double> time, std:
     event.state = state;
     event.fault = fault;
     event.line = line_;
-    if (sink_) sink_(event);
+    if (sink_) sink_(event, time && capture_.epoch ? *capture_.epoch + *time : UnixNow());
 }
 
 Result<Capture> StraceReader::Finish() {
     if (cut_) return Error() << cut_->error;
     for (const auto& [fd, partial] : partial_) {
-        Add(CaptureEvent::Kind::kNote, partial_time_[fd], {},
-            android::base::StringPrintf("tarvo > modem: a message cut off after %zu bytes",
-                                        partial.size()));
+        Add(CaptureEvent::Kind::kNote, partial.time, {},
+            fmt::format("tarvo > modem: a message cut off after {} bytes", partial.bytes.size()));
     }
     partial_.clear();
     const bool any_ipc = options_.ipc_fd.has_value() ||
                          std::any_of(nodes_.begin(), nodes_.end(),
                                      [](const auto& node) { return node.second == Node::kIpc; });
     if (!any_ipc && !unknown_.empty()) {
-        std::string fds;
-        for (const auto& [fd, calls] : unknown_) {
-            fds += (fds.empty() ? "" : ", ") + std::to_string(fd);
-        }
-        return Error() << "no descriptor is known as /dev/oem_ipc1 (reads and writes on " << fds
+        return Error() << "no descriptor is known as /dev/oem_ipc1 (reads and writes on "
+                       << android::base::Join(unknown_, ", ")
                        << "): capture with -y, or give --fd N";
     }
     return std::move(capture_);
+}
+
+Result<std::string> MergeStraceFiles(const std::vector<std::string>& paths) {
+    // Each call's line with the lines that belong to it (its dump's rows), at its time.
+    std::vector<std::pair<double, std::string>> blocks;
+    for (const std::string& path : paths) {
+        int pid = 0;
+        const size_t dot = path.rfind('.');
+        if (dot == std::string::npos || !android::base::ParseInt(path.substr(dot + 1), &pid)) {
+            return Error() << path << " is not named PREFIX.PID, as the files of strace -ff -o "
+                           << "PREFIX are; give one capture, or all of one -ff capture";
+        }
+        std::string text;
+        if (!android::base::ReadFileToString(path, &text)) {
+            return ErrnoError() << "cannot read " << path;
+        }
+        const std::string prefix = std::to_string(pid) + " ";
+        size_t line_number = 0;
+        for (const std::string& line : android::base::Split(text, "\n")) {
+            ++line_number;
+            if (android::base::Trim(line).empty()) continue;
+            const std::optional<double> stamp = Seconds(line.substr(0, line.find(' ')));
+            if (stamp) {
+                blocks.emplace_back(*stamp, prefix + line + "\n");
+            } else if (!blocks.empty() && android::base::StartsWith(blocks.back().second, prefix)) {
+                blocks.back().second += line + "\n";
+            } else {
+                return Error() << path << " line " << line_number << ": no time stamp, by which "
+                               << "the files of strace -ff merge; capture with -ttt";
+            }
+        }
+    }
+    // Each file is in its own order already; equal times keep it.
+    std::stable_sort(blocks.begin(), blocks.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::string merged;
+    for (const auto& [time, text] : blocks) merged += text;
+    return merged;
 }
 
 }  // namespace tarvo_emu

@@ -3,8 +3,10 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <android-base/result.h>
 
@@ -28,21 +30,23 @@ struct StraceOptions {
 // that `-e read=FD` and `-e write=FD` print after the call, which holds every byte.
 class StraceReader {
   public:
-    explicit StraceReader(StraceOptions options = {}) : options_(options) {}
+    // Gets an event with its Unix time: the capture's own when it has `-ttt` stamps, else now.
+    using Sink = std::function<void(const CaptureEvent& event, double unix_time)>;
 
-    // Has each event handed to `sink` too, the moment its call is complete: a read or a write
-    // when its result is in, a message of several partial writes with its last one.
-    void SetSink(std::function<void(const CaptureEvent&)> sink) { sink_ = std::move(sink); }
-    // The Unix time of the capture's time 0, once a `-ttt` time stamp told it.
-    std::optional<double> epoch() const { return capture_.epoch; }
+    // Hands each event to `sink` too, when not empty, the moment its call is complete: a read or
+    // a write when its result is in, a message of several partial writes with its last one.
+    explicit StraceReader(StraceOptions options = {}, Sink sink = {})
+        : options_(options), sink_(std::move(sink)) {}
 
     // Reads the next line of the capture; an error names the line and what to do.
     android::base::Result<void> Line(std::string_view line);
     // The capture read so far; an error when nothing was known as the IPC node.
     android::base::Result<Capture> Finish();
 
-  private:
+    // What a descriptor is known to be.
     enum class Node { kOther, kIpc, kBoot };
+
+  private:
     struct Pending {
         std::string head;  // the call up to `<unfinished ...>`
         std::optional<double> time;
@@ -59,38 +63,40 @@ class StraceReader {
     android::base::Result<void> Call(std::string_view text, std::optional<double> time);
     // A line after a cut buffer: a row of its dump, or anything else, which leaves it cut.
     android::base::Result<void> DumpLine(std::string_view line);
-    // Has the call being read wait for the dump of its `size` bytes.
-    android::base::Result<void> Wait(size_t size, std::optional<double> time, std::string error);
-    android::base::Result<void> Read(int fd, const std::vector<std::string_view>& args,
-                                     std::string_view result, std::optional<double> time);
-    android::base::Result<void> Write(int fd, const std::vector<std::string_view>& args,
-                                      std::string_view result, std::optional<double> time);
+    // A read or a write on the IPC node.
+    android::base::Result<void> Transfer(std::string_view name, int fd,
+                                         const std::vector<std::string_view>& args,
+                                         std::string_view result, std::optional<double> time);
     // Adds an event to the capture and hands it to the sink.
     void Add(CaptureEvent::Kind kind, std::optional<double> time, std::string bytes = {},
              std::string text = {}, int state = 0, Fault fault = Fault::kEndOfFile);
     // The descriptor argument `arg` ("5" or "5</dev/oem_ipc1>"), noting the node a path names.
     android::base::Result<int> Descriptor(std::string_view arg);
     Node NodeOf(int fd) const;
-    static Node NodeOfPath(const std::string& path);
     std::optional<double> Time(std::string_view stamp);
 
     StraceOptions options_;
     size_t line_ = 0;
     std::map<int, Node> nodes_;
-    std::map<int, Pending> pending_;      // by thread
-    std::map<int, std::string> partial_;  // a partial write's bytes so far, by descriptor
-    std::map<int, std::optional<double>> partial_time_;
-    std::map<int, size_t> unknown_;  // reads and writes on unknown descriptors
+    std::map<int, Pending> pending_;       // by thread
+    std::map<int, CaptureEvent> partial_;  // a message of partial writes so far, by descriptor
+    std::set<int> unknown_;                // descriptors of reads and writes, not known
     std::optional<int> state_;
     std::optional<double> first_time_;
     std::optional<double> last_time_;
     double day_offset_ = 0;  // for `-t` and `-tt` captures that pass midnight
     std::string last_note_;
     Capture capture_;
-    std::function<void(const CaptureEvent&)> sink_;
+    Sink sink_;
     std::string_view call_;              // the call being read
     std::optional<Cut> cut_;             // a call waiting for its dump
     std::optional<std::string> dumped_;  // a dump's bytes, for the call that waited for them
 };
+
+// The files that `strace -ff -o PREFIX` writes, one per thread (PREFIX.PID), as one capture: each
+// line given its thread's pid, as `-f -o` writes it, and all merged by their time stamps (a
+// line without one, a row of a hex dump, stays after the line before it). Fails on a file that
+// cannot be read, one not named PREFIX.PID, or lines without times (-t, -tt or -ttt).
+android::base::Result<std::string> MergeStraceFiles(const std::vector<std::string>& paths);
 
 }  // namespace tarvo_emu

@@ -1,5 +1,7 @@
 #include "capture/strace_string.h"
 
+#include <ctype.h>
+
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -27,7 +29,56 @@ constexpr std::array<int8_t, 256> kHexValues = [] {
     return values;
 }();
 
+// Where the quoted string starting at `at` ends (after the closing quote), or npos. A quote
+// closes the string unless an odd run of backslashes escapes it; strace's buffers are long,
+// so the search goes by quotes rather than by characters.
+size_t SkipQuoted(std::string_view text, size_t at) {
+    for (size_t quote = text.find('"', at + 1); quote != std::string_view::npos;
+         quote = text.find('"', quote + 1)) {
+        size_t backslashes = 0;
+        while (text[quote - 1 - backslashes] == '\\') ++backslashes;
+        if (backslashes % 2 == 0) return quote + 1;
+    }
+    return std::string_view::npos;
+}
+
 }  // namespace
+
+std::string_view TrimView(std::string_view text) {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r')) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+bool SplitStraceArguments(std::string_view text, std::vector<std::string_view>* args,
+                          size_t* close) {
+    int depth = 0;
+    size_t start = 0;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '"') {
+            i = SkipQuoted(text, i);
+            if (i == std::string_view::npos) return false;
+            --i;
+        } else if (c == '(' || c == '{' || c == '[' ||
+                   (c == '<' && i > 0 && isdigit(static_cast<unsigned char>(text[i - 1])))) {
+            ++depth;
+        } else if ((c == ')' && depth == 0)) {
+            if (i > start || !args->empty())
+                args->push_back(TrimView(text.substr(start, i - start)));
+            *close = i;
+            return true;
+        } else if (c == ')' || c == '}' || c == ']' || (c == '>' && depth > 0)) {
+            --depth;
+        } else if (c == ',' && depth == 0) {
+            args->push_back(TrimView(text.substr(start, i - start)));
+            start = i + 1;
+        }
+    }
+    return false;
+}
 
 Result<std::string> UnquoteStraceString(std::string_view text, size_t* end) {
     if (text.empty() || text[0] != '"') return Error() << "no string where one was expected";

@@ -178,9 +178,9 @@ Result<android::base::unique_fd> TakeOverSignals(void (*on_signal)(), bool inter
     return read_end;
 }
 
-Result<std::unique_ptr<PcapngRecorder>> OpenPcapng(const std::string& path, RigHooks* hooks) {
+Result<std::unique_ptr<PcapngWriter>> OpenPcapng(const std::string& path, RigHooks* hooks) {
     if (path.empty()) return nullptr;
-    Result<std::unique_ptr<PcapngRecorder>> opened = PcapngRecorder::Open(path);
+    Result<std::unique_ptr<PcapngWriter>> opened = PcapngWriter::Open(path);
     if (opened.ok()) (*opened)->Attach(hooks);
     return opened;
 }

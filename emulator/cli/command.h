@@ -12,7 +12,7 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-#include "capture/pcapng_recorder.h"
+#include "capture/pcapng_writer.h"
 #include "rig/rig.h"
 
 namespace tarvo_emu {
@@ -105,7 +105,7 @@ android::base::Result<android::base::unique_fd> TakeOverSignals(void (*on_signal
 
 // The session's pcapng recorder on `path`, attached to the rig that takes `hooks`; none when
 // `path` is empty.
-android::base::Result<std::unique_ptr<PcapngRecorder>> OpenPcapng(const std::string& path,
-                                                                  RigHooks* hooks);
+android::base::Result<std::unique_ptr<PcapngWriter>> OpenPcapng(const std::string& path,
+                                                                RigHooks* hooks);
 
 }  // namespace tarvo_emu

@@ -307,7 +307,7 @@ int RunConsole(const ConsoleOptions& options) {
     LiveOutput output(wake_write.get());
     std::ostream transcript(&output);
     RigHooks hooks;
-    Result<std::unique_ptr<PcapngRecorder>> pcapng = OpenPcapng(options.pcapng, &hooks);
+    Result<std::unique_ptr<PcapngWriter>> pcapng = OpenPcapng(options.pcapng, &hooks);
     if (!pcapng.ok()) return Failed("tarvo-emu console", pcapng.error().message());
     auto session = std::make_unique<ScenarioSession>(scenario, &transcript, nullptr, nullptr,
                                                      std::move(hooks));

@@ -17,12 +17,9 @@
 #include <android-base/unique_fd.h>
 #include <fmt/format.h>
 
-#include "capture/capture_follower.h"
 #include "capture/capture_reader.h"
 #include "capture/capture_scenario.h"
 #include "capture/pcapng_writer.h"
-#include "capture/strace_files.h"
-#include "capture/wireshark_profile.h"
 #include "cli/command.h"
 
 using android::base::Result;

@@ -15,10 +15,8 @@
 #include <android-base/unique_fd.h>
 #include <fmt/format.h>
 
-#include "capture/live_device.h"
-#include "capture/live_rig.h"
-#include "capture/pcapng_recorder.h"
-#include "capture/wireshark_profile.h"
+#include "capture/live_capture.h"
+#include "capture/pcapng_writer.h"
 #include "cli/command.h"
 #include "device/fault.h"
 #include "process/signal_cleanup.h"
@@ -204,7 +202,7 @@ int CaptureSoak(const ExtcapOptions& options, int stop_fd) {
     }
     soak_options.duration = kSoakUntilStopped;
     soak_options.faults = *ParseSoakFaults("all");
-    Result<std::unique_ptr<PcapngRecorder>> recorder = PcapngRecorder::Open(options.fifo);
+    Result<std::unique_ptr<PcapngWriter>> recorder = PcapngWriter::Open(options.fifo);
     if (!recorder.ok()) return Failed("tarvo-rig", recorder.error().message());
     (*recorder)->Attach(&soak_options.hooks);
     SoakRun soak(soak_options);

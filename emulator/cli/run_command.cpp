@@ -47,7 +47,7 @@ int Run(const RunOptions& options) {
     }
     std::ostream full_transcript(transcript_buffer.get());
     RigHooks hooks;
-    Result<std::unique_ptr<PcapngRecorder>> pcapng = OpenPcapng(options.pcapng, &hooks);
+    Result<std::unique_ptr<PcapngWriter>> pcapng = OpenPcapng(options.pcapng, &hooks);
     if (!pcapng.ok()) return Failed("", pcapng.error().message());
     PlaySummary summary;
     Result<void> played =

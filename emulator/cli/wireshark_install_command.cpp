@@ -12,7 +12,7 @@
 #include <android-base/strings.h>
 #include <fmt/format.h>
 
-#include "capture/wireshark_profile.h"
+#include "capture/pcapng_writer.h"
 #include "cli/command.h"
 
 using android::base::ErrnoError;

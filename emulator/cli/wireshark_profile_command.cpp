@@ -1,7 +1,7 @@
 #include <android-base/result.h>
 #include <fmt/format.h>
 
-#include "capture/wireshark_profile.h"
+#include "capture/pcapng_writer.h"
 #include "cli/command.h"
 
 using android::base::Result;

@@ -1,4 +1,4 @@
-#include "capture/live_device.h"
+#include "capture/live_capture.h"
 
 #include <signal.h>
 #include <unistd.h>
@@ -13,6 +13,7 @@
 
 extern char** environ;
 
+using android::base::Error;
 using android::base::Result;
 
 namespace tarvo_emu {
@@ -133,17 +134,11 @@ std::optional<std::string> DeviceErrorAdvice(const std::string& line) {
 
 LiveDevice::LiveDevice(std::unique_ptr<PcapngWriter> writer,
                        std::function<void(const std::string&)> on_error_line)
-    : writer_(std::move(writer)), on_error_line_(std::move(on_error_line)) {
-    reader_.SetSink([this](const CaptureEvent& event) {
-        const std::optional<double> epoch = reader_.epoch();
-        const double now =
-            std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch())
-                .count();
-        WriteEvent(writer_.get(), event, event.time && epoch ? *epoch + *event.time : now);
-    });
-}
-
-LiveDevice::~LiveDevice() = default;
+    : writer_(std::move(writer)),
+      on_error_line_(std::move(on_error_line)),
+      reader_({}, [this](const CaptureEvent& event, double unix_time) {
+          WriteEvent(writer_.get(), event, unix_time);
+      }) {}
 
 Result<std::unique_ptr<LiveDevice>> LiveDevice::Start(
     const std::string& command, const std::string& output,
@@ -192,6 +187,45 @@ Result<void> LiveDevice::Close() {
     // Notes a message that the end cut off; what was read has been written already.
     reader_.Finish();
     return writer_->Close();
+}
+
+LiveRig::LiveRig(const tarvo_scenario::Scenario& scenario, const ScenarioOrigin& origin,
+                 std::unique_ptr<PcapngWriter> recorder)
+    : scenario_(scenario), origin_(origin), recorder_(std::move(recorder)) {
+    RigHooks hooks;
+    recorder_->Attach(&hooks);
+    session_ =
+        std::make_unique<ScenarioSession>(scenario_, nullptr, &origin_, nullptr, std::move(hooks));
+}
+
+Result<std::unique_ptr<LiveRig>> LiveRig::Start(const tarvo_scenario::Scenario& scenario,
+                                                const ScenarioOrigin& origin,
+                                                const std::string& output) {
+    Result<std::unique_ptr<PcapngWriter>> recorder = PcapngWriter::Open(output);
+    if (!recorder.ok()) return recorder.error();
+    std::unique_ptr<LiveRig> live(new LiveRig(scenario, origin, std::move(*recorder)));
+    if (Result<void> started = live->session_->Start(); !started.ok()) return started.error();
+    return live;
+}
+
+Result<void> LiveRig::Play(const std::string& client) {
+    google::protobuf::RepeatedPtrField<tarvo_scenario::Step> steps = scenario_.step();
+    if (!client.empty()) steps.Add()->set_client(client);
+    for (int index = 0; index < steps.size(); ++index) {
+        if (StepResult played = session_->Play(steps[index], index); !played.ok()) {
+            recorder_->OnNote("FAILED " + played.error().message());
+            return Error() << played.error().message();
+        }
+    }
+    return {};
+}
+
+void LiveRig::Stop() { session_->CancelStep(); }
+
+Result<void> LiveRig::Close() {
+    // The stream ends with the daemon's last lines, once the rig is gone.
+    session_.reset();
+    return recorder_->Close();
 }
 
 }  // namespace tarvo_emu

@@ -11,8 +11,14 @@
 #include "capture/pcapng_writer.h"
 #include "capture/strace_reader.h"
 #include "process/child_process.h"
+#include "scenario/scenario.pb.h"
+#include "scenario/scenario_loader.h"
+#include "scenario/scenario_player.h"
 
 namespace tarvo_emu {
+
+// The live sources of Wireshark's capture interfaces: a phone's daemon under strace, and a rig
+// session. Each writes a pcapng stream (a fifo that Wireshark reads) as things happen.
 
 // The shell command that prints strace's lines of the daemon on a phone, over adb (`-s serial`
 // when not empty), with the capture guide's strace line writing to standard output. Each thing
@@ -40,7 +46,6 @@ class LiveDevice {
     static android::base::Result<std::unique_ptr<LiveDevice>> Start(
         const std::string& command, const std::string& output,
         std::function<void(const std::string&)> on_error_line);
-    ~LiveDevice();
 
     // Waits for the command's end; its exit status, 128 + the signal's number when Stop ended it.
     int Wait();
@@ -60,6 +65,37 @@ class LiveDevice {
     bool refused_ = false;
     std::unique_ptr<ChildProcess> command_;
     pid_t group_ = 0;
+};
+
+// A rig session captured as it happens: a scenario played with every message, fault and log line
+// written to a pcapng stream (a fifo that Wireshark reads) the moment it happens, exactly as
+// `run --pcapng` writes them; then the daemon left running, so that what it does next (a
+// restart, a client's request, nothing) is captured too, until Stop.
+class LiveRig {
+  public:
+    // Opens `output` (blocking until a fifo's reader opens it) and starts the rig with the
+    // scenario's setup.
+    static android::base::Result<std::unique_ptr<LiveRig>> Start(
+        const tarvo_scenario::Scenario& scenario, const ScenarioOrigin& origin,
+        const std::string& output);
+
+    // Plays the scenario's steps, then runs `tarvo` with `client`'s arguments when not empty. A
+    // step that fails ends the steps; it is a note in the capture and the error says which.
+    android::base::Result<void> Play(const std::string& client);
+    // Ends the step being played at its next wait; callable from a signal handler.
+    void Stop();
+    // Stops the daemon and the rig, then closes the stream; an error when it could not be
+    // written.
+    android::base::Result<void> Close();
+
+  private:
+    LiveRig(const tarvo_scenario::Scenario& scenario, const ScenarioOrigin& origin,
+            std::unique_ptr<PcapngWriter> recorder);
+
+    tarvo_scenario::Scenario scenario_;
+    ScenarioOrigin origin_;
+    std::unique_ptr<PcapngWriter> recorder_;
+    std::unique_ptr<ScenarioSession> session_;
 };
 
 }  // namespace tarvo_emu
