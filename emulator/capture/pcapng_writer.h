@@ -11,7 +11,7 @@
 #include "capture/capture.h"
 #include "nodes/ipc_node.h"
 #include "process/log_line.h"
-#include "rig/rig_hooks.h"
+#include "rig/rig.h"
 
 namespace tarvo_emu {
 
