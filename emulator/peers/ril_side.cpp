@@ -138,10 +138,6 @@ std::optional<RilRequest> RilSide::Await(uint32_t request, const std::optional<s
         timeout);
 }
 
-std::optional<RilRequest> RilSide::NextNew(std::chrono::milliseconds timeout) {
-    return received_.NextNew(timeout);
-}
-
 void RilSide::Deliver(const Answer& answer) {
     transcript_->Ril(Transcript::Direction::kToDaemon,
                      fmt::format("request: {} error: {}", answer.request, answer.error));

@@ -60,10 +60,9 @@ class RilSide {
     // given), waiting up to `timeout`.
     std::optional<RilRequest> Await(uint32_t request, const std::optional<std::string>& data,
                                     std::chrono::milliseconds timeout);
-    // The first request sent from now on, if one comes within `timeout`.
-    std::optional<RilRequest> NextNew(std::chrono::milliseconds timeout);
     std::vector<RilRequest> received() const { return received_.All(); }
-    const EventList<RilRequest>& received_events() const { return received_; }
+    // Every request sent, for steps to await or look at.
+    EventList<RilRequest>& received_events() { return received_; }
 
   private:
     struct Connection;

@@ -38,45 +38,45 @@ void AwaitServerPid(Rig& rig) {
 
 tarvo_scenario::Fault SchemaFault(Fault fault) { return static_cast<tarvo_scenario::Fault>(fault); }
 
-Result<void> PlayModemState(StepPlayer& player, const StepCall& call) {
-    player.rig().SetModemState(call.step.modem_state());
+Result<void> PlayModemState(StepPlayer& player, const tarvo_scenario::Step& step) {
+    player.rig().SetModemState(step.modem_state());
     return {};
 }
 
-Result<void> PlayFault(StepPlayer& player, const StepCall& call) {
-    if (call.step.fault() == tarvo_scenario::NO_FAULT) return Error() << "no fault named";
-    player.rig().InjectFault(static_cast<Fault>(call.step.fault()));
+Result<void> PlayFault(StepPlayer& player, const tarvo_scenario::Step& step) {
+    if (step.fault() == tarvo_scenario::NO_FAULT) return Error() << "no fault named";
+    player.rig().InjectFault(static_cast<Fault>(step.fault()));
     return {};
 }
 
-Result<void> PlayRestartDaemon(StepPlayer& player, const StepCall& call) {
-    if (!call.step.restart_daemon()) return {};
+Result<void> PlayRestartDaemon(StepPlayer& player, const tarvo_scenario::Step& step) {
+    if (!step.restart_daemon()) return {};
     if (Result<void> restarted = player.rig().RestartDaemon(); !restarted.ok()) {
         return Error() << "restart: " << restarted.error();
     }
     return {};
 }
 
-Result<void> PlaySignalDaemon(StepPlayer& player, const StepCall& call) {
+Result<void> PlaySignalDaemon(StepPlayer& player, const tarvo_scenario::Step& step) {
     Result<pid_t> pid = player.AwaitDaemonPid();
     if (!pid.ok()) return pid.error();
-    if (kill(*pid, static_cast<int>(call.step.signal_daemon())) != 0) {
+    if (kill(*pid, static_cast<int>(step.signal_daemon())) != 0) {
         return ErrnoError() << "kill " << *pid;
     }
     return {};
 }
 
-Result<void> PlayClient(StepPlayer& player, const StepCall& call) {
+Result<void> PlayClient(StepPlayer& player, const tarvo_scenario::Step& step) {
     std::vector<std::string> argv;
-    for (const std::string& arg : android::base::Split(call.step.client(), " ")) {
+    for (const std::string& arg : android::base::Split(step.client(), " ")) {
         if (!arg.empty()) argv.push_back(arg);
     }
     AwaitServerPid(player.rig());
     Result<ProcessResult> result = player.rig().RunClient(argv);
     if (!result.ok()) return result.error();
     if (result->timed_out) return Error() << "the client did not end within 10 s";
-    if (result->status != call.step.exit_status()) {
-        return Errorf("the client exited with {}, not {}", result->status, call.step.exit_status());
+    if (result->status != step.exit_status()) {
+        return Errorf("the client exited with {}, not {}", result->status, step.exit_status());
     }
     return {};
 }

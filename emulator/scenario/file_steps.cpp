@@ -10,8 +10,7 @@
 #include "process/wait_until.h"
 #include "scenario/generated_data.h"
 #include "scenario/near_miss.h"
-#include "scenario/scenario_setup.h"
-#include "scenario/step_regex.h"
+#include "scenario/step_check.h"
 
 using android::base::Error;
 using android::base::Result;
@@ -68,21 +67,21 @@ Result<void> CheckFile(Rig& rig, const ExpectFile& expect) {
 
 }  // namespace
 
-Result<void> PlayWriteFile(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::SeedFile& file = call.step.write_file();
+Result<void> PlayWriteFile(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::SeedFile& file = step.write_file();
     if (player.rig().WriteFile(file.path(), SeedContent(file), SeedMode(file)).ok()) return {};
     return Error() << "cannot write " << file.path();
 }
 
-Result<void> PlayRemoveFile(StepPlayer& player, const StepCall& call) {
-    if (player.rig().RemoveFile(call.step.remove_file()).ok()) return {};
-    return Error() << "cannot remove " << call.step.remove_file();
+Result<void> PlayRemoveFile(StepPlayer& player, const tarvo_scenario::Step& step) {
+    if (player.rig().RemoveFile(step.remove_file()).ok()) return {};
+    return Error() << "cannot remove " << step.remove_file();
 }
 
 // Files that the daemon writes without a log line after them (the pid file) are checked again
 // until they hold or the step's time is up.
-Result<void> PlayExpectFile(StepPlayer& player, const StepCall& call) {
-    const ExpectFile& expect = call.step.expect_file();
+Result<void> PlayExpectFile(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const ExpectFile& expect = step.expect_file();
     Result<void> checked;
     WaitUntil(
         [&] {
@@ -93,15 +92,15 @@ Result<void> PlayExpectFile(StepPlayer& player, const StepCall& call) {
     return checked;
 }
 
-Result<void> PlaySetProperty(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::Property& property = call.step.set_property();
+Result<void> PlaySetProperty(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::Property& property = step.set_property();
     if (player.rig().SetProperty(property.name(), property.value())) return {};
     return Error() << "the property store refuses " << property.name() << " = "
                    << QuotedBytes(property.value());
 }
 
-Result<void> PlayExpectProperty(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::ExpectProperty& expect = call.step.expect_property();
+Result<void> PlayExpectProperty(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::ExpectProperty& expect = step.expect_property();
     const std::optional<std::string> value = player.rig().Property(expect.name());
     if (!expect.has_value()) {
         if (!value) return {};

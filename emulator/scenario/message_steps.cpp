@@ -41,6 +41,7 @@ Result<void> PlayReadTrain(Rig& rig, const tarvo_scenario::GeneratedSend& send,
     const uint32_t first_offset = reflection->GetUInt32(*request, offset_field);
     const milliseconds timeout = StepTimeout(send.has_timeout_ms(), send.timeout_ms());
     const uint32_t first_token = message.token();
+    EventList<tarvo_message::TarvoMessage>& received = rig.modem().received_events();
     for (size_t start = 0, block = 0; start < data.size(); start += send.block_size(), ++block) {
         const std::string expected = data.substr(start, send.block_size());
         const uint32_t token = first_token + block;
@@ -48,7 +49,7 @@ Result<void> PlayReadTrain(Rig& rig, const tarvo_scenario::GeneratedSend& send,
         reflection->SetUInt32(request, offset_field, first_offset + start);
         reflection->SetUInt32(request, size_field, expected.size());
         rig.Send(message);
-        const std::optional<tarvo_message::TarvoMessage> response = rig.modem().Await(
+        const std::optional<tarvo_message::TarvoMessage> response = received.Take(
             [token](const tarvo_message::TarvoMessage& response) {
                 return response.type() == tarvo_message::RESPONSE && response.token() == token;
             },
@@ -78,19 +79,19 @@ bool PayloadsEqual(const tarvo_message::TarvoMessage& a, const tarvo_message::Ta
 
 }  // namespace
 
-Result<void> PlaySend(StepPlayer& player, const StepCall& call) {
-    player.rig().Send(call.step.send());
+Result<void> PlaySend(StepPlayer& player, const tarvo_scenario::Step& step) {
+    player.rig().Send(step.send());
     return {};
 }
 
-Result<void> PlaySendRaw(StepPlayer& player, const StepCall& call) {
-    player.rig().modem().SendRaw(call.step.send_raw());
+Result<void> PlaySendRaw(StepPlayer& player, const tarvo_scenario::Step& step) {
+    player.rig().modem().SendRaw(step.send_raw());
     return {};
 }
 
-Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
+Result<void> PlaySendGenerated(StepPlayer& player, const tarvo_scenario::Step& step) {
     using google::protobuf::FieldDescriptor;
-    const tarvo_scenario::GeneratedSend& send = call.step.send_generated();
+    const tarvo_scenario::GeneratedSend& send = step.send_generated();
     if (Result<void> playable = CheckGeneratedSend(send); !playable.ok()) return playable;
     Rig& rig = player.rig();
     const std::string data = GeneratedBytes(send.data());
@@ -110,6 +111,7 @@ Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
     const uint32_t first_offset = reflection->GetUInt32(*payload, offset_field);
     const milliseconds timeout = StepTimeout(send.has_timeout_ms(), send.timeout_ms());
     const uint32_t first_token = message.token();
+    EventList<tarvo_message::TarvoMessage>& received = rig.modem().received_events();
     for (size_t start = 0, block = 0; start < data.size(); start += send.block_size(), ++block) {
         const uint32_t token = first_token + block;
         message.set_token(token);
@@ -120,14 +122,14 @@ Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
             return response.type() == tarvo_message::RESPONSE && response.token() == token;
         };
         if (!player.WaitUnlessCancelled(
-                timeout, [&](milliseconds slice) { return rig.modem().WaitFor(answers, slice); })) {
+                timeout, [&](milliseconds slice) { return received.Wait(answers, slice); })) {
             return Errorf("no response to the block at {} (token {}) within {} ms", start, token,
                           timeout.count());
         }
         const auto succeeded = [&answers](const tarvo_message::TarvoMessage& response) {
             return answers(response) && response.result() == 0;
         };
-        if (!rig.modem().Await(succeeded, milliseconds(0))) {
+        if (!received.Take(succeeded, milliseconds(0))) {
             rig.transcript().Note(
                 fmt::format("the block at {} was not a success: transfer ended", start));
             return {};
@@ -136,23 +138,24 @@ Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
     return {};
 }
 
-Result<void> PlayAutoReply(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::AutoReply& step = call.step.auto_reply();
+Result<void> PlayAutoReply(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::AutoReply& reply = step.auto_reply();
     AutoReply rule;
-    rule.no_reply = step.no_reply();
-    rule.result = step.result();
-    if (step.has_delay_ms()) rule.delay = milliseconds(step.delay_ms());
-    rule.overrides = step.reply();
-    player.rig().SetAutoReply(step.payload_case(), std::move(rule));
+    rule.no_reply = reply.no_reply();
+    rule.result = reply.result();
+    if (reply.has_delay_ms()) rule.delay = milliseconds(reply.delay_ms());
+    rule.overrides = reply.reply();
+    player.rig().SetAutoReply(reply.payload_case(), std::move(rule));
     return {};
 }
 
-Result<void> PlayExpect(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::Expect& expect = call.step.expect();
+Result<void> PlayExpect(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::Expect& expect = step.expect();
     Rig& rig = player.rig();
     const milliseconds timeout = StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
     std::optional<std::string> data;
     if (expect.has_data()) data = GeneratedBytes(expect.data());
+    EventList<tarvo_message::TarvoMessage>& received = rig.modem().received_events();
     tarvo_message::TarvoMessage header = expect.message();
     header.clear_payload();
     // Every field but the generated data, which is compared apart.
@@ -164,13 +167,13 @@ Result<void> PlayExpect(StepPlayer& player, const StepCall& call) {
         return matches_but_data(message) && (!data || PayloadData(message) == data);
     };
     if (player.WaitUnlessCancelled(timeout, [&](milliseconds slice) {
-            return rig.modem().Await(matches, slice).has_value();
+            return received.Take(matches, slice).has_value();
         })) {
         return {};
     }
     Error failure;
     failure << fmt::format("no such message from the daemon within {} ms", timeout.count());
-    const std::vector<tarvo_message::TarvoMessage> untaken = rig.modem().untaken();
+    const std::vector<tarvo_message::TarvoMessage> untaken = received.Untaken();
     if (data) {
         const auto near = std::find_if(untaken.begin(), untaken.end(), matches_but_data);
         if (near != untaken.end()) {
@@ -183,13 +186,12 @@ Result<void> PlayExpect(StepPlayer& player, const StepCall& call) {
     return failure << NearestMessages(untaken, expect.message(), expect.exact_payload());
 }
 
-Result<void> PlayExpectSilence(StepPlayer& player, const StepCall& call) {
-    const auto& received = player.rig().modem().received_events();
+Result<void> PlayExpectSilence(StepPlayer& player, const tarvo_scenario::Step& step) {
+    auto& received = player.rig().modem().received_events();
     const size_t before = received.size();
-    player.WaitUnlessCancelled(
-        milliseconds(call.step.expect_silence_ms()), [&](milliseconds slice) {
-            return player.rig().modem().NextNew(slice).has_value() || received.size() > before;
-        });
+    player.WaitUnlessCancelled(milliseconds(step.expect_silence_ms()), [&](milliseconds slice) {
+        return received.NextNew(slice).has_value() || received.size() > before;
+    });
     if (received.size() == before) return {};
     return Error() << "the daemon sent { " << ShortText(received.All()[before]) << " }";
 }

@@ -24,8 +24,8 @@ constexpr milliseconds kThermalPollInterval{10};
 
 }  // namespace
 
-Result<void> PlayExpectUplink(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::ExpectUplink& expect = call.step.expect_uplink();
+Result<void> PlayExpectUplink(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::ExpectUplink& expect = step.expect_uplink();
     const auto holds = [&expect](const TestNode::Uplink& uplink) {
         if (expect.has_writes() && uplink.writes != expect.writes()) return false;
         if (expect.has_bytes() && uplink.bytes != expect.bytes()) return false;
@@ -48,8 +48,8 @@ Result<void> PlayExpectUplink(StepPlayer& player, const StepCall& call) {
                   uplink.writes, uplink.bytes, uplink.failed, sizes);
 }
 
-Result<void> PlayExpectThermalWrites(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::ExpectThermalWrites& expect = call.step.expect_thermal_writes();
+Result<void> PlayExpectThermalWrites(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::ExpectThermalWrites& expect = step.expect_thermal_writes();
     size_t& seen = player.state().thermal_writes_seen;
     const std::vector<std::string> expected(expect.write().begin(), expect.write().end());
     const auto deadline = std::chrono::steady_clock::now() +

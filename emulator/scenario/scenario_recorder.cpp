@@ -8,7 +8,6 @@
 #include <android-base/strings.h>
 
 #include "peers/transcript.h"
-#include "scenario/expect_step.h"
 #include "scenario/scenario_text.h"
 
 using android::base::Result;

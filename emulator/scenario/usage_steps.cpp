@@ -47,8 +47,8 @@ Result<void> CompareUsage(const tarvo_scenario::ExpectUsage& expect, const Usage
 
 }  // namespace
 
-Result<void> PlayMark(StepPlayer& player, const StepCall& call) {
-    const std::string& name = call.step.mark();
+Result<void> PlayMark(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const std::string& name = step.mark();
     Result<pid_t> pid = player.AwaitDaemonPid();
     if (!pid.ok()) return pid.error();
     UsageMark usage = UsageOf(*pid);
@@ -60,8 +60,8 @@ Result<void> PlayMark(StepPlayer& player, const StepCall& call) {
     return {};
 }
 
-Result<void> PlayExpectUsage(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::ExpectUsage& expect = call.step.expect_usage();
+Result<void> PlayExpectUsage(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::ExpectUsage& expect = step.expect_usage();
     const auto& marks = player.state().marks;
     const auto mark = marks.find(expect.mark());
     if (mark == marks.end()) return Error() << "no mark \"" << expect.mark() << "\"";
