@@ -112,8 +112,7 @@ void RilSide::Serve(std::shared_ptr<Connection> connection) {
 
 void RilSide::SetReply(uint32_t request, RilReplyRule rule) {
     std::lock_guard<std::mutex> lock(mutex_);
-    const std::optional<uint32_t> count = rule.count;
-    rules_.push_back({request, std::move(rule), count});
+    rules_.emplace_back(request, std::move(rule));
 }
 
 RilReplyRule RilSide::TakeRule(uint32_t request) {
@@ -121,9 +120,10 @@ RilReplyRule RilSide::TakeRule(uint32_t request) {
     for (const uint32_t key : {request, kAnyRequest}) {
         // The latest rule that still answers wins.
         for (auto rule = rules_.rbegin(); rule != rules_.rend(); ++rule) {
-            if (rule->request != key || rule->remaining == 0u) continue;
-            if (rule->remaining) --*rule->remaining;
-            return rule->reply;
+            std::optional<uint32_t>& count = rule->second.count;
+            if (rule->first != key || count == 0u) continue;
+            if (count) --*count;
+            return rule->second;
         }
     }
     return {};

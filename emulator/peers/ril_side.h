@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <android-base/result.h>
@@ -72,11 +73,6 @@ class RilSide {
         uint32_t request;
         int error;
     };
-    struct Rule {
-        uint32_t request;
-        RilReplyRule reply;
-        std::optional<uint32_t> remaining;
-    };
 
     void AcceptLoop();
     void Serve(std::shared_ptr<Connection> connection);
@@ -90,7 +86,8 @@ class RilSide {
     std::thread accept_thread_;
 
     std::mutex mutex_;
-    std::vector<Rule> rules_ GUARDED_BY(mutex_);
+    // By request id, in the order set; a limited rule's count goes down as it answers.
+    std::vector<std::pair<uint32_t, RilReplyRule>> rules_ GUARDED_BY(mutex_);
     std::vector<std::shared_ptr<Connection>> connections_ GUARDED_BY(mutex_);
     bool stopping_ = false;
     // Last, so that no answer runs once the rest is gone.

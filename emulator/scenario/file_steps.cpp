@@ -1,10 +1,14 @@
 #include "scenario/step_handlers.h"
 
+#include <algorithm>
 #include <chrono>
 #include <optional>
 #include <regex>
+#include <string>
+#include <vector>
 
 #include <android-base/result.h>
+#include <fmt/format.h>
 
 #include "peers/transcript.h"
 #include "process/wait_until.h"
@@ -23,6 +27,8 @@ namespace {
 
 // How often a file expectation looks again.
 constexpr milliseconds kFilePollInterval{10};
+// How often the thermal writes are looked at again.
+constexpr milliseconds kThermalPollInterval{10};
 
 // Whether `content` and `mode` are what `expect` says.
 Result<void> CheckHoldings(const ExpectFile& expect, const std::string& content,
@@ -109,6 +115,49 @@ Result<void> PlayExpectProperty(StepPlayer& player, const tarvo_scenario::Step& 
     if (!value) return Error() << "the property is not set";
     if (*value != expect.value()) return Error() << "the property is " << QuotedBytes(*value);
     return {};
+}
+
+Result<void> PlayExpectUplink(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::ExpectUplink& expect = step.expect_uplink();
+    const auto holds = [&expect](const TestNode::Uplink& uplink) {
+        if (expect.has_writes() && uplink.writes != expect.writes()) return false;
+        if (expect.has_bytes() && uplink.bytes != expect.bytes()) return false;
+        if (expect.has_failed() && uplink.failed != expect.failed()) return false;
+        for (const auto& [size, writes] : expect.writes_by_size()) {
+            const auto it = uplink.writes_by_size.find(size);
+            if ((it == uplink.writes_by_size.end() ? 0 : it->second) != writes) return false;
+        }
+        return true;
+    };
+    const milliseconds timeout = StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
+    TestNode& node = player.rig().emulator().test();
+    if (node.WaitForUplink(holds, timeout)) return {};
+    const TestNode::Uplink uplink = node.uplink();
+    std::string sizes;
+    for (const auto& [size, writes] : uplink.writes_by_size) {
+        sizes += fmt::format(" {}:{}", size, writes);
+    }
+    return Errorf("after {} ms: writes {}, bytes {}, failed {}, by size {{{} }}", timeout.count(),
+                  uplink.writes, uplink.bytes, uplink.failed, sizes);
+}
+
+Result<void> PlayExpectThermalWrites(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::ExpectThermalWrites& expect = step.expect_thermal_writes();
+    size_t& seen = player.state().thermal_writes_seen;
+    const std::vector<std::string> expected(expect.write().begin(), expect.write().end());
+    std::vector<std::string> all;
+    WaitUntil(
+        [&] {
+            all = player.rig().emulator().temp().writes();
+            return all.size() - std::min(seen, all.size()) >= expected.size();
+        },
+        StepTimeout(expect.has_timeout_ms(), expect.timeout_ms()), kThermalPollInterval);
+    const std::vector<std::string> writes(all.begin() + std::min(seen, all.size()), all.end());
+    seen = all.size();
+    if (writes == expected) return {};
+    std::string shown;
+    for (const std::string& write : writes) shown += " " + QuotedBytes(write);
+    return Errorf("{} writes:", writes.size()) << shown;
 }
 
 }  // namespace tarvo_emu
