@@ -104,8 +104,9 @@ void RilSide::Serve(std::shared_ptr<Connection> connection) {
         received_.Add(std::move(request));
         if (rule.no_reply) continue;
 
-        const Answer answer = {connection, header.serial, header.request, rule.error};
-        answers_.After(rule.delay, [this, answer] { Deliver(answer); });
+        answers_.After(rule.delay, [this, connection, header, error = rule.error] {
+            Deliver(*connection, header.serial, header.request, error);
+        });
     }
     transcript_->Note("ril: client disconnected");
 }
@@ -138,11 +139,11 @@ std::optional<RilRequest> RilSide::Await(uint32_t request, const std::optional<s
         timeout);
 }
 
-void RilSide::Deliver(const Answer& answer) {
+void RilSide::Deliver(const Connection& connection, uint32_t serial, uint32_t request, int error) {
     transcript_->Ril(Transcript::Direction::kToDaemon,
-                     fmt::format("request: {} error: {}", answer.request, answer.error));
-    const RilWireAnswer packet = {answer.serial, answer.error};
-    send(answer.connection->fd.get(), &packet, sizeof(packet), MSG_NOSIGNAL);
+                     fmt::format("request: {} error: {}", request, error));
+    const RilWireAnswer packet = {serial, error};
+    send(connection.fd.get(), &packet, sizeof(packet), MSG_NOSIGNAL);
 }
 
 }  // namespace tarvo_emu

@@ -67,18 +67,12 @@ class RilSide {
 
   private:
     struct Connection;
-    struct Answer {
-        std::shared_ptr<Connection> connection;
-        uint32_t serial;
-        uint32_t request;
-        int error;
-    };
 
     void AcceptLoop();
     void Serve(std::shared_ptr<Connection> connection);
     // The rule for a request, counting it against a limited rule.
     RilReplyRule TakeRule(uint32_t request);
-    void Deliver(const Answer& answer);
+    void Deliver(const Connection& connection, uint32_t serial, uint32_t request, int error);
 
     Transcript* transcript_;
     EventList<RilRequest> received_;
