@@ -26,48 +26,24 @@ namespace tarvo_emu {
 
 namespace {
 
-// Reads `data` back in blocks: one read request per block, each response's data checked
-// against the block's bytes.
-Result<void> PlayReadTrain(Rig& rig, const tarvo_scenario::GeneratedSend& send,
-                           const std::string& data) {
-    using google::protobuf::FieldDescriptor;
-    tarvo_message::TarvoMessage message = send.message();
-    google::protobuf::Message* request = InnermostPayload(&message);
-    const FieldDescriptor* offset_field =
-        *TransferField(*request, "offset", FieldDescriptor::TYPE_UINT32);
-    const FieldDescriptor* size_field =
-        *TransferField(*request, "max_data_size", FieldDescriptor::TYPE_UINT32);
-    const google::protobuf::Reflection* reflection = request->GetReflection();
-    const uint32_t first_offset = reflection->GetUInt32(*request, offset_field);
-    const milliseconds timeout = StepTimeout(send.has_timeout_ms(), send.timeout_ms());
-    const uint32_t first_token = message.token();
-    EventList<tarvo_message::TarvoMessage>& received = rig.modem().received_events();
-    for (size_t start = 0, block = 0; start < data.size(); start += send.block_size(), ++block) {
-        const std::string expected = data.substr(start, send.block_size());
-        const uint32_t token = first_token + block;
-        message.set_token(token);
-        reflection->SetUInt32(request, offset_field, first_offset + start);
-        reflection->SetUInt32(request, size_field, expected.size());
-        rig.Send(message);
-        const std::optional<tarvo_message::TarvoMessage> response = received.Take(
-            [token](const tarvo_message::TarvoMessage& response) {
-                return response.type() == tarvo_message::RESPONSE && response.token() == token;
-            },
-            timeout);
-        if (!response) {
-            return Errorf("no response to the read at {} (token {}) within {} ms", start, token,
-                          timeout.count());
-        }
-        if (response->result() != 0) {
-            return Errorf("the read at {} (token {}) failed: {{ {} }}", start, token,
-                          ShortText(*response));
-        }
-        const std::optional<std::string> read = PayloadData(*response);
-        if (!read) return Errorf("the response to the read at {} holds no data", start);
-        if (*read != expected) {
-            return Errorf("the read at {} (token {}) holds other bytes: ", start, token)
-                   << FirstDifference(*read, expected, start);
-        }
+// Whether the daemon's `response` to the read of `expected` at `start` (token `token`) holds
+// exactly those bytes.
+Result<void> CheckReadBlock(const std::optional<tarvo_message::TarvoMessage>& response,
+                            const std::string& expected, size_t start, uint32_t token,
+                            milliseconds timeout) {
+    if (!response) {
+        return Errorf("no response to the read at {} (token {}) within {} ms", start, token,
+                      timeout.count());
+    }
+    if (response->result() != 0) {
+        return Errorf("the read at {} (token {}) failed: {{ {} }}", start, token,
+                      ShortText(*response));
+    }
+    const std::optional<std::string> read = PayloadData(*response);
+    if (!read) return Errorf("the response to the read at {} holds no data", start);
+    if (*read != expected) {
+        return Errorf("the read at {} (token {}) holds other bytes: ", start, token)
+               << FirstDifference(*read, expected, start);
     }
     return {};
 }
@@ -89,6 +65,8 @@ Result<void> PlaySendRaw(StepPlayer& player, const tarvo_scenario::Step& step) {
     return {};
 }
 
+// A payload without a data field makes a read train: each block is asked for by its
+// max_data_size and read back.
 Result<void> PlaySendGenerated(StepPlayer& player, const tarvo_scenario::Step& step) {
     using google::protobuf::FieldDescriptor;
     const tarvo_scenario::GeneratedSend& send = step.send_generated();
@@ -97,11 +75,11 @@ Result<void> PlaySendGenerated(StepPlayer& player, const tarvo_scenario::Step& s
     const std::string data = GeneratedBytes(send.data());
     tarvo_message::TarvoMessage message = send.message();
     google::protobuf::Message* payload = InnermostPayload(&message);
+    const google::protobuf::Reflection* reflection = payload->GetReflection();
     const Result<const FieldDescriptor*> data_field =
         TransferField(*payload, "data", FieldDescriptor::TYPE_BYTES);
-    if (!data_field.ok()) return PlayReadTrain(rig, send, data);
-    const google::protobuf::Reflection* reflection = payload->GetReflection();
-    if (!send.has_block_size()) {
+    const bool read = !data_field.ok();
+    if (!read && !send.has_block_size()) {
         reflection->SetString(payload, *data_field, data);
         rig.Send(message);
         return {};
@@ -113,14 +91,27 @@ Result<void> PlaySendGenerated(StepPlayer& player, const tarvo_scenario::Step& s
     const uint32_t first_token = message.token();
     EventList<tarvo_message::TarvoMessage>& received = rig.modem().received_events();
     for (size_t start = 0, block = 0; start < data.size(); start += send.block_size(), ++block) {
+        const std::string bytes = data.substr(start, send.block_size());
         const uint32_t token = first_token + block;
         message.set_token(token);
         reflection->SetUInt32(payload, offset_field, first_offset + start);
-        reflection->SetString(payload, *data_field, data.substr(start, send.block_size()));
+        if (read) {
+            reflection->SetUInt32(
+                payload, *TransferField(*payload, "max_data_size", FieldDescriptor::TYPE_UINT32),
+                bytes.size());
+        } else {
+            reflection->SetString(payload, *data_field, bytes);
+        }
         rig.Send(message);
         const auto answers = [token](const tarvo_message::TarvoMessage& response) {
             return response.type() == tarvo_message::RESPONSE && response.token() == token;
         };
+        if (read) {
+            Result<void> checked =
+                CheckReadBlock(received.Take(answers, timeout), bytes, start, token, timeout);
+            if (!checked.ok()) return checked;
+            continue;
+        }
         if (!player.WaitUnlessCancelled(
                 timeout, [&](milliseconds slice) { return received.Wait(answers, slice); })) {
             return Errorf("no response to the block at {} (token {}) within {} ms", start, token,
