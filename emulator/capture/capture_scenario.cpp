@@ -14,7 +14,6 @@
 
 #include "capture/capture_reader.h"
 #include "device/device_facts.h"
-#include "scenario/expect_step.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/scenario_text.h"
 #include "scenario/step_handlers.h"

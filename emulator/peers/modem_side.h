@@ -9,10 +9,12 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 #include <android-base/thread_annotations.h>
 
 #include "nodes/ipc_node.h"
+#include "nodes/test_node.h"
 #include "peers/transcript.h"
 #include "process/delayed_calls.h"
 #include "process/event_list.h"
@@ -56,21 +58,9 @@ class ModemSide {
     // field set in `partial` equal, others ignored), waiting up to `timeout`.
     std::optional<tarvo_message::TarvoMessage> Await(const tarvo_message::TarvoMessage& partial,
                                                      std::chrono::milliseconds timeout);
-    // Takes the earliest message from the daemon not taken before for which `matches` holds.
-    std::optional<tarvo_message::TarvoMessage> Await(
-        const EventList<tarvo_message::TarvoMessage>::Predicate& matches,
-        std::chrono::milliseconds timeout);
-    // Waits for such a message, taken or not, without taking it.
-    bool WaitFor(const EventList<tarvo_message::TarvoMessage>::Predicate& matches,
-                 std::chrono::milliseconds timeout) {
-        return received_.Wait(matches, timeout);
-    }
-    // The first message the daemon writes from now on, if one comes within `timeout`.
-    std::optional<tarvo_message::TarvoMessage> NextNew(std::chrono::milliseconds timeout);
     std::vector<tarvo_message::TarvoMessage> received() const { return received_.All(); }
-    // The daemon's messages that no Await took.
-    std::vector<tarvo_message::TarvoMessage> untaken() const { return received_.Untaken(); }
-    const EventList<tarvo_message::TarvoMessage>& received_events() const { return received_; }
+    // Every message the daemon wrote, for steps to take, await or look at.
+    EventList<tarvo_message::TarvoMessage>& received_events() { return received_; }
 
     void SetAutoReply(int payload_case, AutoReply rule);
     // Called with every message the daemon writes, before it is answered. Set before the daemon
@@ -78,9 +68,6 @@ class ModemSide {
     void SetObserver(std::function<void(const tarvo_message::TarvoMessage&)> observer) {
         observer_ = std::move(observer);
     }
-    // The reply a rule makes to `request`, or nothing for no reply.
-    static std::optional<tarvo_message::TarvoMessage> MakeReply(
-        const tarvo_message::TarvoMessage& request, const AutoReply& rule);
 
   private:
     void Schedule(tarvo_message::TarvoMessage reply, std::chrono::milliseconds delay);
@@ -94,6 +81,37 @@ class ModemSide {
     std::map<int, AutoReply> rules_ GUARDED_BY(mutex_);
     // Last, so that no reply runs once the rest is gone.
     DelayedCalls replies_;
+};
+
+// How the emulated modem takes part in the throughput test.
+struct TputSettings {
+    static constexpr size_t kDefaultBlockSize = 65536;
+
+    size_t downlink_block_size = kDefaultBlockSize;
+    // 0: as fast as the daemon reads.
+    uint64_t downlink_bytes_per_s = 0;
+    // Answers the downlink start request but sends nothing.
+    bool no_downlink = false;
+    // 1-based numbers of uplink write attempts that fail with EIO.
+    std::vector<uint64_t> fail_writes = {};
+};
+
+// The modem's side of the throughput test on "/dev/oem_test": streams from the downlink start
+// request to the downlink end request. The uplink is counted by the node all along; the replies
+// to the requests come from the auto-reply rules.
+class TputModem {
+  public:
+    TputModem(TestNode* node, TputSettings settings);
+
+    // Every message the daemon writes on the IPC channel.
+    void OnDaemonMessage(const tarvo_message::TarvoMessage& message);
+
+    // Whether `message` is a throughput test request with these flags.
+    static bool IsTputRequest(const tarvo_message::TarvoMessage& message, bool downlink, bool stop);
+
+  private:
+    TestNode* node_;
+    TputSettings settings_;
 };
 
 // Whether `message` has every field that `partial` sets, with the same value.

@@ -104,16 +104,16 @@ void RilSide::Serve(std::shared_ptr<Connection> connection) {
         received_.Add(std::move(request));
         if (rule.no_reply) continue;
 
-        const Answer answer = {connection, header.serial, header.request, rule.error};
-        answers_.After(rule.delay, [this, answer] { Deliver(answer); });
+        answers_.After(rule.delay, [this, connection, header, error = rule.error] {
+            Deliver(*connection, header.serial, header.request, error);
+        });
     }
     transcript_->Note("ril: client disconnected");
 }
 
 void RilSide::SetReply(uint32_t request, RilReplyRule rule) {
     std::lock_guard<std::mutex> lock(mutex_);
-    const std::optional<uint32_t> count = rule.count;
-    rules_.push_back({request, std::move(rule), count});
+    rules_.emplace_back(request, std::move(rule));
 }
 
 RilReplyRule RilSide::TakeRule(uint32_t request) {
@@ -121,9 +121,10 @@ RilReplyRule RilSide::TakeRule(uint32_t request) {
     for (const uint32_t key : {request, kAnyRequest}) {
         // The latest rule that still answers wins.
         for (auto rule = rules_.rbegin(); rule != rules_.rend(); ++rule) {
-            if (rule->request != key || rule->remaining == 0u) continue;
-            if (rule->remaining) --*rule->remaining;
-            return rule->reply;
+            std::optional<uint32_t>& count = rule->second.count;
+            if (rule->first != key || count == 0u) continue;
+            if (count) --*count;
+            return rule->second;
         }
     }
     return {};
@@ -138,15 +139,11 @@ std::optional<RilRequest> RilSide::Await(uint32_t request, const std::optional<s
         timeout);
 }
 
-std::optional<RilRequest> RilSide::NextNew(std::chrono::milliseconds timeout) {
-    return received_.NextNew(timeout);
-}
-
-void RilSide::Deliver(const Answer& answer) {
+void RilSide::Deliver(const Connection& connection, uint32_t serial, uint32_t request, int error) {
     transcript_->Ril(Transcript::Direction::kToDaemon,
-                     fmt::format("request: {} error: {}", answer.request, answer.error));
-    const RilWireAnswer packet = {answer.serial, answer.error};
-    send(answer.connection->fd.get(), &packet, sizeof(packet), MSG_NOSIGNAL);
+                     fmt::format("request: {} error: {}", request, error));
+    const RilWireAnswer packet = {serial, error};
+    send(connection.fd.get(), &packet, sizeof(packet), MSG_NOSIGNAL);
 }
 
 }  // namespace tarvo_emu

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <android-base/result.h>
@@ -60,30 +61,18 @@ class RilSide {
     // given), waiting up to `timeout`.
     std::optional<RilRequest> Await(uint32_t request, const std::optional<std::string>& data,
                                     std::chrono::milliseconds timeout);
-    // The first request sent from now on, if one comes within `timeout`.
-    std::optional<RilRequest> NextNew(std::chrono::milliseconds timeout);
     std::vector<RilRequest> received() const { return received_.All(); }
-    const EventList<RilRequest>& received_events() const { return received_; }
+    // Every request sent, for steps to await or look at.
+    EventList<RilRequest>& received_events() { return received_; }
 
   private:
     struct Connection;
-    struct Answer {
-        std::shared_ptr<Connection> connection;
-        uint32_t serial;
-        uint32_t request;
-        int error;
-    };
-    struct Rule {
-        uint32_t request;
-        RilReplyRule reply;
-        std::optional<uint32_t> remaining;
-    };
 
     void AcceptLoop();
     void Serve(std::shared_ptr<Connection> connection);
     // The rule for a request, counting it against a limited rule.
     RilReplyRule TakeRule(uint32_t request);
-    void Deliver(const Answer& answer);
+    void Deliver(const Connection& connection, uint32_t serial, uint32_t request, int error);
 
     Transcript* transcript_;
     EventList<RilRequest> received_;
@@ -91,7 +80,8 @@ class RilSide {
     std::thread accept_thread_;
 
     std::mutex mutex_;
-    std::vector<Rule> rules_ GUARDED_BY(mutex_);
+    // By request id, in the order set; a limited rule's count goes down as it answers.
+    std::vector<std::pair<uint32_t, RilReplyRule>> rules_ GUARDED_BY(mutex_);
     std::vector<std::shared_ptr<Connection>> connections_ GUARDED_BY(mutex_);
     bool stopping_ = false;
     // Last, so that no answer runs once the rest is gone.

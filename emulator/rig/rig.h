@@ -21,7 +21,6 @@
 #include "nodes/modem_emulator.h"
 #include "peers/modem_side.h"
 #include "peers/ril_side.h"
-#include "peers/tput_modem.h"
 #include "peers/transcript.h"
 #include "process/child_process.h"
 #include "process/event_list.h"

@@ -1,17 +1,20 @@
 #include "scenario/step_handlers.h"
 
+#include <algorithm>
 #include <chrono>
 #include <optional>
 #include <regex>
+#include <string>
+#include <vector>
 
 #include <android-base/result.h>
+#include <fmt/format.h>
 
 #include "peers/transcript.h"
 #include "process/wait_until.h"
 #include "scenario/generated_data.h"
 #include "scenario/near_miss.h"
-#include "scenario/scenario_setup.h"
-#include "scenario/step_regex.h"
+#include "scenario/step_check.h"
 
 using android::base::Error;
 using android::base::Result;
@@ -24,6 +27,8 @@ namespace {
 
 // How often a file expectation looks again.
 constexpr milliseconds kFilePollInterval{10};
+// How often the thermal writes are looked at again.
+constexpr milliseconds kThermalPollInterval{10};
 
 // Whether `content` and `mode` are what `expect` says.
 Result<void> CheckHoldings(const ExpectFile& expect, const std::string& content,
@@ -68,21 +73,21 @@ Result<void> CheckFile(Rig& rig, const ExpectFile& expect) {
 
 }  // namespace
 
-Result<void> PlayWriteFile(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::SeedFile& file = call.step.write_file();
+Result<void> PlayWriteFile(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::SeedFile& file = step.write_file();
     if (player.rig().WriteFile(file.path(), SeedContent(file), SeedMode(file)).ok()) return {};
     return Error() << "cannot write " << file.path();
 }
 
-Result<void> PlayRemoveFile(StepPlayer& player, const StepCall& call) {
-    if (player.rig().RemoveFile(call.step.remove_file()).ok()) return {};
-    return Error() << "cannot remove " << call.step.remove_file();
+Result<void> PlayRemoveFile(StepPlayer& player, const tarvo_scenario::Step& step) {
+    if (player.rig().RemoveFile(step.remove_file()).ok()) return {};
+    return Error() << "cannot remove " << step.remove_file();
 }
 
 // Files that the daemon writes without a log line after them (the pid file) are checked again
 // until they hold or the step's time is up.
-Result<void> PlayExpectFile(StepPlayer& player, const StepCall& call) {
-    const ExpectFile& expect = call.step.expect_file();
+Result<void> PlayExpectFile(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const ExpectFile& expect = step.expect_file();
     Result<void> checked;
     WaitUntil(
         [&] {
@@ -93,15 +98,15 @@ Result<void> PlayExpectFile(StepPlayer& player, const StepCall& call) {
     return checked;
 }
 
-Result<void> PlaySetProperty(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::Property& property = call.step.set_property();
+Result<void> PlaySetProperty(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::Property& property = step.set_property();
     if (player.rig().SetProperty(property.name(), property.value())) return {};
     return Error() << "the property store refuses " << property.name() << " = "
                    << QuotedBytes(property.value());
 }
 
-Result<void> PlayExpectProperty(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::ExpectProperty& expect = call.step.expect_property();
+Result<void> PlayExpectProperty(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::ExpectProperty& expect = step.expect_property();
     const std::optional<std::string> value = player.rig().Property(expect.name());
     if (!expect.has_value()) {
         if (!value) return {};
@@ -110,6 +115,49 @@ Result<void> PlayExpectProperty(StepPlayer& player, const StepCall& call) {
     if (!value) return Error() << "the property is not set";
     if (*value != expect.value()) return Error() << "the property is " << QuotedBytes(*value);
     return {};
+}
+
+Result<void> PlayExpectUplink(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::ExpectUplink& expect = step.expect_uplink();
+    const auto holds = [&expect](const TestNode::Uplink& uplink) {
+        if (expect.has_writes() && uplink.writes != expect.writes()) return false;
+        if (expect.has_bytes() && uplink.bytes != expect.bytes()) return false;
+        if (expect.has_failed() && uplink.failed != expect.failed()) return false;
+        for (const auto& [size, writes] : expect.writes_by_size()) {
+            const auto it = uplink.writes_by_size.find(size);
+            if ((it == uplink.writes_by_size.end() ? 0 : it->second) != writes) return false;
+        }
+        return true;
+    };
+    const milliseconds timeout = StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
+    TestNode& node = player.rig().emulator().test();
+    if (node.WaitForUplink(holds, timeout)) return {};
+    const TestNode::Uplink uplink = node.uplink();
+    std::string sizes;
+    for (const auto& [size, writes] : uplink.writes_by_size) {
+        sizes += fmt::format(" {}:{}", size, writes);
+    }
+    return Errorf("after {} ms: writes {}, bytes {}, failed {}, by size {{{} }}", timeout.count(),
+                  uplink.writes, uplink.bytes, uplink.failed, sizes);
+}
+
+Result<void> PlayExpectThermalWrites(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::ExpectThermalWrites& expect = step.expect_thermal_writes();
+    size_t& seen = player.state().thermal_writes_seen;
+    const std::vector<std::string> expected(expect.write().begin(), expect.write().end());
+    std::vector<std::string> all;
+    WaitUntil(
+        [&] {
+            all = player.rig().emulator().temp().writes();
+            return all.size() - std::min(seen, all.size()) >= expected.size();
+        },
+        StepTimeout(expect.has_timeout_ms(), expect.timeout_ms()), kThermalPollInterval);
+    const std::vector<std::string> writes(all.begin() + std::min(seen, all.size()), all.end());
+    seen = all.size();
+    if (writes == expected) return {};
+    std::string shown;
+    for (const std::string& write : writes) shown += " " + QuotedBytes(write);
+    return Errorf("{} writes:", writes.size()) << shown;
 }
 
 }  // namespace tarvo_emu

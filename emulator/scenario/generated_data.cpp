@@ -33,4 +33,16 @@ std::string GeneratedBytes(const tarvo_scenario::Generated& generated) {
     return bytes;
 }
 
+std::string SeedContent(const tarvo_scenario::SeedFile& file) {
+    if (!file.has_size()) return file.content();
+    tarvo_scenario::Generated generated;
+    generated.set_pattern(file.content());
+    generated.set_size(file.size());
+    return GeneratedBytes(generated);
+}
+
+mode_t SeedMode(const tarvo_scenario::SeedFile& file) {
+    return file.has_mode() ? static_cast<mode_t>(file.mode()) : kDefaultFileMode;
+}
+
 }  // namespace tarvo_emu

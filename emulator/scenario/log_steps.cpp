@@ -1,12 +1,14 @@
 #include "scenario/step_handlers.h"
 
 #include <chrono>
+#include <functional>
 #include <regex>
+#include <string>
 
 #include <android-base/result.h>
 
 #include "scenario/near_miss.h"
-#include "scenario/step_regex.h"
+#include "scenario/step_check.h"
 
 using android::base::Error;
 using android::base::Result;
@@ -16,21 +18,31 @@ namespace tarvo_emu {
 
 namespace {
 
-// Lines of this priority (any, when not given) and tag whose whole text `regex` matches.
-EventList<LogLine>::Predicate LineMatcher(int priority, const std::string& tag,
-                                          const std::regex& regex) {
-    return [=](const LogLine& line) {
+// The lines that an expect_log or expect_no_log step looks for: of its priority (any, when not
+// given) and tag, and its text, or whose whole text its regular expression matches.
+template <typename Expect>
+Result<EventList<LogLine>::Predicate> LineMatcher(const Expect& expect) {
+    std::function<bool(const std::string&)> text_matches =
+        [text = expect.text()](const std::string& actual) { return actual == text; };
+    if (expect.has_text_regex()) {
+        Result<std::regex> regex = CompiledRegex(expect.text_regex());
+        if (!regex.ok()) return regex.error();
+        text_matches = [regex = *regex](const std::string& actual) {
+            return std::regex_match(actual, regex);
+        };
+    }
+    return [priority = expect.priority(), tag = expect.has_tag() ? expect.tag() : kDaemonTag,
+            text_matches](const LogLine& line) {
         return (priority == 0 || line.priority == priority) && line.tag == tag &&
-               std::regex_match(line.text, regex);
+               text_matches(line.text);
     };
 }
 
 }  // namespace
 
-Result<void> PlayExpectLog(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::ExpectLog& expect = call.step.expect_log();
+Result<void> PlayExpectLog(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::ExpectLog& expect = step.expect_log();
     const milliseconds timeout = StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
-    const std::string tag = expect.has_tag() ? expect.tag() : kDaemonTag;
     size_t first = 0;
     if (!expect.since_mark().empty()) {
         const auto& marks = player.state().marks;
@@ -38,45 +50,29 @@ Result<void> PlayExpectLog(StepPlayer& player, const StepCall& call) {
         if (mark == marks.end()) return Error() << "no mark \"" << expect.since_mark() << "\"";
         first = mark->second.log_lines;
     }
-    EventList<LogLine>::Predicate matches;
-    if (expect.has_text_regex()) {
-        Result<std::regex> regex = CompiledRegex(expect.text_regex());
-        if (!regex.ok()) return regex.error();
-        matches = LineMatcher(expect.priority(), tag, *regex);
-    } else {
-        matches = [priority = expect.priority(), tag, text = expect.text()](const LogLine& line) {
-            return (priority == 0 || line.priority == priority) && line.tag == tag &&
-                   line.text == text;
-        };
-    }
+    Result<EventList<LogLine>::Predicate> matches = LineMatcher(expect);
+    if (!matches.ok()) return matches.error();
     EventList<LogLine>& logs = player.rig().log_events();
     if (expect.has_count()) {
-        logs.WaitForCount(matches, expect.count(), timeout, first);
-        const size_t count = logs.TakeAll(matches, first);
+        logs.WaitForCount(*matches, expect.count(), timeout, first);
+        const size_t count = logs.TakeAll(*matches, first);
         if (count == expect.count()) return {};
         return Errorf("{} such log lines, not {}", count, expect.count());
     }
     if (player.WaitUnlessCancelled(timeout, [&](milliseconds slice) {
-            return logs.Take(matches, slice, first).has_value();
+            return logs.Take(*matches, slice, first).has_value();
         })) {
         return {};
     }
-    return Errorf("no such log line within {} ms", timeout.count())
-           << NearestLogLines(logs.Untaken(), expect.priority(), tag,
-                              expect.has_text_regex() ? expect.text_regex() : expect.text());
+    return Errorf("no such log line within {} ms", timeout.count()) << NearestLogLines(
+               logs.Untaken(), expect.priority(), expect.has_tag() ? expect.tag() : kDaemonTag,
+               expect.has_text_regex() ? expect.text_regex() : expect.text());
 }
 
-Result<void> PlayExpectNoLog(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::ExpectNoLog& expect = call.step.expect_no_log();
-    const std::string tag = expect.has_tag() ? expect.tag() : kDaemonTag;
-    size_t count = 0;
-    if (expect.has_text_regex()) {
-        Result<std::regex> regex = CompiledRegex(expect.text_regex());
-        if (!regex.ok()) return regex.error();
-        count = player.rig().log_events().Count(LineMatcher(expect.priority(), tag, *regex));
-    } else {
-        count = player.rig().CountLog(expect.priority(), expect.text(), tag);
-    }
+Result<void> PlayExpectNoLog(StepPlayer& player, const tarvo_scenario::Step& step) {
+    Result<EventList<LogLine>::Predicate> matches = LineMatcher(step.expect_no_log());
+    if (!matches.ok()) return matches.error();
+    const size_t count = player.rig().log_events().Count(*matches);
     if (count == 0) return {};
     return Errorf("the line was printed {} time(s)", count);
 }

@@ -26,47 +26,24 @@ namespace tarvo_emu {
 
 namespace {
 
-// Reads `data` back in blocks: one read request per block, each response's data checked
-// against the block's bytes.
-Result<void> PlayReadTrain(Rig& rig, const tarvo_scenario::GeneratedSend& send,
-                           const std::string& data) {
-    using google::protobuf::FieldDescriptor;
-    tarvo_message::TarvoMessage message = send.message();
-    google::protobuf::Message* request = InnermostPayload(&message);
-    const FieldDescriptor* offset_field =
-        *TransferField(*request, "offset", FieldDescriptor::TYPE_UINT32);
-    const FieldDescriptor* size_field =
-        *TransferField(*request, "max_data_size", FieldDescriptor::TYPE_UINT32);
-    const google::protobuf::Reflection* reflection = request->GetReflection();
-    const uint32_t first_offset = reflection->GetUInt32(*request, offset_field);
-    const milliseconds timeout = StepTimeout(send.has_timeout_ms(), send.timeout_ms());
-    const uint32_t first_token = message.token();
-    for (size_t start = 0, block = 0; start < data.size(); start += send.block_size(), ++block) {
-        const std::string expected = data.substr(start, send.block_size());
-        const uint32_t token = first_token + block;
-        message.set_token(token);
-        reflection->SetUInt32(request, offset_field, first_offset + start);
-        reflection->SetUInt32(request, size_field, expected.size());
-        rig.modem().Send(message);
-        const std::optional<tarvo_message::TarvoMessage> response = rig.modem().Await(
-            [token](const tarvo_message::TarvoMessage& response) {
-                return response.type() == tarvo_message::RESPONSE && response.token() == token;
-            },
-            timeout);
-        if (!response) {
-            return Errorf("no response to the read at {} (token {}) within {} ms", start, token,
-                          timeout.count());
-        }
-        if (response->result() != 0) {
-            return Errorf("the read at {} (token {}) failed: {{ {} }}", start, token,
-                          ShortText(*response));
-        }
-        const std::optional<std::string> read = PayloadData(*response);
-        if (!read) return Errorf("the response to the read at {} holds no data", start);
-        if (*read != expected) {
-            return Errorf("the read at {} (token {}) holds other bytes: ", start, token)
-                   << FirstDifference(*read, expected, start);
-        }
+// Whether the daemon's `response` to the read of `expected` at `start` (token `token`) holds
+// exactly those bytes.
+Result<void> CheckReadBlock(const std::optional<tarvo_message::TarvoMessage>& response,
+                            const std::string& expected, size_t start, uint32_t token,
+                            milliseconds timeout) {
+    if (!response) {
+        return Errorf("no response to the read at {} (token {}) within {} ms", start, token,
+                      timeout.count());
+    }
+    if (response->result() != 0) {
+        return Errorf("the read at {} (token {}) failed: {{ {} }}", start, token,
+                      ShortText(*response));
+    }
+    const std::optional<std::string> read = PayloadData(*response);
+    if (!read) return Errorf("the response to the read at {} holds no data", start);
+    if (*read != expected) {
+        return Errorf("the read at {} (token {}) holds other bytes: ", start, token)
+               << FirstDifference(*read, expected, start);
     }
     return {};
 }
@@ -78,29 +55,31 @@ bool PayloadsEqual(const tarvo_message::TarvoMessage& a, const tarvo_message::Ta
 
 }  // namespace
 
-Result<void> PlaySend(StepPlayer& player, const StepCall& call) {
-    player.rig().modem().Send(call.step.send());
+Result<void> PlaySend(StepPlayer& player, const tarvo_scenario::Step& step) {
+    player.rig().modem().Send(step.send());
     return {};
 }
 
-Result<void> PlaySendRaw(StepPlayer& player, const StepCall& call) {
-    player.rig().modem().SendRaw(call.step.send_raw());
+Result<void> PlaySendRaw(StepPlayer& player, const tarvo_scenario::Step& step) {
+    player.rig().modem().SendRaw(step.send_raw());
     return {};
 }
 
-Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
+// A payload without a data field makes a read train: each block is asked for by its
+// max_data_size and read back.
+Result<void> PlaySendGenerated(StepPlayer& player, const tarvo_scenario::Step& step) {
     using google::protobuf::FieldDescriptor;
-    const tarvo_scenario::GeneratedSend& send = call.step.send_generated();
+    const tarvo_scenario::GeneratedSend& send = step.send_generated();
     if (Result<void> playable = CheckGeneratedSend(send); !playable.ok()) return playable;
     Rig& rig = player.rig();
     const std::string data = GeneratedBytes(send.data());
     tarvo_message::TarvoMessage message = send.message();
     google::protobuf::Message* payload = InnermostPayload(&message);
+    const google::protobuf::Reflection* reflection = payload->GetReflection();
     const Result<const FieldDescriptor*> data_field =
         TransferField(*payload, "data", FieldDescriptor::TYPE_BYTES);
-    if (!data_field.ok()) return PlayReadTrain(rig, send, data);
-    const google::protobuf::Reflection* reflection = payload->GetReflection();
-    if (!send.has_block_size()) {
+    const bool read = !data_field.ok();
+    if (!read && !send.has_block_size()) {
         reflection->SetString(payload, *data_field, data);
         rig.modem().Send(message);
         return {};
@@ -110,24 +89,38 @@ Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
     const uint32_t first_offset = reflection->GetUInt32(*payload, offset_field);
     const milliseconds timeout = StepTimeout(send.has_timeout_ms(), send.timeout_ms());
     const uint32_t first_token = message.token();
+    EventList<tarvo_message::TarvoMessage>& received = rig.modem().received_events();
     for (size_t start = 0, block = 0; start < data.size(); start += send.block_size(), ++block) {
+        const std::string bytes = data.substr(start, send.block_size());
         const uint32_t token = first_token + block;
         message.set_token(token);
         reflection->SetUInt32(payload, offset_field, first_offset + start);
-        reflection->SetString(payload, *data_field, data.substr(start, send.block_size()));
+        if (read) {
+            reflection->SetUInt32(
+                payload, *TransferField(*payload, "max_data_size", FieldDescriptor::TYPE_UINT32),
+                bytes.size());
+        } else {
+            reflection->SetString(payload, *data_field, bytes);
+        }
         rig.modem().Send(message);
         const auto answers = [token](const tarvo_message::TarvoMessage& response) {
             return response.type() == tarvo_message::RESPONSE && response.token() == token;
         };
+        if (read) {
+            Result<void> checked =
+                CheckReadBlock(received.Take(answers, timeout), bytes, start, token, timeout);
+            if (!checked.ok()) return checked;
+            continue;
+        }
         if (!player.WaitUnlessCancelled(
-                timeout, [&](milliseconds slice) { return rig.modem().WaitFor(answers, slice); })) {
+                timeout, [&](milliseconds slice) { return received.Wait(answers, slice); })) {
             return Errorf("no response to the block at {} (token {}) within {} ms", start, token,
                           timeout.count());
         }
         const auto succeeded = [&answers](const tarvo_message::TarvoMessage& response) {
             return answers(response) && response.result() == 0;
         };
-        if (!rig.modem().Await(succeeded, milliseconds(0))) {
+        if (!received.Take(succeeded, milliseconds(0))) {
             rig.transcript().Note(
                 fmt::format("the block at {} was not a success: transfer ended", start));
             return {};
@@ -136,23 +129,24 @@ Result<void> PlaySendGenerated(StepPlayer& player, const StepCall& call) {
     return {};
 }
 
-Result<void> PlayAutoReply(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::AutoReply& step = call.step.auto_reply();
+Result<void> PlayAutoReply(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::AutoReply& reply = step.auto_reply();
     AutoReply rule;
-    rule.no_reply = step.no_reply();
-    rule.result = step.result();
-    if (step.has_delay_ms()) rule.delay = milliseconds(step.delay_ms());
-    rule.overrides = step.reply();
-    player.rig().modem().SetAutoReply(step.payload_case(), std::move(rule));
+    rule.no_reply = reply.no_reply();
+    rule.result = reply.result();
+    if (reply.has_delay_ms()) rule.delay = milliseconds(reply.delay_ms());
+    rule.overrides = reply.reply();
+    player.rig().modem().SetAutoReply(reply.payload_case(), std::move(rule));
     return {};
 }
 
-Result<void> PlayExpect(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::Expect& expect = call.step.expect();
+Result<void> PlayExpect(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::Expect& expect = step.expect();
     Rig& rig = player.rig();
     const milliseconds timeout = StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
     std::optional<std::string> data;
     if (expect.has_data()) data = GeneratedBytes(expect.data());
+    EventList<tarvo_message::TarvoMessage>& received = rig.modem().received_events();
     tarvo_message::TarvoMessage header = expect.message();
     header.clear_payload();
     // Every field but the generated data, which is compared apart.
@@ -164,13 +158,13 @@ Result<void> PlayExpect(StepPlayer& player, const StepCall& call) {
         return matches_but_data(message) && (!data || PayloadData(message) == data);
     };
     if (player.WaitUnlessCancelled(timeout, [&](milliseconds slice) {
-            return rig.modem().Await(matches, slice).has_value();
+            return received.Take(matches, slice).has_value();
         })) {
         return {};
     }
     Error failure;
     failure << fmt::format("no such message from the daemon within {} ms", timeout.count());
-    const std::vector<tarvo_message::TarvoMessage> untaken = rig.modem().untaken();
+    const std::vector<tarvo_message::TarvoMessage> untaken = received.Untaken();
     if (data) {
         const auto near = std::find_if(untaken.begin(), untaken.end(), matches_but_data);
         if (near != untaken.end()) {
@@ -183,13 +177,12 @@ Result<void> PlayExpect(StepPlayer& player, const StepCall& call) {
     return failure << NearestMessages(untaken, expect.message(), expect.exact_payload());
 }
 
-Result<void> PlayExpectSilence(StepPlayer& player, const StepCall& call) {
-    const auto& received = player.rig().modem().received_events();
+Result<void> PlayExpectSilence(StepPlayer& player, const tarvo_scenario::Step& step) {
+    auto& received = player.rig().modem().received_events();
     const size_t before = received.size();
-    player.WaitUnlessCancelled(
-        milliseconds(call.step.expect_silence_ms()), [&](milliseconds slice) {
-            return player.rig().modem().NextNew(slice).has_value() || received.size() > before;
-        });
+    player.WaitUnlessCancelled(milliseconds(step.expect_silence_ms()), [&](milliseconds slice) {
+        return received.NextNew(slice).has_value() || received.size() > before;
+    });
     if (received.size() == before) return {};
     return Error() << "the daemon sent { " << ShortText(received.All()[before]) << " }";
 }

@@ -46,27 +46,22 @@ std::string Indented(const std::string& report, const std::string& indent) {
 std::string DifferenceReport(const tarvo_message::TarvoMessage& expected,
                              const tarvo_message::TarvoMessage& actual, bool exact_payload) {
     using google::protobuf::util::MessageDifferencer;
-    std::string report;
-    if (!exact_payload) {
+    const auto differences = [](const tarvo_message::TarvoMessage& a,
+                                const tarvo_message::TarvoMessage& b, bool partial) {
         MessageDifferencer differencer;
-        differencer.set_scope(MessageDifferencer::PARTIAL);
+        if (partial) differencer.set_scope(MessageDifferencer::PARTIAL);
+        std::string report;
         differencer.ReportDifferencesToString(&report);
-        differencer.Compare(expected, actual);
+        differencer.Compare(a, b);
         return report;
-    }
+    };
+    if (!exact_payload) return differences(expected, actual, true);
     tarvo_message::TarvoMessage expected_header = expected;
     tarvo_message::TarvoMessage actual_header = actual;
     expected_header.clear_payload();
     actual_header.clear_payload();
-    MessageDifferencer header;
-    header.set_scope(MessageDifferencer::PARTIAL);
-    header.ReportDifferencesToString(&report);
-    header.Compare(expected_header, actual_header);
-    std::string payload_report;
-    MessageDifferencer payload;
-    payload.ReportDifferencesToString(&payload_report);
-    payload.Compare(PayloadOnly(expected), PayloadOnly(actual));
-    return report + payload_report;
+    return differences(expected_header, actual_header, true) +
+           differences(PayloadOnly(expected), PayloadOnly(actual), false);
 }
 
 // Bytes to change to turn one text into the other, over their first bytes.

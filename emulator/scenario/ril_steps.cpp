@@ -10,19 +10,19 @@ using std::chrono::milliseconds;
 
 namespace tarvo_emu {
 
-Result<void> PlayRilReply(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::RilReply& step = call.step.ril_reply();
+Result<void> PlayRilReply(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::RilReply& reply = step.ril_reply();
     RilReplyRule rule;
-    rule.error = step.error();
-    if (step.has_delay_ms()) rule.delay = milliseconds(step.delay_ms());
-    rule.no_reply = step.no_reply();
-    if (step.has_count()) rule.count = step.count();
-    player.rig().ril().SetReply(step.request(), rule);
+    rule.error = reply.error();
+    if (reply.has_delay_ms()) rule.delay = milliseconds(reply.delay_ms());
+    rule.no_reply = reply.no_reply();
+    if (reply.has_count()) rule.count = reply.count();
+    player.rig().ril().SetReply(reply.request(), rule);
     return {};
 }
 
-Result<void> PlayExpectRil(StepPlayer& player, const StepCall& call) {
-    const tarvo_scenario::ExpectRil& expect = call.step.expect_ril();
+Result<void> PlayExpectRil(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::ExpectRil& expect = step.expect_ril();
     const milliseconds timeout = StepTimeout(expect.has_timeout_ms(), expect.timeout_ms());
     std::optional<std::string> data;
     if (expect.has_data()) data = expect.data();
@@ -40,13 +40,12 @@ Result<void> PlayExpectRil(StepPlayer& player, const StepCall& call) {
     return {};
 }
 
-Result<void> PlayExpectRilSilence(StepPlayer& player, const StepCall& call) {
-    const auto& received = player.rig().ril().received_events();
+Result<void> PlayExpectRilSilence(StepPlayer& player, const tarvo_scenario::Step& step) {
+    auto& received = player.rig().ril().received_events();
     const size_t before = received.size();
-    player.WaitUnlessCancelled(
-        milliseconds(call.step.expect_ril_silence_ms()), [&](milliseconds slice) {
-            return player.rig().ril().NextNew(slice).has_value() || received.size() > before;
-        });
+    player.WaitUnlessCancelled(milliseconds(step.expect_ril_silence_ms()), [&](milliseconds slice) {
+        return received.NextNew(slice).has_value() || received.size() > before;
+    });
     if (received.size() == before) return {};
     return Errorf("the daemon sent RIL request {}", received.All()[before].request);
 }

@@ -62,23 +62,25 @@ std::vector<const Descriptor*> ScenarioTypes() {
     return types;
 }
 
-// The names that a misspelt name in the parser's `message` may have meant: the fields of the
-// message type it names, or the values of the enum fields it names.
-std::vector<std::string> KnownNames(const std::string& message, std::string* word) {
+// For a text format parser's error `message` about an unknown field or enum value in a scenario
+// or step, " Did you mean: NAME, NAME?" with the nearest known names: the fields of the message
+// type it names, or the values of the enum fields it names; empty for other errors.
+std::string NearestNamesHint(const std::string& message) {
     static const std::regex kNoField(R"re(Message type "([\w.]+)" has no field named "(\w+)")re");
     static const std::regex kNoValue(
         R"re(Unknown enumeration value of "(\w+)" for field "(\w+)")re");
     std::smatch match;
+    std::string word;
     std::vector<std::string> names;
     if (std::regex_search(message, match, kNoField)) {
-        *word = match[2];
+        word = match[2];
         const Descriptor* type =
             google::protobuf::DescriptorPool::generated_pool()->FindMessageTypeByName(match[1]);
         for (int f = 0; type != nullptr && f < type->field_count(); ++f) {
             names.push_back(type->field(f)->name());
         }
     } else if (std::regex_search(message, match, kNoValue)) {
-        *word = match[1];
+        word = match[1];
         for (const Descriptor* type : ScenarioTypes()) {
             const FieldDescriptor* field = type->FindFieldByName(match[2]);
             if (field == nullptr || field->enum_type() == nullptr) continue;
@@ -87,14 +89,6 @@ std::vector<std::string> KnownNames(const std::string& message, std::string* wor
             }
         }
     }
-    return names;
-}
-
-// For a text format parser's error `message` about an unknown field or enum value in a scenario
-// or step, " Did you mean: NAME, NAME?" with the nearest known names; empty for other errors.
-std::string NearestNamesHint(const std::string& message) {
-    std::string word;
-    const std::vector<std::string> names = KnownNames(message, &word);
     if (names.empty()) return "";
     return fmt::format(" Did you mean: {}?", android::base::Join(NearestNames(word, names), ", "));
 }

@@ -4,8 +4,8 @@
 
 #include <fmt/format.h>
 
+#include "scenario/generated_data.h"
 #include "scenario/scenario_recorder.h"
-#include "scenario/scenario_setup.h"
 
 using android::base::Error;
 using android::base::Result;
@@ -13,6 +13,42 @@ using tarvo_scenario::Scenario;
 using tarvo_scenario::Step;
 
 namespace tarvo_emu {
+
+namespace {
+
+// The rig that a scenario's setup asks for, its transcripts going to these streams (null for
+// none).
+RigOptions RigOptionsOf(const tarvo_scenario::Scenario& scenario, std::ostream* transcript,
+                        std::ostream* full_transcript) {
+    RigOptions options;
+    options.initial_state = scenario.initial_state();
+    for (const tarvo_scenario::SeedFile& file : scenario.file()) {
+        options.files.push_back({file.path(), SeedContent(file), SeedMode(file)});
+    }
+    for (const tarvo_scenario::Property& property : scenario.property()) {
+        options.properties.emplace_back(property.name(), property.value());
+    }
+    options.remove.assign(scenario.remove().begin(), scenario.remove().end());
+    options.ril.absent = scenario.ril().absent();
+    options.ril.omit_symbol = scenario.ril().omit_symbol();
+    options.ril.open_fails = scenario.ril().open_fails();
+    if (scenario.has_tput()) {
+        const tarvo_scenario::TputModem& tput = scenario.tput();
+        if (tput.has_downlink_block_size()) {
+            options.tput.downlink_block_size = tput.downlink_block_size();
+        }
+        options.tput.downlink_bytes_per_s = tput.downlink_bytes_per_s();
+        options.tput.no_downlink = tput.no_downlink();
+        options.tput.fail_writes.assign(tput.fail_write().begin(), tput.fail_write().end());
+    }
+    options.data_size_limit_kib = scenario.data_size_limit_kib();
+    options.read_only.assign(scenario.read_only().begin(), scenario.read_only().end());
+    options.transcript = transcript;
+    options.full_transcript = full_transcript;
+    return options;
+}
+
+}  // namespace
 
 std::string SummaryText(const PlaySummary& summary) {
     const bool some = summary.steps > summary.played;
@@ -27,14 +63,12 @@ ScenarioSession::ScenarioSession(const Scenario& setup, std::ostream* transcript
                                  const ScenarioOrigin* origin, std::ostream* full_transcript,
                                  RigHooks hooks)
     : rig_(RigOptionsOf(setup, transcript, full_transcript), std::move(hooks)),
-      player_(std::make_unique<StepPlayer>(&rig_, origin)),
+      player_(&rig_, origin),
       origin_(origin) {}
 
 std::string ScenarioSession::Source() const {
     return origin_ != nullptr ? origin_->path + ": " : "";
 }
-
-ScenarioSession::~ScenarioSession() = default;
 
 Result<void> ScenarioSession::Start() {
     start_ = std::chrono::steady_clock::now();
@@ -44,15 +78,15 @@ Result<void> ScenarioSession::Start() {
     return {};
 }
 
-void ScenarioSession::CancelStep() { player_->Cancel(); }
+void ScenarioSession::CancelStep() { player_.Cancel(); }
 
 StepResult ScenarioSession::Play(const Step& step, int index) {
     if (recorder_ != nullptr) recorder_->BeforeStep(step, rig_);
     const StepPlace* place = origin_ != nullptr && index < static_cast<int>(origin_->steps.size())
                                  ? &origin_->steps[index]
                                  : nullptr;
-    player_->ClearCancel();
-    StepResult played = player_->PlayNamed(step, fmt::format("step {}", index), place);
+    player_.ClearCancel();
+    StepResult played = player_.PlayNamed(step, fmt::format("step {}", index), place);
     if (step.action_case() != Step::ACTION_NOT_SET) {
         ++summary_.played;
         ++(played.ok() ? summary_.passed : summary_.failed);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <memory>
 #include <ostream>
 #include <string>
 
@@ -39,7 +38,6 @@ class ScenarioSession {
     ScenarioSession(const tarvo_scenario::Scenario& setup, std::ostream* transcript,
                     const ScenarioOrigin* origin = nullptr, std::ostream* full_transcript = nullptr,
                     RigHooks hooks = {});
-    ~ScenarioSession();
 
     android::base::Result<void> Start();
     // Plays one step, named by its index from 0 (and its file and line when known); a failure
@@ -58,7 +56,7 @@ class ScenarioSession {
 
   private:
     Rig rig_;
-    std::unique_ptr<StepPlayer> player_;
+    StepPlayer player_;
     const ScenarioOrigin* origin_;
     ScenarioRecorder* recorder_ = nullptr;
     PlaySummary summary_;

@@ -8,7 +8,6 @@
 #include <android-base/strings.h>
 
 #include "peers/transcript.h"
-#include "scenario/expect_step.h"
 #include "scenario/scenario_text.h"
 
 using android::base::Result;
@@ -110,20 +109,18 @@ ScenarioFile ScenarioRecorder::File(const Seen& seen, Clock::time_point end) con
     // the step that expects it given its wait.
     const auto untaken = [&](const Mark& from, const Mark& to) {
         std::vector<std::pair<Clock::time_point, std::function<Step(Timeout)>>> events;
-        for (size_t i = from.messages; i < to.messages; ++i) {
-            const auto& message = seen.messages[i];
-            if (message.taken) continue;
-            events.emplace_back(message.arrived, [&message](Timeout timeout) {
-                return ExpectStep(message.event, timeout);
-            });
-        }
-        for (size_t i = from.ril_requests; i < to.ril_requests; ++i) {
-            const auto& request = seen.ril_requests[i];
-            if (request.taken) continue;
-            events.emplace_back(request.arrived, [&request](Timeout timeout) {
-                return ExpectStep(request.event, timeout);
-            });
-        }
+        // Each untaken message or RIL request, as the step that expects it.
+        const auto add = [&events](const auto& recorded, size_t first, size_t last) {
+            for (size_t i = first; i < last; ++i) {
+                const auto& entry = recorded[i];
+                if (entry.taken) continue;
+                events.emplace_back(entry.arrived, [&entry](Timeout timeout) {
+                    return ExpectStep(entry.event, timeout);
+                });
+            }
+        };
+        add(seen.messages, from.messages, to.messages);
+        add(seen.ril_requests, from.ril_requests, to.ril_requests);
         for (size_t i = from.log_lines; i < to.log_lines; ++i) {
             const LogLine& line = seen.log_lines[i].event;
             const auto start = started.find(line.pid);

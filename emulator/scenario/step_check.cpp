@@ -1,7 +1,6 @@
 #include "scenario/step_check.h"
 
 #include "scenario/payload_fields.h"
-#include "scenario/step_regex.h"
 
 using android::base::Error;
 using android::base::Result;
@@ -20,21 +19,27 @@ Result<void> Compiles(bool given, const std::string& regex) {
 
 }  // namespace
 
+Result<std::regex> CompiledRegex(const std::string& regex) {
+    try {
+        return std::regex(regex, std::regex::ECMAScript);
+    } catch (const std::regex_error& e) {
+        return Error() << "bad regular expression \"" << regex << "\": " << e.what();
+    }
+}
+
 Result<void> CheckGeneratedSend(const tarvo_scenario::GeneratedSend& send) {
     using google::protobuf::FieldDescriptor;
     if (send.has_block_size() && send.block_size() == 0) {
         return Error() << "block_size 0: a block holds at least one byte";
     }
-    tarvo_message::TarvoMessage message = send.message();
-    const google::protobuf::Message* payload = InnermostPayload(&message);
+    const google::protobuf::Message* payload = InnermostPayload(&send.message());
+    Result<const FieldDescriptor*> offset =
+        TransferField(*payload, "offset", FieldDescriptor::TYPE_UINT32);
     if (TransferField(*payload, "data", FieldDescriptor::TYPE_BYTES).ok()) {
-        if (!send.has_block_size()) return {};
-        Result<const FieldDescriptor*> offset =
-            TransferField(*payload, "offset", FieldDescriptor::TYPE_UINT32);
-        if (!offset.ok()) return offset.error();
+        if (send.has_block_size() && !offset.ok()) return offset.error();
         return {};
     }
-    if (!TransferField(*payload, "offset", FieldDescriptor::TYPE_UINT32).ok() ||
+    if (!offset.ok() ||
         !TransferField(*payload, "max_data_size", FieldDescriptor::TYPE_UINT32).ok()) {
         return Error() << payload->GetDescriptor()->name()
                        << " has no data field to send, nor offset and max_data_size to read by";

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <regex>
 #include <set>
 #include <string>
 
@@ -8,6 +9,9 @@
 #include "scenario/scenario.pb.h"
 
 namespace tarvo_emu {
+
+// A step's ECMAScript regular expression; an unusable one is an error, not an exception.
+android::base::Result<std::regex> CompiledRegex(const std::string& regex);
 
 // Whether a generated send can be played: its data goes into the payload's data field (with an
 // offset field to send it in blocks), or, for a read request, is read back in blocks by offset and

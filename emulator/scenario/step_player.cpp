@@ -20,10 +20,17 @@ namespace tarvo_emu {
 namespace {
 
 // sleep_ms: waits, looking at nothing.
-Result<void> PlaySleep(StepPlayer& player, const StepCall& call) {
-    player.SleepUnlessCancelled(std::chrono::milliseconds(call.step.sleep_ms()));
+Result<void> PlaySleep(StepPlayer& player, const Step& step) {
+    player.WaitUnlessCancelled(std::chrono::milliseconds(step.sleep_ms()),
+                               [](std::chrono::milliseconds slice) {
+                                   std::this_thread::sleep_for(slice);
+                                   return false;
+                               });
     return {};
 }
+
+// Plays one kind of step; the error says why it failed.
+using StepHandler = Result<void> (*)(StepPlayer& player, const Step& step);
 
 // The handler of each kind of step.
 constexpr std::pair<Step::ActionCase, StepHandler> kHandlers[] = {
@@ -55,6 +62,11 @@ constexpr std::pair<Step::ActionCase, StepHandler> kHandlers[] = {
     {Step::kSetProperty, PlaySetProperty},
 };
 
+// A step that has waited this long is named in the transcript...
+constexpr std::chrono::milliseconds kFirstNotice{1000};
+// ...and again after each such while.
+constexpr std::chrono::milliseconds kNoticeInterval{5000};
+
 // The longest a wait goes on without looking whether its step was cancelled.
 constexpr std::chrono::milliseconds kCancelSlice{50};
 
@@ -67,15 +79,15 @@ std::string StepFailure::message() const {
     return health.empty() ? message : message + "; " + health;
 }
 
-StepResult StepPlayer::PlayRepeat(const StepCall& call) {
-    const tarvo_scenario::Repeat& repeat = call.step.repeat();
-    const std::vector<StepPlace>* places = call.place != nullptr ? &call.place->steps : nullptr;
+StepResult StepPlayer::PlayRepeat(const Step& step, const std::string& name,
+                                  const StepPlace* place) {
+    const tarvo_scenario::Repeat& repeat = step.repeat();
     for (uint32_t round = 1; round <= repeat.times(); ++round) {
         for (int i = 0; i < repeat.step_size(); ++i) {
-            const StepPlace* place =
-                places != nullptr && i < static_cast<int>(places->size()) ? &(*places)[i] : nullptr;
-            StepResult played = PlayNamed(
-                repeat.step(i), fmt::format("{}, round {}, step {}", call.name, round, i), place);
+            const bool known = place != nullptr && i < static_cast<int>(place->steps.size());
+            StepResult played =
+                PlayNamed(repeat.step(i), fmt::format("{}, round {}, step {}", name, round, i),
+                          known ? &place->steps[i] : nullptr);
             if (!played.ok()) return played;
         }
     }
@@ -92,7 +104,6 @@ StepResult StepPlayer::PlayNamed(const Step& step, const std::string& name,
                                  ? fmt::format("repeat {} times", step.repeat().times())
                                  : ShortStepText(shown);
     rig_->transcript().Note(name + ": " + text);
-    const StepCall call{step, name, place};
     const auto handler =
         std::find_if(std::begin(kHandlers), std::end(kHandlers),
                      [&step](const auto& entry) { return entry.first == step.action_case(); });
@@ -101,10 +112,10 @@ StepResult StepPlayer::PlayNamed(const Step& step, const std::string& name,
     StepResult repeated;
     Result<void> played;
     if (step.has_repeat()) {
-        repeated = PlayRepeat(call);
+        repeated = PlayRepeat(step, name, place);
     } else {
         wait_notice_.Begin(name, text);
-        played = handler != std::end(kHandlers) ? handler->second(*this, call)
+        played = handler != std::end(kHandlers) ? handler->second(*this, step)
                                                 : Error() << "unknown step";
         wait_notice_.End();
     }
@@ -124,6 +135,34 @@ StepResult StepPlayer::PlayNamed(const Step& step, const std::string& name,
     return android::base::unexpected(std::move(failure));
 }
 
+void WaitNotice::Begin(const std::string& name, const std::string& text) {
+    uint64_t step = 0;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        step = ++current_;
+        waiting_ = true;
+        what_ = name + ": " + text;
+    }
+    calls_.After(kFirstNotice, [this, step] { Remind(step, kFirstNotice); });
+}
+
+void WaitNotice::End() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    waiting_ = false;
+}
+
+void WaitNotice::Remind(uint64_t step, std::chrono::milliseconds waited) {
+    std::string what;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!waiting_ || step != current_) return;
+        what = what_;
+    }
+    transcript_->Note(fmt::format("waiting {} s so far on {}", waited.count() / 1000, what));
+    const std::chrono::milliseconds next = waited + kNoticeInterval;
+    calls_.After(kNoticeInterval, [this, step, next] { Remind(step, next); });
+}
+
 bool StepPlayer::WaitUnlessCancelled(std::chrono::milliseconds timeout,
                                      const std::function<bool(std::chrono::milliseconds)>& wait) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
@@ -134,13 +173,6 @@ bool StepPlayer::WaitUnlessCancelled(std::chrono::milliseconds timeout,
         if (left <= kCancelSlice) return false;
     }
     return false;
-}
-
-void StepPlayer::SleepUnlessCancelled(std::chrono::milliseconds duration) {
-    WaitUnlessCancelled(duration, [](std::chrono::milliseconds slice) {
-        std::this_thread::sleep_for(slice);
-        return false;
-    });
 }
 
 Result<pid_t> StepPlayer::AwaitDaemonPid() {

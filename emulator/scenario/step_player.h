@@ -7,26 +7,20 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include <android-base/expected.h>
 #include <android-base/result.h>
 
+#include "peers/transcript.h"
+#include "process/delayed_calls.h"
 #include "rig/rig.h"
 #include "scenario/scenario.pb.h"
 #include "scenario/scenario_loader.h"
-#include "scenario/wait_notice.h"
 
 namespace tarvo_emu {
-
-// A step being played: the step, its name in the transcript ("step 3", or "step 3, round 2,
-// step 0" inside a repeat) and its place in the scenario file, null when not known.
-struct StepCall {
-    const tarvo_scenario::Step& step;
-    const std::string& name;
-    const StepPlace* place;
-};
 
 // Why a step did not hold: the step, where it is, and the reason; a failure inside a repeat is
 // the failure of the repeated step.
@@ -65,6 +59,30 @@ struct PlayState {
     size_t thermal_writes_seen = 0;
 };
 
+// Says in the transcript which step is still waiting, a second into it and every few seconds
+// after, so that a quiet transcript is not taken for a hung rig.
+class WaitNotice {
+  public:
+    explicit WaitNotice(Transcript* transcript) : transcript_(transcript) {}
+
+    // The step shown as `name` (its text `text`) starts waiting.
+    void Begin(const std::string& name, const std::string& text);
+    // The step is over: no more notices for it.
+    void End();
+
+  private:
+    void Remind(uint64_t step, std::chrono::milliseconds waited);
+
+    Transcript* transcript_;
+    std::mutex mutex_;
+    // Counts the steps begun, so that a reminder due for an ended step says nothing.
+    uint64_t current_ = 0;
+    bool waiting_ = false;
+    std::string what_;
+    // Last, so that its thread stops before the members that its calls use go.
+    DelayedCalls calls_;
+};
+
 // Plays steps on a rig, each by the handler of its kind (see step_player.cpp), showing each in
 // the transcript before it is played and, once it is over, whether it held and how long it took.
 class StepPlayer {
@@ -88,8 +106,6 @@ class StepPlayer {
     // cancelled (false), so that a cancel ends a long wait within a slice.
     bool WaitUnlessCancelled(std::chrono::milliseconds timeout,
                              const std::function<bool(std::chrono::milliseconds)>& wait);
-    // Sleeps for `duration`, or until the step is cancelled.
-    void SleepUnlessCancelled(std::chrono::milliseconds duration);
 
     // The daemon's pid, known from its first log line; an error when none came within the step
     // time.
@@ -97,7 +113,8 @@ class StepPlayer {
 
   private:
     // The repeat's steps, in order, so many times over; a failure is the repeated step's.
-    StepResult PlayRepeat(const StepCall& call);
+    StepResult PlayRepeat(const tarvo_scenario::Step& step, const std::string& name,
+                          const StepPlace* place);
 
     Rig* rig_;
     const ScenarioOrigin* origin_;
@@ -105,8 +122,5 @@ class StepPlayer {
     std::atomic<bool> cancelled_ = false;
     WaitNotice wait_notice_;
 };
-
-// Plays one kind of step; the error says why it failed.
-using StepHandler = android::base::Result<void> (*)(StepPlayer& player, const StepCall& call);
 
 }  // namespace tarvo_emu

@@ -5,7 +5,7 @@
 
 #include <android-base/stringprintf.h>
 
-#include "scenario/expect_step.h"
+#include "scenario/scenario_text.h"
 
 using android::base::StringPrintf;
 using tarvo_message::TarvoMessage;

@@ -12,9 +12,9 @@
 #include <android-base/result.h>
 
 #include "capture/capture_scenario.h"
-#include "scenario/expect_step.h"
 #include "scenario/scenario_loader.h"
 #include "scenario/scenario_recorder.h"
+#include "scenario/scenario_text.h"
 #include "scenario/step_handlers.h"
 
 namespace {
