@@ -27,6 +27,7 @@ std::string SoakSummaryJson(const SoakSummary& summary) {
         {"stimuli", summary.stimuli},
         {"checks", summary.checks},
         {"faults", summary.faults},
+        {"traffic", summary.traffic},
         {"divergences", divergences},
         {"checks_per_second", summary.checks_per_second()},
         {"peak",
@@ -50,6 +51,7 @@ Result<SoakSummary> ReadSoakSummary(const std::string& path) {
         report.at("stimuli").get_to(summary.stimuli);
         report.at("checks").get_to(summary.checks);
         report.at("faults").get_to(summary.faults);
+        if (report.contains("traffic")) report.at("traffic").get_to(summary.traffic);
         for (const json& divergence : report.at("divergences")) {
             summary.divergences.push_back({divergence.at("seed").get<uint64_t>(),
                                            divergence.at("message").get<std::string>(),

@@ -39,6 +39,8 @@ android::base::Result<void> PlayAutoReply(StepPlayer& player, const StepCall& ca
 android::base::Result<void> PlayExpect(StepPlayer& player, const StepCall& call);
 // expect_silence_ms: no message at all for a while.
 android::base::Result<void> PlayExpectSilence(StepPlayer& player, const StepCall& call);
+// expect_all_taken: no message of the daemon's so far is left that no step took.
+android::base::Result<void> PlayExpectAllTaken(StepPlayer& player, const StepCall& call);
 
 // Steps on the log lines of every process in the sandbox.
 

@@ -123,7 +123,8 @@ Step SoakTraffic::Next(const SoakModel& model) {
     if (pick < 68) return Temperature();
     if (pick < 73) return Uecap();
     if (pick < 87) return Diagnostics();
-    if (pick < 92 || faults_.empty()) return Malformed();
+    if (pick < 89) return Malformed();
+    if (pick < 92 || faults_.empty()) return Unexpected(model);
     ++faults_given_;
     return Fault();
 }
@@ -376,6 +377,14 @@ Step SoakTraffic::Malformed() {
             message.mutable_property();
             return SendStep(std::move(message));
     }
+}
+
+Step SoakTraffic::Unexpected(const SoakModel& model) {
+    const auto kind = static_cast<UnexpectedKind>(Uniform(0, kUnexpectedKinds - 1));
+    ++unexpected_given_[UnexpectedName(kind)];
+    const uint32_t earlier_token = 1 + kTokenStride * Uniform(0, next_token_ / kTokenStride);
+    return UnexpectedTraffic(random_).Make(kind, Property().send(), earlier_token,
+                                           model.LastDaemonToken());
 }
 
 Step SoakTraffic::Fault() {
