@@ -124,7 +124,7 @@ Step SoakTraffic::Next(const SoakModel& model) {
     if (pick < 73) return Uecap();
     if (pick < 87) return Diagnostics();
     if (pick < 89) return Malformed();
-    if (pick < 92 || faults_.empty()) return Unexpected(model);
+    if (pick < 93 || faults_.empty()) return Unexpected(model);
     ++faults_given_;
     return Fault();
 }

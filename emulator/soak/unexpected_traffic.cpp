@@ -116,10 +116,11 @@ Step UnexpectedTraffic::Make(UnexpectedKind kind, TarvoMessage ordinary, uint32_
 }
 
 Step UnexpectedTraffic::UnknownFamily(TarvoMessage message) {
-    message.clear_payload();
+    // `message` is a request of a family that the daemon serves.
     switch (Uniform(0, 3)) {
         case 0:
             // Requests of families that only the daemon sends or that only indicate.
+            message.clear_payload();
             switch (Uniform(0, 4)) {
                 case 0:
                     message.mutable_modem_stat()->mutable_enable_request();
@@ -138,20 +139,20 @@ Step UnexpectedTraffic::UnknownFamily(TarvoMessage message) {
             }
             break;
         case 1:
+            // Indications of families that only answer requests.
             message.set_type(tarvo_message::INDICATION);
-            switch (Uniform(0, 4)) {
+            switch (Uniform(0, 7)) {
                 case 0:
-                    message.mutable_property()->mutable_read_request()->set_name(
-                        "vendor.modem.soak");
-                    break;
-                case 1:
                     message.mutable_modem_temperature()->mutable_set_request();
                     break;
-                case 2:
+                case 1:
                     message.mutable_modem_test()->mutable_tput_request();
                     break;
-                case 3:
+                case 2:
                     message.mutable_uecap_file()->mutable_read_request()->set_file_name("x");
+                    break;
+                case 3:
+                    message.clear_payload();
                     break;
                 default:
                     break;
@@ -159,11 +160,9 @@ Step UnexpectedTraffic::UnknownFamily(TarvoMessage message) {
             break;
         case 2:
             message.clear_type();
-            message.mutable_property()->mutable_read_request()->set_name("vendor.modem.soak");
             break;
         default:
             message.set_type(static_cast<tarvo_message::TarvoMessageType>(kUnknownType));
-            message.mutable_property()->mutable_read_request()->set_name("vendor.modem.soak");
             break;
     }
     return SendStep(std::move(message));
