@@ -3,6 +3,7 @@
 #include "device/device_facts.h"
 #include "scenario/generated_data.h"
 #include "scenario/payload_fields.h"
+#include "soak/unexpected_traffic.h"
 
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
@@ -70,8 +71,7 @@ SoakModel::SoakModel(const tarvo_scenario::Scenario& setup)
       steps_(files_),
       file_transfers_(files_, steps_),
       requests_(setup, files_, steps_),
-      diagnostics_(files_, steps_),
-      unexpected_(steps_) {
+      diagnostics_(files_, steps_) {
     for (const tarvo_scenario::SeedFile& seeded : setup.file()) {
         std::string content = seeded.content();
         if (seeded.has_size()) {
@@ -186,7 +186,7 @@ void SoakModel::Message(const TarvoMessage& message) {
         steps_.Ping();
         return;
     }
-    if (unexpected_.Play(message)) return;
+    if (ModelUnrouted(message, steps_)) return;
     const uint32_t token = message.token();
     if (message.has_file()) {
         file_transfers_.Play(message.file(), token, message.type() == tarvo_message::REQUEST);

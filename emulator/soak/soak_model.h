@@ -11,7 +11,6 @@
 #include "soak/model_file_system.h"
 #include "soak/model_steps.h"
 #include "soak/request_model.h"
-#include "soak/unexpected_model.h"
 
 namespace tarvo_emu {
 
@@ -58,7 +57,6 @@ class SoakModel {
     FileTransferModel file_transfers_;
     RequestModel requests_;
     DiagnosticsModel diagnostics_;
-    UnexpectedModel unexpected_;
     size_t steps_since_mark_ = 0;
 };
 

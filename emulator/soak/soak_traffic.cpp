@@ -383,8 +383,8 @@ Step SoakTraffic::Unexpected(const SoakModel& model) {
     const auto kind = static_cast<UnexpectedKind>(Uniform(0, kUnexpectedKinds - 1));
     ++unexpected_given_[UnexpectedName(kind)];
     const uint32_t earlier_token = 1 + kTokenStride * Uniform(0, next_token_ / kTokenStride);
-    return UnexpectedTraffic(random_).Make(kind, Property().send(), earlier_token,
-                                           model.LastDaemonToken());
+    return UnexpectedStimulus(kind, random_, Property().send(), earlier_token,
+                              model.LastDaemonToken());
 }
 
 Step SoakTraffic::Fault() {

@@ -1,10 +1,15 @@
 #include "soak/unexpected_traffic.h"
 
+#include <set>
 #include <vector>
 
-#include "device/device_facts.h"
-#include "scenario/payload_fields.h"
+#include <google/protobuf/text_format.h>
 
+#include <android-base/stringprintf.h>
+
+#include "device/device_facts.h"
+
+using android::base::StringPrintf;
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
 
@@ -16,6 +21,40 @@ namespace {
 constexpr uint32_t kForeignTokens = 0x40000000;
 // A type that the schema does not name.
 constexpr int kUnknownType = 7;
+
+// Payloads of the answers that the daemon's own requests get.
+const std::vector<std::string> kResponses = {"modem_stat { report_response {} }",
+                                             "extended_log { response {} }",
+                                             "userspace_log { enable_response {} }"};
+// Requests of families that only the daemon asks or that only indicate; no payload at all.
+const std::vector<std::string> kUnroutedRequests = {
+    "modem_stat { enable_request {} }", "extended_log { request {} }",
+    "userspace_log { indication { log: 'x' } }", "modem_test { tput_request {} }", ""};
+// Indications of families that only answer requests; the ordinary request's own payload too.
+const std::vector<std::string> kUnroutedIndications = {
+    "modem_temperature { set_request {} }",
+    "modem_test { tput_request {} }",
+    "uecap_file { read_request { file_name: 'x' } }",
+    "",
+    "property",
+    "property"};
+// Operations of a family that are not requests.
+const std::vector<std::string> kNoRequests = {"file { write_response { result: 0 } }",
+                                              "file { write_indication { file_name: 'a.bin' } }",
+                                              "file { read_response { data: 'x' } }", "file {}",
+                                              "uecap_file { read_response { data: 'x' } }"};
+
+const std::string& Pick(std::mt19937_64& random, const std::vector<std::string>& choices) {
+    return choices[std::uniform_int_distribution<size_t>(0, choices.size() - 1)(random)];
+}
+
+// `message` with the payload that `text` writes; the one it has for "property".
+TarvoMessage WithPayload(TarvoMessage message, const std::string& text) {
+    if (text == "property") return message;
+    message.clear_payload();
+    google::protobuf::TextFormat::MergeFromString(text, &message);
+    return message;
+}
 
 Step SendStep(TarvoMessage message) {
     Step step;
@@ -39,168 +78,118 @@ std::string UnexpectedName(UnexpectedKind kind) {
     return kNames[static_cast<size_t>(kind)];
 }
 
-uint64_t UnexpectedTraffic::Uniform(uint64_t low, uint64_t high) {
-    return std::uniform_int_distribution<uint64_t>(low, high)(random_);
-}
-
-TarvoMessage UnexpectedTraffic::Response(uint32_t token) {
-    TarvoMessage response;
-    response.set_type(tarvo_message::RESPONSE);
-    response.set_token(token);
-    response.set_result(Uniform(0, 1) == 0 ? tarvo_message::RESULT_SUCCESS
-                                           : tarvo_message::RESULT_FAILURE);
-    switch (Uniform(0, 2)) {
-        case 0:
-            response.mutable_modem_stat()->mutable_report_response();
-            break;
-        case 1:
-            response.mutable_extended_log()->mutable_response();
-            break;
-        default:
-            response.mutable_userspace_log()->mutable_enable_response();
-            break;
-    }
-    return response;
-}
-
-Step UnexpectedTraffic::Make(UnexpectedKind kind, TarvoMessage ordinary, uint32_t earlier_token,
-                             std::optional<uint32_t> daemon_token) {
+Step UnexpectedStimulus(UnexpectedKind kind, std::mt19937_64& random, TarvoMessage ordinary,
+                        uint32_t earlier_token, std::optional<uint32_t> daemon_token) {
+    const auto uniform = [&random](uint64_t low, uint64_t high) {
+        return std::uniform_int_distribution<uint64_t>(low, high)(random);
+    };
+    const auto response = [&](uint32_t token) {
+        TarvoMessage message = WithPayload(TarvoMessage(), Pick(random, kResponses));
+        message.set_type(tarvo_message::RESPONSE);
+        message.set_token(token);
+        message.set_result(uniform(0, 1) ? tarvo_message::RESULT_SUCCESS
+                                         : tarvo_message::RESULT_FAILURE);
+        return SendStep(std::move(message));
+    };
+    Step step;
     switch (kind) {
         case UnexpectedKind::kRepeatedToken:
             ordinary.set_token(earlier_token);
             return SendStep(std::move(ordinary));
         case UnexpectedKind::kAnsweredTwice:
-            return SendStep(Response(daemon_token.value_or(0)));
+            return response(daemon_token.value_or(0));
         case UnexpectedKind::kUnrequestedResponse:
-            return SendStep(Response(kForeignTokens + Uniform(0, 0xffff)));
-        case UnexpectedKind::kForeignTokenReply: {
-            constexpr int kCases[] = {TarvoMessage::kModemStat, TarvoMessage::kExtendedLog,
-                                      TarvoMessage::kUserspaceLog};
-            Step step;
-            step.mutable_auto_reply()->set_payload_case(kCases[Uniform(0, 2)]);
+            return response(kForeignTokens + uniform(0, 0xffff));
+        case UnexpectedKind::kForeignTokenReply:
+            step.mutable_auto_reply()->set_payload_case(
+                std::vector<int>{TarvoMessage::kModemStat, TarvoMessage::kExtendedLog,
+                                 TarvoMessage::kUserspaceLog}[uniform(0, 2)]);
             step.mutable_auto_reply()->mutable_reply()->set_token(kForeignTokens +
-                                                                  Uniform(0, 0xffff));
+                                                                  uniform(0, 0xffff));
             return step;
-        }
         case UnexpectedKind::kUnknownFamily:
-            return UnknownFamily(std::move(ordinary));
+            switch (uniform(0, 3)) {
+                case 0:
+                    return SendStep(WithPayload(ordinary, Pick(random, kUnroutedRequests)));
+                case 1:
+                    ordinary.set_type(tarvo_message::INDICATION);
+                    return SendStep(WithPayload(ordinary, Pick(random, kUnroutedIndications)));
+                case 2:
+                    ordinary.clear_type();
+                    return SendStep(std::move(ordinary));
+                default:
+                    ordinary.set_type(static_cast<tarvo_message::TarvoMessageType>(kUnknownType));
+                    return SendStep(std::move(ordinary));
+            }
         case UnexpectedKind::kUnknownOperation:
-            return UnknownOperation(std::move(ordinary));
-        case UnexpectedKind::kTruncated:
-            return Truncated(ordinary);
+            return SendStep(WithPayload(ordinary, Pick(random, kNoRequests)));
+        case UnexpectedKind::kTruncated: {
+            // Cut after a field of the header, where what is left parses as the fields before
+            // it, or inside the first, where nothing parses.
+            TarvoMessage header;
+            header.set_type(ordinary.type());
+            std::vector<size_t> cuts = {1, header.ByteSizeLong()};
+            header.set_token(ordinary.token());
+            cuts.push_back(header.ByteSizeLong());
+            return RawStep(ordinary.SerializeAsString().substr(0, cuts[uniform(0, 2)]));
+        }
         case UnexpectedKind::kOversized: {
             // A block of a write whose data runs past the end of the daemon's buffer.
-            tarvo_message::FileWriteRequest* write =
-                ordinary.mutable_file()->mutable_write_request();
-            write->set_file_name("a.bin");
-            write->set_file_dir(tarvo_message::FILE_DIR_MDS);
-            write->set_total_size(kLargestMessage * 2);
-            write->set_offset(0);
-            Step step;
+            google::protobuf::TextFormat::MergeFromString(
+                "file { write_request { file_name: 'a.bin' file_dir: FILE_DIR_MDS offset: 0 "
+                "total_size: 200000 } }",
+                &ordinary);
             *step.mutable_send_generated()->mutable_message() = std::move(ordinary);
-            step.mutable_send_generated()->mutable_data()->set_random_seed(random_());
+            step.mutable_send_generated()->mutable_data()->set_random_seed(random());
             step.mutable_send_generated()->mutable_data()->set_size(kLargestMessage +
-                                                                    Uniform(1, 4096));
+                                                                    uniform(1, 4096));
             return step;
         }
         case UnexpectedKind::kUnparsablePayload: {
-            // The file payload first, holding a field of a wire type that no message has; the
-            // header after it is never reached.
-            std::string payload = "\x0f" + std::string(Uniform(0, 20), 'x');
-            std::string bytes = "\x4a";
-            bytes += static_cast<char>(payload.size());
-            return RawStep(bytes + payload + ordinary.SerializeAsString());
+            // The file payload (field 9) first, holding a field of a wire type that no message
+            // has; the header after it is never reached.
+            const std::string payload = "\x0f" + std::string(uniform(0, 20), 'x');
+            return RawStep("\x4a" + std::string(1, static_cast<char>(payload.size())) + payload +
+                           ordinary.SerializeAsString());
         }
     }
     return SendStep(std::move(ordinary));
 }
 
-Step UnexpectedTraffic::UnknownFamily(TarvoMessage message) {
-    // `message` is a request of a family that the daemon serves.
-    switch (Uniform(0, 3)) {
-        case 0:
-            // Requests of families that only the daemon sends or that only indicate.
-            message.clear_payload();
-            switch (Uniform(0, 4)) {
-                case 0:
-                    message.mutable_modem_stat()->mutable_enable_request();
-                    break;
-                case 1:
-                    message.mutable_extended_log()->mutable_request();
-                    break;
-                case 2:
-                    message.mutable_userspace_log()->mutable_indication()->set_log("x");
-                    break;
-                case 3:
-                    message.mutable_modem_test()->mutable_tput_request();
-                    break;
-                default:
-                    break;
+bool ModelUnrouted(const TarvoMessage& message, ModelSteps& steps) {
+    using tarvo_message::FileMessage;
+    const bool operated = message.has_file() || message.has_uecap_file();
+    const int operation = message.has_file() ? message.file().FileOperation_case()
+                          : message.has_uecap_file()
+                              ? message.uecap_file().UecapFileOperation_case()
+                              : 0;
+    const std::set<int> requests = {FileMessage::kWriteRequest, FileMessage::kReadRequest,
+                                    FileMessage::kAppendRequest};
+    const std::set<int> indications = {TarvoMessage::kModemStat, TarvoMessage::kExtendedLog,
+                                       TarvoMessage::kUserspaceLog, TarvoMessage::kFile};
+    switch (message.has_type() ? message.type() : 0) {
+        case tarvo_message::REQUEST:
+            if (message.has_property() || message.has_modem_temperature() ||
+                (message.has_file() && requests.count(operation)) ||
+                (message.has_uecap_file() && message.uecap_file().has_read_request())) {
+                return false;
             }
+            if (message.has_file()) steps.Log(kLogInfo, "Got File message request");
+            if (message.has_uecap_file()) steps.Log(kLogInfo, "Got Uecap File message request");
+            // An unknown operation is told with the text of an unknown family.
+            steps.Log(kLogError, StringPrintf("RequestHandler: Unsupported message id %d",
+                                              operated ? operation : message.payload_case()));
             break;
-        case 1:
-            // Indications of families that only answer requests.
-            message.set_type(tarvo_message::INDICATION);
-            switch (Uniform(0, 7)) {
-                case 0:
-                    message.mutable_modem_temperature()->mutable_set_request();
-                    break;
-                case 1:
-                    message.mutable_modem_test()->mutable_tput_request();
-                    break;
-                case 2:
-                    message.mutable_uecap_file()->mutable_read_request()->set_file_name("x");
-                    break;
-                case 3:
-                    message.clear_payload();
-                    break;
-                default:
-                    break;
-            }
-            break;
-        case 2:
-            message.clear_type();
+        case tarvo_message::INDICATION:
+            if (indications.count(message.payload_case())) return false;
+            steps.Log(kLogError, StringPrintf("IndicationHandler: Unsupported message id %d",
+                                              message.payload_case()));
             break;
         default:
-            message.set_type(static_cast<tarvo_message::TarvoMessageType>(kUnknownType));
             break;
     }
-    return SendStep(std::move(message));
-}
-
-Step UnexpectedTraffic::UnknownOperation(TarvoMessage message) {
-    message.clear_payload();
-    switch (Uniform(0, 4)) {
-        case 0:
-            message.mutable_file()->mutable_write_response()->set_result(
-                tarvo_message::FileMessageResult(0));
-            break;
-        case 1:
-            message.mutable_file()->mutable_write_indication()->set_file_name("a.bin");
-            break;
-        case 2:
-            message.mutable_file()->mutable_read_response()->set_data("x");
-            break;
-        case 3:
-            message.mutable_file();
-            break;
-        default:
-            message.mutable_uecap_file()->mutable_read_response()->set_data("x");
-            break;
-    }
-    return SendStep(std::move(message));
-}
-
-Step UnexpectedTraffic::Truncated(const TarvoMessage& message) {
-    // Cut after a field of the envelope, where what is left parses as the fields before it, or
-    // inside the first, where nothing parses.
-    std::vector<size_t> cuts = {1};
-    TarvoMessage prefix;
-    prefix.set_type(message.type());
-    cuts.push_back(prefix.ByteSizeLong());
-    prefix.set_token(message.token());
-    cuts.push_back(prefix.ByteSizeLong());
-    return RawStep(message.SerializeAsString().substr(0, cuts[Uniform(0, cuts.size() - 1)]));
+    steps.Ping();
+    return true;
 }
 
 }  // namespace tarvo_emu
