@@ -12,8 +12,8 @@ namespace tarvo_emu {
 // Read in the order listed, so that a report lacking several fields names the first.
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(SoakPeak, descriptors, threads, memory_kib)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(SeedDivergence, seed, message, scenario)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(SoakSummary, seeds, stimuli, checks, faults, divergences,
-                                   seconds, peak)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(SoakSummary, seeds, stimuli, checks, faults, traffic,
+                                   divergences, seconds, peak)
 
 namespace {
 

@@ -187,4 +187,17 @@ Result<void> PlayExpectSilence(StepPlayer& player, const tarvo_scenario::Step& s
     return Error() << "the daemon sent { " << ShortText(received.All()[before]) << " }";
 }
 
+Result<void> PlayExpectAllTaken(StepPlayer& player, const tarvo_scenario::Step&) {
+    const std::vector<tarvo_message::TarvoMessage> untaken =
+        player.rig().modem().received_events().Untaken();
+    if (untaken.empty()) return {};
+    // Named by its type and innermost payload, so that one such divergence is told from another.
+    const tarvo_message::TarvoMessage& first = untaken.front();
+    const google::protobuf::Message* payload = InnermostPayload(&first);
+    return Errorf("the daemon sent a {} {} that no step took: {{ {} }}, {} such in all",
+                  tarvo_message::TarvoMessageType_Name(first.type()),
+                  payload != &first ? payload->GetDescriptor()->name() : "without payload",
+                  ShortText(first), untaken.size());
+}
+
 }  // namespace tarvo_emu

@@ -34,6 +34,7 @@ android::base::Result<void> PlaySendGenerated(StepPlayer&, const tarvo_scenario:
 android::base::Result<void> PlayAutoReply(StepPlayer&, const tarvo_scenario::Step&);
 android::base::Result<void> PlayExpect(StepPlayer&, const tarvo_scenario::Step&);
 android::base::Result<void> PlayExpectSilence(StepPlayer&, const tarvo_scenario::Step&);
+android::base::Result<void> PlayExpectAllTaken(StepPlayer&, const tarvo_scenario::Step&);
 
 // log_steps.cpp: the log lines of every process in the sandbox.
 android::base::Result<void> PlayExpectLog(StepPlayer&, const tarvo_scenario::Step&);

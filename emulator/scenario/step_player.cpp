@@ -38,6 +38,7 @@ constexpr std::pair<Step::ActionCase, StepHandler> kHandlers[] = {
     {Step::kSend, PlaySend},
     {Step::kExpect, PlayExpect},
     {Step::kExpectSilenceMs, PlayExpectSilence},
+    {Step::kExpectAllTaken, PlayExpectAllTaken},
     {Step::kExpectLog, PlayExpectLog},
     {Step::kExpectNoLog, PlayExpectNoLog},
     {Step::kExpectFile, PlayExpectFile},

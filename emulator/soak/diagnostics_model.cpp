@@ -48,9 +48,10 @@ DiagnosticsModel::DiagnosticsModel(ModelFileSystem& files, ModelSteps& steps)
 }
 
 void DiagnosticsModel::SetReply(const tarvo_scenario::AutoReply& rule) {
-    replies_[rule.payload_case()] = rule.no_reply()      ? Reply::kSilent
-                                    : rule.result() == 0 ? Reply::kSuccess
-                                                         : Reply::kFailure;
+    // An answer under a token that the daemon never drew is dropped: it waits as for silence.
+    replies_[rule.payload_case()] = rule.no_reply() || rule.reply().has_token() ? Reply::kSilent
+                                    : rule.result() == 0                        ? Reply::kSuccess
+                                                                                : Reply::kFailure;
 }
 
 // A request of the daemon's own, then what it logs of the modem's answer: the answer's result,

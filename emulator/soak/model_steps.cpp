@@ -68,6 +68,7 @@ void ModelSteps::Respond(uint32_t token, int result, TarvoMessage payload) {
 
 void ModelSteps::ExpectRequest(TarvoMessage request, uint32_t timeout_ms) {
     request.set_type(tarvo_message::REQUEST);
+    ++requests_;
     steps_.push_back(ExpectStep(std::move(request), TimeoutOf(timeout_ms)));
 }
 

@@ -27,6 +27,12 @@ class ModelSteps {
     void Respond(uint32_t token, int result, tarvo_message::TarvoMessage payload);
     // A request of the daemon's own, payload exact.
     void ExpectRequest(tarvo_message::TarvoMessage request, uint32_t timeout_ms = 0);
+    // The daemon draws its requests' tokens from 0 up, from each start on.
+    void ForgetRequests() { requests_ = 0; }
+    std::optional<uint32_t> LastRequestToken() const {
+        if (requests_ == 0) return std::nullopt;
+        return requests_ - 1;
+    }
     void Log(int priority, const std::string& text, uint32_t timeout_ms = 0);
     void LogRegex(int priority, const std::string& regex);
     // The file at `resolved` as the model holds it: bytes and mode, or absent.
@@ -40,6 +46,7 @@ class ModelSteps {
   private:
     const ModelFileSystem& files_;
     uint32_t next_ping_token_;
+    uint32_t requests_ = 0;
     std::vector<tarvo_scenario::Step> steps_;
 };
 

@@ -37,6 +37,7 @@ void AddUp(const SoakReport& report, SoakReport* total) {
     total->faults += report.faults;
     total->checks += report.checks;
     for (const auto& [kind, count] : report.fault_kinds) total->fault_kinds[kind] += count;
+    for (const auto& [kind, count] : report.traffic_kinds) total->traffic_kinds[kind] += count;
     total->peak.descriptors = std::max(total->peak.descriptors, report.peak.descriptors);
     total->peak.threads = std::max(total->peak.threads, report.peak.threads);
     total->peak.memory_kib = std::max(total->peak.memory_kib, report.peak.memory_kib);
@@ -164,6 +165,7 @@ SoakSummary SummarizeSoak(const std::vector<SoakSeedResult>& results, double sec
     summary.stimuli = total.stimuli;
     summary.checks = total.checks;
     summary.faults = total.fault_kinds;
+    summary.traffic = total.traffic_kinds;
     summary.peak = total.peak;
     return summary;
 }

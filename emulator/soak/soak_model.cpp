@@ -3,6 +3,7 @@
 #include "device/device_facts.h"
 #include "scenario/generated_data.h"
 #include "scenario/payload_fields.h"
+#include "soak/unexpected_traffic.h"
 
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
@@ -92,6 +93,7 @@ void SoakModel::UsageCheck() {
 }
 
 void SoakModel::Started() {
+    steps_.ForgetRequests();
     steps_.Log(kLogInfo, StateChangeText(-1, kModemOnline));
     diagnostics_.Configuration();
     Step mark;
@@ -103,6 +105,13 @@ void SoakModel::Started() {
 std::vector<Step> SoakModel::Start() {
     steps_.Take();
     Started();
+    return AllTaken();
+}
+
+std::vector<Step> SoakModel::AllTaken() {
+    Step step;
+    step.set_expect_all_taken(true);
+    steps_.Add(std::move(step));
     return steps_.Take();
 }
 
@@ -119,11 +128,15 @@ std::vector<Step> SoakModel::Play(const Step& stimulus) {
             Message(message);
             break;
         }
-        case Step::kSendRaw:
-            // Bytes that do not parse are dropped; the next message is read as usual.
-            steps_.Log(kLogError, "ParseFromArray failed");
-            steps_.Ping();
+        case Step::kSendRaw: {
+            // What parsed before an error is handled as a whole message would be.
+            TarvoMessage message;
+            if (!message.ParseFromString(stimulus.send_raw())) {
+                steps_.Log(kLogError, "ParseFromArray failed");
+            }
+            Message(message);
             break;
+        }
         case Step::kFault:
             Fault(stimulus.fault());
             break;
@@ -133,7 +146,7 @@ std::vector<Step> SoakModel::Play(const Step& stimulus) {
         case Step::kRestartDaemon:
             // Started as init starts it: what is kept is what the files hold.
             Started();
-            return steps_.Take();
+            return AllTaken();
         case Step::kSignalDaemon:
             diagnostics_.Signal(stimulus.signal_daemon());
             break;
@@ -144,7 +157,7 @@ std::vector<Step> SoakModel::Play(const Step& stimulus) {
             break;
     }
     UsageCheck();
-    return steps_.Take();
+    return AllTaken();
 }
 
 void SoakModel::Fault(tarvo_scenario::Fault fault) {
@@ -173,6 +186,7 @@ void SoakModel::Message(const TarvoMessage& message) {
         steps_.Ping();
         return;
     }
+    if (ModelUnrouted(message, steps_)) return;
     const uint32_t token = message.token();
     if (message.has_file()) {
         file_transfers_.Play(message.file(), token, message.type() == tarvo_message::REQUEST);

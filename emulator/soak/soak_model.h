@@ -40,6 +40,8 @@ class SoakModel {
     std::optional<size_t> FileSize(uint32_t directory, const std::string& name) const {
         return file_transfers_.FileSize(directory, name);
     }
+    // The token of the daemon's last request since it started, when it made one.
+    std::optional<uint32_t> LastDaemonToken() const { return steps_.LastRequestToken(); }
 
   private:
     // The start's steps, after those already written.
@@ -47,6 +49,8 @@ class SoakModel {
     void Fault(tarvo_scenario::Fault fault);
     void Message(const tarvo_message::TarvoMessage& message);
     void UsageCheck();
+    // The steps written, closed by the check that the daemon sent nothing else.
+    std::vector<tarvo_scenario::Step> AllTaken();
 
     ModelFileSystem files_;
     ModelSteps steps_;

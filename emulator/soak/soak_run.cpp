@@ -33,6 +33,7 @@ bool IsCheck(const Step& step) {
         case Step::kExpectProperty:
         case Step::kExpectThermalWrites:
         case Step::kExpectUsage:
+        case Step::kExpectAllTaken:
             return true;
         default:
             return false;
@@ -110,6 +111,7 @@ Result<SoakReport> SoakRun::Play(
             report_.faults = traffic.faults_given();
             ++report_.fault_kinds[FaultKind(stimuli_.back())];
         }
+        report_.traffic_kinds = traffic.unexpected_given();
         clean =
             play(model.Play(stimuli_.back())) && (report_.stimuli % kHealthEvery != 0 || healthy());
         if (steady_clock::now() >= next_progress) {

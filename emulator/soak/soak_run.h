@@ -43,6 +43,8 @@ struct SoakReport {
     size_t faults = 0;
     // The faults by kind, as --faults names them.
     std::map<std::string, size_t> fault_kinds;
+    // The unexpected traffic by kind (unexpected_traffic.h).
+    std::map<std::string, size_t> traffic_kinds;
     size_t checks = 0;
     double seconds = 0;
     SoakPeak peak;

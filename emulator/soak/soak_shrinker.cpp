@@ -1,6 +1,7 @@
 #include "soak/soak_shrinker.h"
 
 #include <cctype>
+#include <set>
 
 #include <google/protobuf/text_format.h>
 
@@ -24,6 +25,89 @@ std::string KindOf(const std::string& text) {
         if (!isdigit(static_cast<unsigned char>(c))) kind += c;
     }
     return kind;
+}
+
+using google::protobuf::FieldDescriptor;
+
+// Fields that name rather than size: a payload is shrunk without them.
+const std::set<std::string>& KeptFields() {
+    static const auto* const kKept =
+        new std::set<std::string>{"token", "message_id", "random_seed", "timeout_ms"};
+    return *kKept;
+}
+
+// Halves the `n`th field of `message` that can be smaller, in the order of a walk through its
+// fields and those of the messages it holds: a repeated field loses its second half, a string
+// its second half, a number above 1 half its value. False when it has fewer such fields.
+bool HalveField(google::protobuf::Message* message, size_t* n) {
+    const google::protobuf::Reflection* reflection = message->GetReflection();
+    std::vector<const FieldDescriptor*> fields;
+    reflection->ListFields(*message, &fields);
+    const auto halve = [&n](auto value, auto set) {
+        if (value == 0 || (*n)-- != 0) return false;
+        set(value);
+        return true;
+    };
+    for (const FieldDescriptor* field : fields) {
+        if (KeptFields().count(field->name())) continue;
+        if (field->is_repeated()) {
+            const int size = reflection->FieldSize(*message, field);
+            if (halve(size, [&](int) {
+                    for (int i = size / 2; i < size; ++i) reflection->RemoveLast(message, field);
+                })) {
+                return true;
+            }
+            if (field->cpp_type() != FieldDescriptor::CPPTYPE_MESSAGE) continue;
+            for (int i = 0; i < size; ++i) {
+                if (HalveField(reflection->MutableRepeatedMessage(message, field, i), n)) {
+                    return true;
+                }
+            }
+            continue;
+        }
+        bool halved = false;
+        switch (field->cpp_type()) {
+            case FieldDescriptor::CPPTYPE_MESSAGE:
+                halved = HalveField(reflection->MutableMessage(message, field), n);
+                break;
+            case FieldDescriptor::CPPTYPE_STRING:
+                halved = halve(reflection->GetString(*message, field).size(), [&](size_t size) {
+                    reflection->SetString(
+                        message, field, reflection->GetString(*message, field).substr(0, size / 2));
+                });
+                break;
+            // Never down to 0 from 1: a block size of 0 is another request, not a smaller one.
+            case FieldDescriptor::CPPTYPE_UINT32:
+                halved = halve(reflection->GetUInt32(*message, field) / 2,
+                               [&](uint32_t half) { reflection->SetUInt32(message, field, half); });
+                break;
+            case FieldDescriptor::CPPTYPE_UINT64:
+                halved = halve(reflection->GetUInt64(*message, field) / 2,
+                               [&](uint64_t half) { reflection->SetUInt64(message, field, half); });
+                break;
+            case FieldDescriptor::CPPTYPE_INT64:
+                halved = halve(reflection->GetInt64(*message, field) / 2,
+                               [&](int64_t half) { reflection->SetInt64(message, field, half); });
+                break;
+            default:
+                break;
+        }
+        if (halved) return true;
+    }
+    return false;
+}
+
+// `stimulus` with the `n`th field of what it sends halved; none when it has fewer such fields.
+std::optional<Step> SmallerPayload(Step stimulus, size_t n) {
+    google::protobuf::Message* payload = nullptr;
+    if (stimulus.has_send()) payload = stimulus.mutable_send();
+    if (stimulus.has_send_generated()) payload = stimulus.mutable_send_generated();
+    if (stimulus.has_send_raw() && n == 0 && stimulus.send_raw().size() > 1) {
+        stimulus.set_send_raw(stimulus.send_raw().substr(0, stimulus.send_raw().size() / 2));
+        return stimulus;
+    }
+    if (payload == nullptr || !HalveField(payload, &n)) return std::nullopt;
+    return stimulus;
 }
 
 }  // namespace
@@ -143,6 +227,24 @@ ShrinkResult ShrinkStimuli(std::vector<Step> stimuli, std::vector<size_t> number
             candidate_numbers.erase(candidate_numbers.begin() + start,
                                     candidate_numbers.begin() + end);
             if (!keeps(candidate, candidate_numbers)) start = end;
+        }
+    }
+    // Then what each stimulus sends, a field at a time, again while any field got smaller.
+    for (bool smaller = true; smaller && in_time();) {
+        smaller = false;
+        for (size_t i = 0; i < result.stimuli.size() && in_time(); ++i) {
+            for (size_t n = 0; in_time();) {
+                std::optional<Step> candidate = SmallerPayload(result.stimuli[i], n);
+                if (!candidate) break;
+                std::vector<Step> stimuli_left = result.stimuli;
+                stimuli_left[i] = std::move(*candidate);
+                if (keeps(stimuli_left, result.numbers)) {
+                    smaller = true;
+                } else {
+                    ++n;
+                }
+                if (i >= result.stimuli.size()) break;
+            }
         }
     }
     return result;

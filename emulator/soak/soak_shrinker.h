@@ -42,7 +42,9 @@ using StimuliReplay =
 
 // The fewest stimuli found, within `budget`, whose `replay` still diverges as `divergence` did:
 // first the shortest tail of them before the divergence, then without each stretch, halving
-// down to single stimuli (blocks, faults and messages alike). `numbers` are the stimuli's
+// down to single stimuli (blocks, faults and messages alike), then with each field of what each
+// stimulus sends halved (fewer repeated entries, shorter data and names, smaller sizes, offsets
+// and counts; tokens kept), found by reflection. `numbers` are the stimuli's
 // numbers in the run, kept for the ones left. `report` hears each attempt.
 struct ShrinkResult {
     std::vector<tarvo_scenario::Step> stimuli;

@@ -11,6 +11,7 @@ SoakSummary MergeSoakSummaries(const std::vector<SoakSummary>& summaries) {
         merged.stimuli += summary.stimuli;
         merged.checks += summary.checks;
         for (const auto& [kind, count] : summary.faults) merged.faults[kind] += count;
+        for (const auto& [kind, count] : summary.traffic) merged.traffic[kind] += count;
         merged.divergences.insert(merged.divergences.end(), summary.divergences.begin(),
                                   summary.divergences.end());
         merged.seconds += summary.seconds;

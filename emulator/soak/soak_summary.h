@@ -29,6 +29,8 @@ struct SoakSummary {
     size_t checks = 0;
     // By kind: "eof", "read", "write", "hangup", "offline", "restart".
     std::map<std::string, size_t> faults;
+    // The unexpected traffic by kind: "repeated_token", "truncated", ...
+    std::map<std::string, size_t> traffic;
     std::vector<SeedDivergence> divergences;
     // The wall time of the run; merged, the sum of the runs' times.
     double seconds = 0;

@@ -2,6 +2,8 @@
 
 #include <signal.h>
 
+#include <google/protobuf/text_format.h>
+
 #include "device/device_facts.h"
 #include "scenario/payload_fields.h"
 #include "scenario/step_handlers.h"
@@ -123,7 +125,8 @@ Step SoakTraffic::Next(const SoakModel& model) {
     if (pick < 68) return Temperature();
     if (pick < 73) return Uecap();
     if (pick < 87) return Diagnostics();
-    if (pick < 92 || faults_.empty()) return Malformed();
+    if (pick < 89) return Malformed();
+    if (pick < 93 || faults_.empty()) return Unexpected(model);
     ++faults_given_;
     return Fault();
 }
@@ -323,59 +326,52 @@ Step SoakTraffic::Diagnostics() {
 
 Step SoakTraffic::Malformed() {
     TarvoMessage message = NewMessage(tarvo_message::REQUEST);
-    Step step;
+    const std::string legacy =
+        "file_path: '/data/legacy' file_dir: FILE_DIR_MDS file_name: '" + Name() + "' ";
+    // A file operation without one of the fields that it requires.
+    const std::string half = Chance(0.5) ? "file_name: '" + Name() + "'" : "file_dir: FILE_DIR_MDS";
+    size_t size = 0;
+    std::string text;
     switch (Uniform(0, 5)) {
         case 0: {
             // Field 1 with wire type 7, which no message has.
-            std::string bytes = "\x0f";
-            bytes += Text(Uniform(0, 40));
-            step.set_send_raw(bytes);
+            Step step;
+            step.set_send_raw("\x0f" + Text(Uniform(0, 40)));
             return step;
         }
-        case 1: {
-            tarvo_message::FileWriteRequest* write =
-                message.mutable_file()->mutable_write_request();
-            write->set_file_path("/data/legacy");
-            write->set_file_name(Name());
-            write->set_file_dir(tarvo_message::FILE_DIR_MDS);
-            write->set_total_size(4);
-            return Send(std::move(message), 4);
-        }
-        case 2: {
-            message.set_type(tarvo_message::INDICATION);
-            tarvo_message::FileWriteIndication* write =
-                message.mutable_file()->mutable_write_indication();
+        case 1:
+            text = "file { write_request { total_size: 4 " + legacy + "} }";
+            size = 4;
+            break;
+        case 2:
             // Only a request's legacy field is looked at.
-            write->set_file_path("/data/legacy");
-            write->set_file_name(Name());
-            write->set_file_dir(tarvo_message::FILE_DIR_MDS);
-            write->set_total_size(Uniform(1, 64));
-            return Send(std::move(message), Uniform(1, 64));
-        }
-        case 3: {
-            tarvo_message::FileReadRequest* read = message.mutable_file()->mutable_read_request();
-            if (Chance(0.5)) {
-                read->set_file_name(Name());
-            } else {
-                read->set_file_dir(tarvo_message::FILE_DIR_MDS);
-            }
-            return SendStep(std::move(message));
-        }
-        case 4: {
-            tarvo_message::FileAppendRequest* append =
-                message.mutable_file()->mutable_append_request();
-            if (Chance(0.5)) {
-                append->set_file_name(Name());
-            } else {
-                append->set_file_dir(tarvo_message::FILE_DIR_MDS);
-            }
-            return Send(std::move(message), 3);
-        }
+            message.set_type(tarvo_message::INDICATION);
+            text = "file { write_indication { total_size: " + std::to_string(Uniform(1, 64)) + " " +
+                   legacy + "} }";
+            size = Uniform(1, 64);
+            break;
+        case 3:
+            text = "file { read_request { " + half + " } }";
+            break;
+        case 4:
+            text = "file { append_request { " + half + " } }";
+            size = 3;
+            break;
         default:
             // A property message with neither a read nor a write.
-            message.mutable_property();
-            return SendStep(std::move(message));
+            text = "property {}";
+            break;
     }
+    google::protobuf::TextFormat::MergeFromString(text, &message);
+    return size > 0 ? Send(std::move(message), size) : SendStep(std::move(message));
+}
+
+Step SoakTraffic::Unexpected(const SoakModel& model) {
+    const auto kind = static_cast<UnexpectedKind>(Uniform(0, kUnexpectedKinds - 1));
+    ++unexpected_given_[UnexpectedName(kind)];
+    const uint32_t earlier_token = 1 + kTokenStride * Uniform(0, next_token_ / kTokenStride);
+    return UnexpectedStimulus(kind, random_, Property().send(), earlier_token,
+                              model.LastDaemonToken());
 }
 
 Step SoakTraffic::Fault() {

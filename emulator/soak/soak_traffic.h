@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <random>
 #include <set>
 #include <string>
@@ -9,12 +10,13 @@
 #include "device/fault.h"
 #include "scenario/scenario.pb.h"
 #include "soak/soak_model.h"
+#include "soak/unexpected_traffic.h"
 
 namespace tarvo_emu {
 
 // Random modem traffic for a soak run, one stimulus at a time: the modem's messages of every
-// family, malformed ones, signals for the daemon's own requests, the modem's answers to them, and
-// faults between them. The same seed gives the same stimuli against the same model.
+// family, malformed and unexpected ones, signals for the daemon's own requests, the modem's answers
+// to them, and faults between them. The same seed gives the same stimuli against the same model.
 class SoakTraffic {
   public:
     SoakTraffic(uint64_t seed, std::set<tarvo_emu::Fault> faults);
@@ -24,6 +26,8 @@ class SoakTraffic {
     tarvo_scenario::Step Next(const SoakModel& model);
     // How many of the stimuli so far were faults.
     size_t faults_given() const { return faults_given_; }
+    // The unexpected traffic among them, by kind.
+    const std::map<std::string, size_t>& unexpected_given() const { return unexpected_given_; }
 
   private:
     // A file that the modem sends in blocks.
@@ -56,11 +60,13 @@ class SoakTraffic {
     tarvo_scenario::Step Uecap();
     tarvo_scenario::Step Diagnostics();
     tarvo_scenario::Step Malformed();
+    tarvo_scenario::Step Unexpected(const SoakModel& model);
     tarvo_scenario::Step Fault();
 
     std::mt19937_64 random_;
     std::set<tarvo_emu::Fault> faults_;
     size_t faults_given_ = 0;
+    std::map<std::string, size_t> unexpected_given_;
     std::vector<Transfer> transfers_;
     uint32_t next_token_ = 1;
 };

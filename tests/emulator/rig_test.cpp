@@ -128,6 +128,30 @@ TEST(ScenarioPlayerTest, NamesTheStepThatFailedAndWhatCameNearest) {
         << failure;
 }
 
+TEST(ScenarioPlayerTest, NamesAMessageOfTheDaemonsThatNoStepTook) {
+    // The first check holds; before the second, the answer to token 3 was not taken, though it
+    // came before the one to token 4 that was.
+    const auto scenario = ParseScenario(R"(
+        initial_state: 4
+        step { send { type: REQUEST token: 2 property { read_request { name: "ro.none" } } } }
+        step { expect { message { token: 2 } } }
+        step { expect_all_taken: true }
+        step { send { type: REQUEST token: 3 property { read_request { name: "ro.none" } } } }
+        step { send { type: REQUEST token: 4 property { read_request { name: "ro.none" } } } }
+        step { expect { message { token: 4 } } }
+        step { expect_all_taken: true }
+    )");
+    const android::base::Result<void> played = tarvo_emu::PlayScenario(scenario);
+    ASSERT_FALSE(played.ok());
+    const std::string failure = played.error().message();
+    EXPECT_EQ(failure.rfind("step 6 (expect_all_taken: true) failed: the daemon sent a RESPONSE "
+                            "PropertyReadResponse that no step took: { type: RESPONSE",
+                            0),
+              0u)
+        << failure;
+    EXPECT_NE(failure.find("token: 3 "), std::string::npos) << failure;
+}
+
 // The soak and the shrinker tell divergences apart by the failure's parts, not its text.
 TEST(ScenarioPlayerTest, HandsAFailureOverInItsParts) {
     tarvo_emu::ScenarioOrigin origin;

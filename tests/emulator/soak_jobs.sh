@@ -34,6 +34,10 @@ field() {
     fail "--merge failed"
 [ "$(field "$work/merged.json" 'r["seeds"], r["stimuli"]')" = "([5, 6, 9, 10, 11], 140)" ] ||
     fail "--merge gave $(cat "$work/merged.json")"
+traffic=$(($(field "$work/jobs.json" 'sum(r["traffic"].values())') + \
+    $(field "$work/range.json" 'sum(r["traffic"].values())')))
+[ "$traffic" -gt 0 ] && [ "$(field "$work/merged.json" 'sum(r["traffic"].values())')" = "$traffic" ] ||
+    fail "--merge counted the unexpected traffic otherwise: $(cat "$work/merged.json")"
 
 for range in 11-9 9 9-x -9; do
     status=0

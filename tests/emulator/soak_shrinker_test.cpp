@@ -11,6 +11,8 @@
 #include <vector>
 
 #include <gmock/gmock.h>
+#include <google/protobuf/text_format.h>
+#include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
 
 namespace tarvo_emu {
@@ -136,6 +138,60 @@ TEST(SoakShrinkerTest, KeepsTheWholeRunWhenNoReplayDivergesAlike) {
     EXPECT_EQ(shrunk.result.stimuli.size(), kStimuli);
     // Tails of 1, 2, 4, 8 and all 16 stimuli.
     EXPECT_EQ(shrunk.result.replays, 5u);
+}
+
+Step StepOf(const std::string& text) {
+    Step step;
+    EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &step)) << text;
+    return step;
+}
+
+TEST(SoakShrinkerTest, ShrinksWhatTheStimuliSendWhileTheyDivergeAlike) {
+    // 15 diverges while 3 reports two readings or more and 9 writes at least 300 bytes; nothing
+    // else that they send matters, and tokens and seeds are never shrunk.
+    std::vector<Step> stimuli = Stimuli();
+    const std::string reading = "sensors { sensor: 4 temperature: -36000 update: true } ";
+    stimuli[3].MergeFrom(StepOf("send { token: 5 modem_temperature { set_request { " + reading +
+                                reading + reading + reading + "} } }"));
+    stimuli[9].MergeFrom(
+        StepOf("send_generated { message { token: 7 file { write_request { file_name: \"abcdef\" "
+               "total_size: 5000 offset: 40 } } } data { random_seed: 3 size: 5000 } }"));
+    const auto script = [](const std::vector<Step>& played) -> std::optional<SoakDivergence> {
+        std::optional<size_t> at;
+        bool readings = false;
+        bool written = false;
+        for (size_t i = 0; i < played.size(); ++i) {
+            const Step& step = played[i];
+            if (step.note() == "15") at = i;
+            if (step.note() == "3") {
+                readings = step.send().modem_temperature().set_request().sensors_size() >= 2;
+            }
+            if (step.note() == "9") written = step.send_generated().data().size() >= 300;
+        }
+        if (!at || !readings || !written) return std::nullopt;
+        return SoakDivergence{*at, kSignature, "the failure"};
+    };
+    const ShrinkResult shrunk = ShrinkStimuli(Stimuli(), Numbers(), {15, kSignature, ""}, kBudget,
+                                              script, [](const std::string&) {});
+    // Shrunk from the stimuli above, not the plain ones.
+    const ShrinkResult result = ShrinkStimuli(stimuli, Numbers(), {15, kSignature, ""}, kBudget,
+                                              script, [](const std::string&) {});
+    EXPECT_FALSE(shrunk.reproduced.has_value());
+    ASSERT_TRUE(result.reproduced.has_value());
+    ASSERT_THAT(result.numbers, ElementsAre(3, 9, 15));
+    const std::string small_reading = "sensors { sensor: 1 temperature: -1 update: true } ";
+    Step readings = StepOf("send { token: 5 modem_temperature { set_request { " + small_reading +
+                           small_reading + "} } }");
+    readings.set_note("3");
+    Step written = StepOf(
+        "send_generated { message { token: 7 file { write_request { file_name: \"\" "
+        "total_size: 1 offset: 1 } } } data { random_seed: 3 size: 312 } }");
+    written.set_note("9");
+    std::string differences;
+    google::protobuf::util::MessageDifferencer differencer;
+    differencer.ReportDifferencesToString(&differences);
+    EXPECT_TRUE(differencer.Compare(readings, result.stimuli[0])) << differences;
+    EXPECT_TRUE(differencer.Compare(written, result.stimuli[1])) << differences;
 }
 
 }  // namespace

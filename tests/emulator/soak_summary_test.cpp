@@ -19,6 +19,7 @@ TEST(SoakSummaryTest, MergeAddsCountsKeepsEverySeedAndDivergenceAndTakesTheHighe
                             .stimuli = 100,
                             .checks = 1000,
                             .faults = {{"eof", 3}, {"restart", 1}},
+                            .traffic = {{"truncated", 2}},
                             .divergences = {{2, "answer differs", "out.seed-2.textproto"}},
                             .seconds = 10,
                             .peak = {.descriptors = 12, .threads = 4, .memory_kib = 900}};
@@ -26,6 +27,7 @@ TEST(SoakSummaryTest, MergeAddsCountsKeepsEverySeedAndDivergenceAndTakesTheHighe
                              .stimuli = 50,
                              .checks = 2000,
                              .faults = {{"eof", 2}, {"hangup", 5}},
+                             .traffic = {{"oversized", 1}, {"truncated", 3}},
                              .divergences = {{3, "file differs", "out.seed-3.textproto"}},
                              .seconds = 30,
                              .peak = {.descriptors = 10, .threads = 6, .memory_kib = 800}};
@@ -36,6 +38,7 @@ TEST(SoakSummaryTest, MergeAddsCountsKeepsEverySeedAndDivergenceAndTakesTheHighe
     EXPECT_EQ(merged.stimuli, 150u);
     EXPECT_EQ(merged.checks, 3000u);
     EXPECT_THAT(merged.faults, ElementsAre(Pair("eof", 5), Pair("hangup", 5), Pair("restart", 1)));
+    EXPECT_THAT(merged.traffic, ElementsAre(Pair("oversized", 1), Pair("truncated", 5)));
     EXPECT_THAT(merged.divergences,
                 ElementsAre(Field(&SeedDivergence::seed, 2), Field(&SeedDivergence::seed, 3)));
     EXPECT_EQ(merged.divergences[1].scenario, "out.seed-3.textproto");
