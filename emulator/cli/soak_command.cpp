@@ -104,8 +104,8 @@ CLI::App* AddSoakCommand(CLI::App& app, SoakCommandOptions* command) {
                 }
                 options->faults = std::move(*faults);
             },
-            "comma-separated: eof, read, write, hangup, offline, restart;\n"
-            "all (the default) or none")
+            "comma-separated: eof, read, write, hangup, offline, restart, full,\n"
+            "readonly; all (the default) or none")
         ->type_name("LIST");
     soak->add_option("--out", options->out, "the scenario of a divergence (soak-failure.textproto)")
         ->type_name("FILE");

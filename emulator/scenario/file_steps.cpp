@@ -74,6 +74,11 @@ Result<void> PlayWriteFile(StepPlayer& player, const StepCall& call) {
     return Error() << "cannot write " << file.path();
 }
 
+Result<void> PlayRemount(StepPlayer& player, const StepCall& call) {
+    const tarvo_scenario::Remount& remount = call.step.remount();
+    return player.rig().sandbox().Remount(remount.path(), remount.read_only(), remount.full());
+}
+
 Result<void> PlayRemoveFile(StepPlayer& player, const StepCall& call) {
     if (player.rig().RemoveFile(call.step.remove_file()).ok()) return {};
     return Error() << "cannot remove " << call.step.remove_file();

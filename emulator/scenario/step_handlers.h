@@ -53,6 +53,8 @@ android::base::Result<void> PlayExpectNoLog(StepPlayer& player, const StepCall& 
 android::base::Result<void> PlayWriteFile(StepPlayer& player, const StepCall& call);
 // remove_file: removes a file that must exist.
 android::base::Result<void> PlayRemoveFile(StepPlayer& player, const StepCall& call);
+// remount: a tree of its own turns read-only or full, or back.
+android::base::Result<void> PlayRemount(StepPlayer& player, const StepCall& call);
 // expect_file: a file's presence, content, size and mode, checked again until they hold or the
 // step's time is up.
 android::base::Result<void> PlayExpectFile(StepPlayer& player, const StepCall& call);

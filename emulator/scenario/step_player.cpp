@@ -53,6 +53,7 @@ constexpr std::pair<Step::ActionCase, StepHandler> kHandlers[] = {
     {Step::kExpectThermalWrites, PlayExpectThermalWrites},
     {Step::kSignalDaemon, PlaySignalDaemon},
     {Step::kSetProperty, PlaySetProperty},
+    {Step::kRemount, PlayRemount},
 };
 
 // The longest a wait goes on without looking whether its step was cancelled.

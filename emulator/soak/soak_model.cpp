@@ -3,6 +3,7 @@
 #include "device/device_facts.h"
 #include "scenario/generated_data.h"
 #include "scenario/payload_fields.h"
+#include "soak/mid_run_faults.h"
 
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
@@ -56,6 +57,7 @@ tarvo_scenario::Scenario SoakModel::Setup(uint64_t seed) {
     if (seed % kReadOnlyVariants == kReadOnlyVariants - 1) {
         setup.add_read_only(kReplayDirectory);
     }
+    MidRunFaults::Setup(&setup);
     return setup;
 }
 
@@ -129,11 +131,16 @@ std::vector<Step> SoakModel::Play(const Step& stimulus) {
             break;
         case Step::kModemState:
             diagnostics_.OfflineAndBack();
+            CheckStaged();
             break;
         case Step::kRestartDaemon:
             // Started as init starts it: what is kept is what the files hold.
             Started();
+            CheckStaged();
             return steps_.Take();
+        case Step::kRemount:
+            MidRunFaults::Play(stimulus.remount(), files_);
+            break;
         case Step::kSignalDaemon:
             diagnostics_.Signal(stimulus.signal_daemon());
             break;
@@ -164,6 +171,13 @@ void SoakModel::Fault(tarvo_scenario::Fault fault) {
             break;
     }
     steps_.Ping();
+    CheckStaged();
+}
+
+void SoakModel::CheckStaged() {
+    for (const std::string& path : files_.FilesUnder(std::string(kStagingDirectory) + "/")) {
+        steps_.CheckFile(path);
+    }
 }
 
 void SoakModel::Message(const TarvoMessage& message) {

@@ -40,11 +40,14 @@ class SoakModel {
     std::optional<size_t> FileSize(uint32_t directory, const std::string& name) const {
         return file_transfers_.FileSize(directory, name);
     }
+    const ModelFileSystem& files() const { return files_; }
 
   private:
     // The start's steps, after those already written.
     void Started();
     void Fault(tarvo_scenario::Fault fault);
+    // After a fault: every staging file holds what was acknowledged, nothing more or less.
+    void CheckStaged();
     void Message(const tarvo_message::TarvoMessage& message);
     void UsageCheck();
 

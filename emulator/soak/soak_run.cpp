@@ -8,6 +8,7 @@
 #include "scenario/scenario_loader.h"
 #include "scenario/scenario_player.h"
 #include "scenario/scenario_text.h"
+#include "soak/mid_run_faults.h"
 #include "soak/soak_model.h"
 #include "soak/soak_shrinker.h"
 
@@ -48,6 +49,8 @@ std::string FaultKind(const Step& step) {
             return std::string(FaultSoakName(Fault::kOffline));
         case Step::kRestartDaemon:
             return std::string(FaultSoakName(Fault::kRestart));
+        case Step::kRemount:
+            return std::string(FaultSoakName(MidRunFaults::Of(step.remount())));
         default:
             return Step::descriptor()->FindFieldByNumber(step.action_case())->name();
     }
@@ -61,7 +64,10 @@ SoakRun::SoakRun(const SoakOptions& options)
 Result<SoakReport> SoakRun::Play(
     const std::function<void(const SoakReport&, bool last)>& progress) {
     SoakModel model(setup_);
-    SoakTraffic traffic(options_.seed, options_.faults);
+    std::set<Fault> faults = options_.faults;
+    // A replay directory read-only from the start does not turn writable.
+    if (read_only_replay()) faults.erase(Fault::kReadOnly);
+    SoakTraffic traffic(options_.seed, faults);
     ScenarioSession session(setup_, nullptr, nullptr, nullptr, options_.hooks);
     if (Result<void> started = session.Start(); !started.ok()) return started.error();
 

@@ -5,6 +5,7 @@
 #include "device/device_facts.h"
 #include "scenario/payload_fields.h"
 #include "scenario/step_handlers.h"
+#include "soak/mid_run_faults.h"
 
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
@@ -122,10 +123,10 @@ Step SoakTraffic::Next(const SoakModel& model) {
     if (pick < 62) return Property();
     if (pick < 68) return Temperature();
     if (pick < 73) return Uecap();
-    if (pick < 87) return Diagnostics();
+    if (pick < 87) return Diagnostics(MidRunFaults::DiskFull(model.files()));
     if (pick < 92 || faults_.empty()) return Malformed();
     ++faults_given_;
-    return Fault();
+    return Fault(model);
 }
 
 Step SoakTraffic::Block(const SoakModel& model) {
@@ -264,10 +265,11 @@ Step SoakTraffic::Uecap() {
     return SendStep(std::move(message));
 }
 
-Step SoakTraffic::Diagnostics() {
+Step SoakTraffic::Diagnostics(bool disk_full) {
     TarvoMessage message = NewMessage(tarvo_message::INDICATION);
     Step step;
-    switch (Uniform(0, 5)) {
+    // The first two write their files under /data.
+    switch (Uniform(disk_full ? 2 : 0, 5)) {
         case 0: {
             tarvo_message::ModemStatReportIndication* report =
                 message.mutable_modem_stat()->mutable_report_indication();
@@ -378,13 +380,16 @@ Step SoakTraffic::Malformed() {
     }
 }
 
-Step SoakTraffic::Fault() {
-    // The node's faults are common, a modem restart or a daemon restart rarer.
+Step SoakTraffic::Fault(const SoakModel& model) {
+    // The node's faults are common, a modem restart or a daemon restart rarer; a tree turns full
+    // or read-only, and back, in between.
     std::vector<std::pair<tarvo_emu::Fault, uint64_t>> weighted;
     for (tarvo_emu::Fault fault : faults_) {
         const bool rare =
             fault == tarvo_emu::Fault::kOffline || fault == tarvo_emu::Fault::kRestart;
-        weighted.emplace_back(fault, rare ? 1 : 3);
+        const bool remount =
+            fault == tarvo_emu::Fault::kFull || fault == tarvo_emu::Fault::kReadOnly;
+        weighted.emplace_back(fault, rare ? 1 : remount ? 2 : 3);
     }
     uint64_t total = 0;
     for (const auto& [_, weight] : weighted) total += weight;
@@ -397,6 +402,7 @@ Step SoakTraffic::Fault() {
         }
         pick -= weight;
     }
+    if (std::optional<Step> remount = MidRunFaults::Step(chosen, model.files())) return *remount;
     Step step;
     switch (chosen) {
         case tarvo_emu::Fault::kOffline:

@@ -1,0 +1,54 @@
+#include "soak/mid_run_faults.h"
+
+#include "device/device_facts.h"
+
+namespace tarvo_emu {
+
+namespace {
+
+constexpr char kDataTree[] = "/data";
+// /data's size: room for an hour's appends, far from full until a fault fills it.
+constexpr uint32_t kDataSizeKib = 262144;
+
+}  // namespace
+
+void MidRunFaults::Setup(tarvo_scenario::Scenario* setup) {
+    setup->set_data_size_limit_kib(kDataSizeKib);
+    // A replay directory bound read-only from the start stays so.
+    for (const std::string& path : setup->read_only()) {
+        if (path == kReplayDirectory) return;
+    }
+    setup->add_own_mount(kReplayDirectory);
+}
+
+std::optional<tarvo_scenario::Step> MidRunFaults::Step(Fault fault, const ModelFileSystem& files) {
+    tarvo_scenario::Step step;
+    tarvo_scenario::Remount* remount = step.mutable_remount();
+    if (fault == Fault::kFull) {
+        remount->set_path(kDataTree);
+        remount->set_full(!files.IsFull(kDataTree));
+    } else if (fault == Fault::kReadOnly) {
+        remount->set_path(kReplayDirectory);
+        remount->set_read_only(!files.IsReadOnly(kReplayDirectory));
+    } else {
+        return std::nullopt;
+    }
+    return step;
+}
+
+bool MidRunFaults::DiskFull(const ModelFileSystem& files) { return files.IsFull(kDataTree); }
+
+Fault MidRunFaults::Of(const tarvo_scenario::Remount& remount) {
+    return remount.path() == kDataTree ? Fault::kFull : Fault::kReadOnly;
+}
+
+void MidRunFaults::Play(const tarvo_scenario::Remount& remount, ModelFileSystem& files) {
+    files.SetReadOnly(remount.path(), remount.read_only());
+    if (remount.full()) {
+        files.SetFull(remount.path());
+    } else if (files.IsFull(remount.path())) {
+        files.SetFull(std::nullopt);
+    }
+}
+
+}  // namespace tarvo_emu
