@@ -14,6 +14,8 @@ constexpr uint32_t kDataSizeKib = 262144;
 
 void MidRunFaults::Setup(tarvo_scenario::Scenario* setup) {
     setup->set_data_size_limit_kib(kDataSizeKib);
+    // Apart from /data, so that its logs go on while /data is full.
+    setup->add_own_mount(kExtendedLogDirectory);
     // A replay directory bound read-only from the start stays so.
     for (const std::string& path : setup->read_only()) {
         if (path == kReplayDirectory) return;
@@ -21,18 +23,17 @@ void MidRunFaults::Setup(tarvo_scenario::Scenario* setup) {
     setup->add_own_mount(kReplayDirectory);
 }
 
-std::optional<tarvo_scenario::Step> MidRunFaults::Step(Fault fault, const ModelFileSystem& files) {
+tarvo_scenario::Step MidRunFaults::Full(const ModelFileSystem& files) {
     tarvo_scenario::Step step;
-    tarvo_scenario::Remount* remount = step.mutable_remount();
-    if (fault == Fault::kFull) {
-        remount->set_path(kDataTree);
-        remount->set_full(!files.IsFull(kDataTree));
-    } else if (fault == Fault::kReadOnly) {
-        remount->set_path(kReplayDirectory);
-        remount->set_read_only(!files.IsReadOnly(kReplayDirectory));
-    } else {
-        return std::nullopt;
-    }
+    step.mutable_remount()->set_path(kDataTree);
+    step.mutable_remount()->set_full(!files.IsFull(kDataTree));
+    return step;
+}
+
+tarvo_scenario::Step MidRunFaults::ReadOnly(const std::string& tree, const ModelFileSystem& files) {
+    tarvo_scenario::Step step;
+    step.mutable_remount()->set_path(tree);
+    step.mutable_remount()->set_read_only(!files.IsReadOnly(tree));
     return step;
 }
 

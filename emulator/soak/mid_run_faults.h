@@ -1,6 +1,6 @@
 #pragma once
 
-#include <optional>
+#include <string>
 
 #include "device/fault.h"
 #include "scenario/scenario.pb.h"
@@ -9,17 +9,18 @@
 namespace tarvo_emu {
 
 // The faults that change the daemon's trees while it runs: /data filling up and freeing again,
-// the replay directory turning read-only and back. Each is a remount step, which the traffic
-// chooses and the model plays on its files.
+// the replay or the extended log directory turning read-only and back. Each is a remount step,
+// which the traffic chooses and the model plays on its files.
 class MidRunFaults {
   public:
     // The trees that the soak's sandbox mounts on their own so that they can be remounted.
     static void Setup(tarvo_scenario::Scenario* setup);
 
-    // The remount that plays `fault` (full or readonly) on the trees as `files` holds them: it
-    // turns the tree full or read-only when it is not, and back when it is. None for another
-    // fault.
-    static std::optional<tarvo_scenario::Step> Step(Fault fault, const ModelFileSystem& files);
+    // The remount that fills /data when it is not full, and frees it when it is.
+    static tarvo_scenario::Step Full(const ModelFileSystem& files);
+    // The remount that turns `tree`, one of the setup's own mounts, read-only when it is not,
+    // and back when it is.
+    static tarvo_scenario::Step ReadOnly(const std::string& tree, const ModelFileSystem& files);
     // Whether /data is full in `files`.
     static bool DiskFull(const ModelFileSystem& files);
     // The fault that `remount` plays.

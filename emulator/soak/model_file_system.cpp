@@ -84,12 +84,12 @@ bool ModelFileSystem::IsReadOnly(const std::string& prefix) const {
 
 void ModelFileSystem::SetFull(const std::optional<std::string>& prefix) {
     full_ = prefix;
-    full_pages_ = prefix ? Pages(*prefix) : 0;
+    full_pages_ = FullPages();
 }
 
 size_t ModelFileSystem::Room(const std::string& resolved, size_t size) const {
-    if (!full_ || !IsUnder(resolved, *full_)) return size;
-    const size_t pages = Pages(*full_);
+    if (!OnFullTree(resolved)) return size;
+    const size_t pages = FullPages();
     const size_t free_pages = full_pages_ > pages ? full_pages_ - pages : 0;
     const File* file = Find(resolved);
     const size_t held = file != nullptr ? file->content.size() : 0;
@@ -98,10 +98,17 @@ size_t ModelFileSystem::Room(const std::string& resolved, size_t size) const {
     return std::min(size, slack + free_pages * kPageSize);
 }
 
-size_t ModelFileSystem::Pages(const std::string& prefix) const {
+bool ModelFileSystem::OnFullTree(const std::string& resolved) const {
+    if (!full_ || !IsUnder(resolved, *full_)) return false;
+    return std::none_of(mounts_.begin(), mounts_.end(), [&](const std::string& mount) {
+        return mount.size() > full_->size() && IsUnder(resolved, mount);
+    });
+}
+
+size_t ModelFileSystem::FullPages() const {
     size_t pages = 0;
     for (const auto& [path, file] : files_) {
-        if (IsUnder(path, prefix)) pages += (file.content.size() + kPageSize - 1) / kPageSize;
+        if (OnFullTree(path)) pages += (file.content.size() + kPageSize - 1) / kPageSize;
     }
     return pages;
 }

@@ -46,6 +46,9 @@ class ModelFileSystem {
     // The tree at `prefix` turning read-only, or writable again.
     void SetReadOnly(const std::string& prefix, bool read_only);
     bool IsReadOnly(const std::string& prefix) const;
+    // The tree at `prefix` is a file system apart from the tree it is in: it neither fills up
+    // nor frees space with it.
+    void AddMount(const std::string& prefix) { mounts_.push_back(prefix); }
     // The tree at `prefix` full from now on: its files grow only into the pages they hold now and
     // those freed since, as a tmpfs whose size limit moved down to what it uses. Nothing full
     // when not given.
@@ -59,12 +62,15 @@ class ModelFileSystem {
     std::vector<std::string> FilesUnder(const std::string& prefix) const;
 
   private:
-    // The pages that the files under `prefix` hold.
-    size_t Pages(const std::string& prefix) const;
+    // Whether `resolved` is on the full tree's file system.
+    bool OnFullTree(const std::string& resolved) const;
+    // The pages that the files on the full tree hold.
+    size_t FullPages() const;
 
     std::set<std::string> directories_;
     std::vector<std::string> read_only_;
     std::map<std::string, File> files_;
+    std::vector<std::string> mounts_;
     std::optional<std::string> full_;
     size_t full_pages_ = 0;  // the pages held when full_ filled up
 };

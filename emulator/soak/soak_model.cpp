@@ -72,7 +72,9 @@ SoakModel::SoakModel(const tarvo_scenario::Scenario& setup)
       steps_(files_),
       file_transfers_(files_, steps_),
       requests_(setup, files_, steps_),
-      diagnostics_(files_, steps_) {
+      diagnostics_(files_, steps_),
+      own_mounts_(setup.own_mount().begin(), setup.own_mount().end()) {
+    for (const std::string& tree : own_mounts_) files_.AddMount(tree);
     for (const tarvo_scenario::SeedFile& seeded : setup.file()) {
         std::string content = seeded.content();
         if (seeded.has_size()) {

@@ -41,6 +41,8 @@ class SoakModel {
         return file_transfers_.FileSize(directory, name);
     }
     const ModelFileSystem& files() const { return files_; }
+    // The trees that a remount may turn read-only.
+    const std::vector<std::string>& own_mounts() const { return own_mounts_; }
 
   private:
     // The start's steps, after those already written.
@@ -57,6 +59,7 @@ class SoakModel {
     RequestModel requests_;
     DiagnosticsModel diagnostics_;
     size_t steps_since_mark_ = 0;
+    std::vector<std::string> own_mounts_;
 };
 
 }  // namespace tarvo_emu

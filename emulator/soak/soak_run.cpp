@@ -64,10 +64,7 @@ SoakRun::SoakRun(const SoakOptions& options)
 Result<SoakReport> SoakRun::Play(
     const std::function<void(const SoakReport&, bool last)>& progress) {
     SoakModel model(setup_);
-    std::set<Fault> faults = options_.faults;
-    // A replay directory read-only from the start does not turn writable.
-    if (read_only_replay()) faults.erase(Fault::kReadOnly);
-    SoakTraffic traffic(options_.seed, faults);
+    SoakTraffic traffic(options_.seed, options_.faults);
     ScenarioSession session(setup_, nullptr, nullptr, nullptr, options_.hooks);
     if (Result<void> started = session.Start(); !started.ok()) return started.error();
 

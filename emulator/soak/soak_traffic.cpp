@@ -268,8 +268,8 @@ Step SoakTraffic::Uecap() {
 Step SoakTraffic::Diagnostics(bool disk_full) {
     TarvoMessage message = NewMessage(tarvo_message::INDICATION);
     Step step;
-    // The first two write their files under /data.
-    switch (Uniform(disk_full ? 2 : 0, 5)) {
+    // The first writes its file under /data.
+    switch (Uniform(disk_full ? 1 : 0, 5)) {
         case 0: {
             tarvo_message::ModemStatReportIndication* report =
                 message.mutable_modem_stat()->mutable_report_indication();
@@ -402,9 +402,13 @@ Step SoakTraffic::Fault(const SoakModel& model) {
         }
         pick -= weight;
     }
-    if (std::optional<Step> remount = MidRunFaults::Step(chosen, model.files())) return *remount;
     Step step;
     switch (chosen) {
+        case tarvo_emu::Fault::kFull:
+            return MidRunFaults::Full(model.files());
+        case tarvo_emu::Fault::kReadOnly:
+            return MidRunFaults::ReadOnly(
+                model.own_mounts()[Uniform(0, model.own_mounts().size() - 1)], model.files());
         case tarvo_emu::Fault::kOffline:
             step.set_modem_state(0);
             break;

@@ -123,6 +123,8 @@ TEST_F(ModelFileSystemTest, AFullTreeTakesOnlyWhatFitsItsPages) {
     files_.Open("/data/radio/a.txt", kFileMode).content = std::string(kPage + 100, 'a');
     files_.Open("/data/radio/b.txt", kFileMode).content = std::string(2 * kPage, 'b');
     files_.Open("/vendor/etc/c.txt", kFileMode);
+    files_.AddMount("/data/radio/logs2");
+    files_.Open("/data/radio/logs2/d.txt", kFileMode).content = std::string(kPage, 'd');
     files_.SetFull("/data");
     EXPECT_TRUE(files_.IsFull("/data"));
 
@@ -132,6 +134,10 @@ TEST_F(ModelFileSystemTest, AFullTreeTakesOnlyWhatFitsItsPages) {
     EXPECT_EQ(files_.Room("/data/radio/new.txt", 1), 0u);
     EXPECT_EQ(files_.Room("/data/radio/new.txt", 0), 0u);
     EXPECT_EQ(files_.Room("/vendor/etc/c.txt", 10000), 10000u);
+    // A tree mounted apart neither fills up nor frees pages with /data.
+    EXPECT_EQ(files_.Room("/data/radio/logs2/d.txt", 10000), 10000u);
+    files_.Remove("/data/radio/logs2/d.txt");
+    EXPECT_EQ(files_.Room("/data/radio/new.txt", 1), 0u);
 
     // b.txt's two pages are free again; what a write takes is gone.
     files_.Remove("/data/radio/b.txt");
