@@ -115,17 +115,18 @@ Result<void> Sandbox::MountOwn(const std::string& path) {
     return MountTmpfs(path, kOwnMountKib);
 }
 
-Result<void> Sandbox::Remount(const std::string& path, bool read_only, bool full) {
+Result<void> Sandbox::Remount(const std::string& path, bool read_only,
+                              std::optional<uint32_t> free_kib) {
     auto mounted = std::find_if(mounted_.begin(), mounted_.end(),
                                 [&path](const auto& tree) { return tree.first == path; });
     if (mounted == mounted_.end()) return Error() << path << " is not a tree of its own";
     const auto& [dir, size_kib] = mounted->second;
     uint64_t kib = size_kib;
-    if (full) {
+    if (free_kib) {
         struct statfs fs;
         if (statfs(dir.c_str(), &fs) != 0) return ErrnoError() << "statfs " << dir;
         // A size of 0 is no limit at all: an empty tree keeps one page.
-        kib = std::max<uint64_t>(fs.f_blocks - fs.f_bfree, 1) * fs.f_bsize / 1024;
+        kib = std::max<uint64_t>(fs.f_blocks - fs.f_bfree, 1) * fs.f_bsize / 1024 + *free_kib;
     }
     const std::string options = "size=" + std::to_string(kib) + "k";
     if (mount("tmpfs", dir.c_str(), "tmpfs", MS_REMOUNT | (read_only ? MS_RDONLY : 0),

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,9 +46,11 @@ class Sandbox {
     // written into it, so that Remount can change it while the daemon runs.
     android::base::Result<void> MountOwn(const std::string& path);
     // Remounts a tmpfs of the sandbox (/data or /mnt with a size limit, or one of MountOwn):
-    // read-only or writable; full (its size limit moved down to the pages its files hold) or at
-    // its own size. The processes inside see it at once, through the same superblock.
-    android::base::Result<void> Remount(const std::string& path, bool read_only, bool full);
+    // read-only or writable; full (its size limit moved down to the pages its files hold, and
+    // `free_kib` more) or at its own size. The processes inside see it at once, through the same
+    // superblock.
+    android::base::Result<void> Remount(const std::string& path, bool read_only,
+                                        std::optional<uint32_t> free_kib);
     // Binds `path` (under /data or /mnt) read-only.
     android::base::Result<void> SetReadOnly(const std::string& path);
     // Shows the host directory `dir` at the same path, writable, even inside the project's trees.

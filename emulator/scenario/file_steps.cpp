@@ -76,7 +76,9 @@ Result<void> PlayWriteFile(StepPlayer& player, const StepCall& call) {
 
 Result<void> PlayRemount(StepPlayer& player, const StepCall& call) {
     const tarvo_scenario::Remount& remount = call.step.remount();
-    return player.rig().sandbox().Remount(remount.path(), remount.read_only(), remount.full());
+    return player.rig().sandbox().Remount(
+        remount.path(), remount.read_only(),
+        remount.full() ? std::optional<uint32_t>(remount.free_kib()) : std::nullopt);
 }
 
 Result<void> PlayRemoveFile(StepPlayer& player, const StepCall& call) {

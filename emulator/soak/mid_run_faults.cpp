@@ -23,10 +23,12 @@ void MidRunFaults::Setup(tarvo_scenario::Scenario* setup) {
     setup->add_own_mount(kReplayDirectory);
 }
 
-tarvo_scenario::Step MidRunFaults::Full(const ModelFileSystem& files) {
+tarvo_scenario::Step MidRunFaults::Full(const ModelFileSystem& files, size_t free_pages) {
     tarvo_scenario::Step step;
     step.mutable_remount()->set_path(kDataTree);
-    step.mutable_remount()->set_full(!files.IsFull(kDataTree));
+    if (files.IsFull(kDataTree)) return step;
+    step.mutable_remount()->set_full(true);
+    step.mutable_remount()->set_free_kib(free_pages * ModelFileSystem::kPage / 1024);
     return step;
 }
 
@@ -46,7 +48,8 @@ Fault MidRunFaults::Of(const tarvo_scenario::Remount& remount) {
 void MidRunFaults::Play(const tarvo_scenario::Remount& remount, ModelFileSystem& files) {
     files.SetReadOnly(remount.path(), remount.read_only());
     if (remount.full()) {
-        files.SetFull(remount.path());
+        const size_t page_kib = ModelFileSystem::kPage / 1024;
+        files.SetFull(remount.path(), (remount.free_kib() + page_kib - 1) / page_kib);
     } else if (files.IsFull(remount.path())) {
         files.SetFull(std::nullopt);
     }

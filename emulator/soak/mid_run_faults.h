@@ -16,8 +16,9 @@ class MidRunFaults {
     // The trees that the soak's sandbox mounts on their own so that they can be remounted.
     static void Setup(tarvo_scenario::Scenario* setup);
 
-    // The remount that fills /data when it is not full, and frees it when it is.
-    static tarvo_scenario::Step Full(const ModelFileSystem& files);
+    // The remount that fills /data when it is not full, up to `free_pages`, and frees it when it
+    // is.
+    static tarvo_scenario::Step Full(const ModelFileSystem& files, size_t free_pages);
     // The remount that turns `tree`, one of the setup's own mounts, read-only when it is not,
     // and back when it is.
     static tarvo_scenario::Step ReadOnly(const std::string& tree, const ModelFileSystem& files);

@@ -8,9 +8,6 @@ namespace tarvo_emu {
 
 namespace {
 
-// A tmpfs holds a file's bytes in pages of this size.
-constexpr size_t kPageSize = 4096;
-
 bool IsUnder(const std::string& path, const std::string& prefix) {
     return path == prefix || android::base::StartsWith(path, prefix + "/");
 }
@@ -82,9 +79,9 @@ bool ModelFileSystem::IsReadOnly(const std::string& prefix) const {
     return std::find(read_only_.begin(), read_only_.end(), prefix) != read_only_.end();
 }
 
-void ModelFileSystem::SetFull(const std::optional<std::string>& prefix) {
+void ModelFileSystem::SetFull(const std::optional<std::string>& prefix, size_t free_pages) {
     full_ = prefix;
-    full_pages_ = FullPages();
+    full_pages_ = FullPages() + free_pages;
 }
 
 size_t ModelFileSystem::Room(const std::string& resolved, size_t size) const {
@@ -94,8 +91,8 @@ size_t ModelFileSystem::Room(const std::string& resolved, size_t size) const {
     const File* file = Find(resolved);
     const size_t held = file != nullptr ? file->content.size() : 0;
     // The rest of the file's last page takes bytes without a page more.
-    const size_t slack = (kPageSize - held % kPageSize) % kPageSize;
-    return std::min(size, slack + free_pages * kPageSize);
+    const size_t slack = (kPage - held % kPage) % kPage;
+    return std::min(size, slack + free_pages * kPage);
 }
 
 bool ModelFileSystem::OnFullTree(const std::string& resolved) const {
@@ -108,7 +105,7 @@ bool ModelFileSystem::OnFullTree(const std::string& resolved) const {
 size_t ModelFileSystem::FullPages() const {
     size_t pages = 0;
     for (const auto& [path, file] : files_) {
-        if (OnFullTree(path)) pages += (file.content.size() + kPageSize - 1) / kPageSize;
+        if (OnFullTree(path)) pages += (file.content.size() + kPage - 1) / kPage;
     }
     return pages;
 }

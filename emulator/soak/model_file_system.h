@@ -24,6 +24,8 @@ class ModelFileSystem {
     };
     // A time stamp's size: "MM-DD hh:mm:ss.mmm\n".
     static constexpr size_t kStampSize = 19;
+    // A tmpfs holds a file's bytes in pages of this size.
+    static constexpr size_t kPage = 4096;
     // A mode of 0: the file was created with the daemon's umask and its mode never set.
     static constexpr mode_t kUmaskMode = 0;
 
@@ -49,10 +51,10 @@ class ModelFileSystem {
     // The tree at `prefix` is a file system apart from the tree it is in: it neither fills up
     // nor frees space with it.
     void AddMount(const std::string& prefix) { mounts_.push_back(prefix); }
-    // The tree at `prefix` full from now on: its files grow only into the pages they hold now and
-    // those freed since, as a tmpfs whose size limit moved down to what it uses. Nothing full
-    // when not given.
-    void SetFull(const std::optional<std::string>& prefix);
+    // The tree at `prefix` full from now on: its files grow only into the pages they hold now,
+    // `free_pages` more and those freed since, as a tmpfs whose size limit moved down to what it
+    // uses. Nothing full when not given.
+    void SetFull(const std::optional<std::string>& prefix, size_t free_pages = 0);
     bool IsFull(const std::string& prefix) const { return full_ == prefix; }
     // How many of `size` bytes appended to the file at `resolved` (an empty one when missing)
     // land before the write fails with ENOSPC.

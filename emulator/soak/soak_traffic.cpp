@@ -164,6 +164,11 @@ Step SoakTraffic::Block(const SoakModel& model) {
     }
     uint32_t size = BlockSize();
     if (!overshoot && offset < total) size = std::min(size, total - offset);
+    // On a full disk, often the block that completes the file, whose copy needs pages too.
+    if (pick < 70 && offset < total && total - offset <= kLargeBlock &&
+        MidRunFaults::DiskFull(model.files()) && Chance(0.5)) {
+        size = total - offset;
+    }
 
     TarvoMessage message =
         NewMessage(transfer.indication ? tarvo_message::INDICATION : tarvo_message::REQUEST);
@@ -404,8 +409,11 @@ Step SoakTraffic::Fault(const SoakModel& model) {
     }
     Step step;
     switch (chosen) {
-        case tarvo_emu::Fault::kFull:
-            return MidRunFaults::Full(model.files());
+        case tarvo_emu::Fault::kFull: {
+            // Full at once, or after some writes: a transfer then stops part-way, or its copy.
+            constexpr uint64_t kMostFreePages = 64;
+            return MidRunFaults::Full(model.files(), Chance(0.5) ? 0 : Uniform(1, kMostFreePages));
+        }
         case tarvo_emu::Fault::kReadOnly:
             return MidRunFaults::ReadOnly(
                 model.own_mounts()[Uniform(0, model.own_mounts().size() - 1)], model.files());

@@ -119,7 +119,7 @@ TEST_F(ModelFileSystemTest, ATreeTurnsReadOnlyAndBack) {
 // A tmpfs whose size limit moved down to the pages it uses: bytes still land in the rest of a
 // file's last page, and in the pages that removed files gave back.
 TEST_F(ModelFileSystemTest, AFullTreeTakesOnlyWhatFitsItsPages) {
-    constexpr size_t kPage = 4096;
+    constexpr size_t kPage = ModelFileSystem::kPage;
     files_.Open("/data/radio/a.txt", kFileMode).content = std::string(kPage + 100, 'a');
     files_.Open("/data/radio/b.txt", kFileMode).content = std::string(2 * kPage, 'b');
     files_.Open("/vendor/etc/c.txt", kFileMode);
@@ -145,6 +145,10 @@ TEST_F(ModelFileSystemTest, AFullTreeTakesOnlyWhatFitsItsPages) {
     files_.Open("/data/radio/new.txt", kFileMode).content = std::string(kPage + 1, 'n');
     EXPECT_EQ(files_.Room("/data/radio/a.txt", 10000), kPage - 100);
     EXPECT_EQ(files_.Room("/data/radio/other.txt", 1), 0u);
+
+    // Full with pages to spare: they go before the disk is full.
+    files_.SetFull("/data", 1);
+    EXPECT_EQ(files_.Room("/data/radio/other.txt", 2 * kPage), kPage);
 
     files_.SetFull(std::nullopt);
     EXPECT_FALSE(files_.IsFull("/data"));
