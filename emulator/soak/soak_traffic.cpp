@@ -164,10 +164,10 @@ Step SoakTraffic::Block(const SoakModel& model) {
     }
     uint32_t size = BlockSize();
     if (!overshoot && offset < total) size = std::min(size, total - offset);
-    // On a full disk, often the block that completes the file, whose copy needs pages too.
-    if (pick < 70 && offset < total && total - offset <= kLargeBlock &&
-        MidRunFaults::DiskFull(model.files()) && Chance(0.5)) {
-        size = total - offset;
+    // Now and then the rest of the file, as far as a block goes, so that files complete in few
+    // blocks; often on a full disk, where the copy needs pages too.
+    if (pick < 70 && offset < total && Chance(MidRunFaults::DiskFull(model.files()) ? 0.5 : 0.2)) {
+        size = std::min(total - offset, kLargeBlock);
     }
 
     TarvoMessage message =
