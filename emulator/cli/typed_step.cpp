@@ -93,6 +93,7 @@ const std::map<std::string, std::string>& Examples() {
         {"expect_thermal_writes", "expect_thermal_writes { write: \"1 45000\" }"},
         {"signal_daemon", "signal_daemon: 10"},
         {"expect_all_taken", "expect_all_taken: true"},
+        {"remount", "remount { path: \"/data\" full: true }"},
         {"set_property", "set_property { name: \"persist.vendor.radio.demo\" value: \"1\" }"},
         {"exit_status", "client: \"-m\" exit_status: 0"},
         {"note", "note: \"shown in the transcript\" modem_state: 0"},

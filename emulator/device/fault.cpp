@@ -19,6 +19,7 @@ constexpr FaultName kFaultNames[] = {
     {Fault::kEndOfFile, "end of file", "eof"},    {Fault::kReadError, "read error", "read"},
     {Fault::kWriteError, "write error", "write"}, {Fault::kHangUp, "hang-up", "hangup"},
     {Fault::kOffline, "offline", "offline"},      {Fault::kRestart, "restart", "restart"},
+    {Fault::kFull, "disk full", "full"},          {Fault::kReadOnly, "read-only", "readonly"},
 };
 
 }  // namespace
@@ -57,7 +58,7 @@ Result<std::set<Fault>> ParseSoakFaults(const std::string& list) {
         }
         if (found == nullptr) {
             return Error() << "no fault \"" << item
-                           << "\" (eof, read, write, hangup, offline, restart)";
+                           << "\" (eof, read, write, hangup, offline, restart, full, readonly)";
         }
     }
     return faults;

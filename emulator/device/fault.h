@@ -18,6 +18,8 @@ enum class Fault {
     kHangUp = 4,      // the IPC node hangs up: reads return 0, writes fail until it is reopened
     kOffline,         // the modem goes offline and comes back
     kRestart,         // the daemon is restarted
+    kFull,            // /data fills up (no page left beyond those its files hold) and frees again
+    kReadOnly,        // the replay directory turns read-only and back
 };
 
 // How the transcript names a fault: "end of file", "hang-up".
@@ -27,7 +29,7 @@ std::optional<Fault> FaultOfText(std::string_view text);
 std::string_view FaultSoakName(Fault fault);
 
 // Parses a comma-separated list of the soak's fault names ("eof,read,write,hangup,offline,
-// restart", "all" or "none"); the error names the first unknown one.
+// restart,full,readonly", "all" or "none"); the error names the first unknown one.
 android::base::Result<std::set<Fault>> ParseSoakFaults(const std::string& list);
 
 }  // namespace tarvo_emu

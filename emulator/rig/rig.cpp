@@ -75,6 +75,9 @@ Result<void> Rig::Start() {
         Sandbox::Create(options_.data_size_limit_kib, options_.mnt_size_limit_kib);
     if (!sandbox.ok()) return Error() << "sandbox: " << sandbox.error();
     sandbox_ = std::move(*sandbox);
+    for (const std::string& path : options_.own_mounts) {
+        if (Result<void> mounted = sandbox_->MountOwn(path); !mounted.ok()) return mounted.error();
+    }
 
     emulator_ =
         std::make_unique<ModemEmulator>(options_.initial_state, [this](std::string_view bytes) {

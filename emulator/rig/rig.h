@@ -108,6 +108,8 @@ struct RigOptions {
     std::vector<std::string> writable = {};
     // Paths under /data or /mnt bound read-only.
     std::vector<std::string> read_only = {};
+    // Directories under /data or /mnt that are a tmpfs of their own, for Sandbox::Remount.
+    std::vector<std::string> own_mounts = {};
 };
 
 // The whole host rig: a sandbox root, the emulated modem mounted and bound into it, the daemon

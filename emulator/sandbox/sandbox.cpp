@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mount.h>
+#include <sys/statfs.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -25,6 +26,8 @@ namespace tarvo_emu {
 namespace {
 
 constexpr const char* kBwrap = "/usr/bin/bwrap";
+// The size of a tree that MountOwn makes.
+constexpr uint32_t kOwnMountKib = 262144;
 
 // A sandbox path prefix, the directory of the root that holds it, and whether it is writable.
 struct MappedTree {
@@ -55,15 +58,11 @@ Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib,
     std::unique_ptr<Sandbox> sandbox(new Sandbox(pattern));
     AddTemporaryTree(pattern);
     for (const auto& [tree, limit_kib] :
-         {std::pair{"data", data_size_limit_kib}, std::pair{"mnt", mnt_size_limit_kib}}) {
+         {std::pair{"/data", data_size_limit_kib}, std::pair{"/mnt", mnt_size_limit_kib}}) {
         if (limit_kib == 0) continue;
-        const std::string dir = pattern + "/" + tree;
-        if (Result<void> made = MakeDirectories(dir); !made.ok()) return made.error();
-        const std::string size = "size=" + std::to_string(limit_kib) + "k,mode=0755";
-        if (mount("tmpfs", dir.c_str(), "tmpfs", 0, size.c_str()) != 0) {
-            return ErrnoError() << "mount tmpfs " << size << " on " << dir;
+        if (Result<void> mounted = sandbox->MountTmpfs(tree, limit_kib); !mounted.ok()) {
+            return mounted.error();
         }
-        sandbox->mounted_.push_back(dir);
     }
     std::vector<std::string> dirs = {pattern + "/emu", pattern + "/properties",
                                      pattern + "/socket"};
@@ -78,7 +77,9 @@ Result<std::unique_ptr<Sandbox>> Sandbox::Create(uint32_t data_size_limit_kib,
 Sandbox::Sandbox(std::string dir) : dir_(std::move(dir)) {}
 
 Sandbox::~Sandbox() {
-    for (const std::string& dir : mounted_) umount2(dir.c_str(), MNT_DETACH);
+    for (auto it = mounted_.rbegin(); it != mounted_.rend(); ++it) {
+        umount2(it->second.first.c_str(), MNT_DETACH);
+    }
     RemoveTree(dir_);
     RemoveTemporaryTree(dir_);
 }
@@ -93,6 +94,51 @@ Result<std::string> Sandbox::HostPath(const std::string& path) const {
 
 void Sandbox::BindNode(const std::string& device_path, const std::string& host_path) {
     nodes_.emplace_back(device_path, host_path);
+}
+
+Result<void> Sandbox::MountTmpfs(const std::string& path, uint32_t size_kib) {
+    Result<std::string> dir = HostPath(path);
+    if (!dir.ok()) return dir.error();
+    if (Result<void> made = MakeDirectories(*dir); !made.ok()) return made.error();
+    const std::string options = "size=" + std::to_string(size_kib) + "k,mode=0755";
+    if (mount("tmpfs", dir->c_str(), "tmpfs", 0, options.c_str()) != 0) {
+        return ErrnoError() << "mount tmpfs " << options << " on " << *dir;
+    }
+    mounted_.push_back({path, {*dir, size_kib}});
+    return {};
+}
+
+Result<void> Sandbox::MountOwn(const std::string& path) {
+    if (!IsUnder(path, "/data") && !IsUnder(path, "/mnt")) {
+        return Error() << "cannot mount " << path << ": not under /data or /mnt";
+    }
+    return MountTmpfs(path, kOwnMountKib);
+}
+
+Result<void> Sandbox::Remount(const std::string& path, bool read_only,
+                              std::optional<uint32_t> free_kib) {
+    auto mounted = std::find_if(mounted_.begin(), mounted_.end(),
+                                [&path](const auto& tree) { return tree.first == path; });
+    if (mounted == mounted_.end()) return Error() << path << " is not a tree of its own";
+    const auto& [dir, size_kib] = mounted->second;
+    uint64_t kib = size_kib;
+    if (free_kib) {
+        struct statfs fs;
+        if (statfs(dir.c_str(), &fs) != 0) return ErrnoError() << "statfs " << dir;
+        // A size of 0 is no limit at all: an empty tree keeps one page.
+        kib = std::max<uint64_t>(fs.f_blocks - fs.f_bfree, 1) * fs.f_bsize / 1024 + *free_kib;
+    }
+    const std::string options = "size=" + std::to_string(kib) + "k";
+    if (mount("tmpfs", dir.c_str(), "tmpfs", MS_REMOUNT | (read_only ? MS_RDONLY : 0),
+              options.c_str()) != 0) {
+        return ErrnoError() << "remount " << path << " " << options;
+    }
+    // The remount made the host's mount read-only too, and a sandbox started now would copy that
+    // flag and keep it after the superblock is writable again: only the superblock says so.
+    if (read_only && mount(nullptr, dir.c_str(), nullptr, MS_REMOUNT | MS_BIND, nullptr) != 0) {
+        return ErrnoError() << "remount " << path << " writable for later sandboxes";
+    }
+    return {};
 }
 
 Result<void> Sandbox::SetReadOnly(const std::string& path) {

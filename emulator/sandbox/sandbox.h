@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,6 +42,15 @@ class Sandbox {
     // Takes `path` out of the tree: an emulated node is no longer bound, a file or a directory
     // is deleted with its contents.
     android::base::Result<void> Remove(const std::string& path);
+    // Makes the directory `path` (under /data or /mnt) a tmpfs of its own, before anything is
+    // written into it, so that Remount can change it while the daemon runs.
+    android::base::Result<void> MountOwn(const std::string& path);
+    // Remounts a tmpfs of the sandbox (/data or /mnt with a size limit, or one of MountOwn):
+    // read-only or writable; full (its size limit moved down to the pages its files hold, and
+    // `free_kib` more) or at its own size. The processes inside see it at once, through the same
+    // superblock.
+    android::base::Result<void> Remount(const std::string& path, bool read_only,
+                                        std::optional<uint32_t> free_kib);
     // Binds `path` (under /data or /mnt) read-only.
     android::base::Result<void> SetReadOnly(const std::string& path);
     // Shows the host directory `dir` at the same path, writable, even inside the project's trees.
@@ -54,13 +64,15 @@ class Sandbox {
 
   private:
     explicit Sandbox(std::string dir);
+    android::base::Result<void> MountTmpfs(const std::string& path, uint32_t size_kib);
 
     std::string dir_;
     std::vector<std::pair<std::string, std::string>> nodes_;      // device path, host path
     std::vector<std::pair<std::string, std::string>> read_only_;  // path, host path
     std::vector<std::string> writable_;
     std::map<std::string, std::string> env_;
-    std::vector<std::string> mounted_;  // host paths of the size-limited trees
+    // The tmpfs mounts by their paths inside, in the order mounted: host path and size in KiB.
+    std::vector<std::pair<std::string, std::pair<std::string, uint32_t>>> mounted_;
 };
 
 }  // namespace tarvo_emu

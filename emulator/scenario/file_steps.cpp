@@ -79,6 +79,13 @@ Result<void> PlayWriteFile(StepPlayer& player, const tarvo_scenario::Step& step)
     return Error() << "cannot write " << file.path();
 }
 
+Result<void> PlayRemount(StepPlayer& player, const tarvo_scenario::Step& step) {
+    const tarvo_scenario::Remount& remount = step.remount();
+    return player.rig().sandbox().Remount(
+        remount.path(), remount.read_only(),
+        remount.full() ? std::optional<uint32_t>(remount.free_kib()) : std::nullopt);
+}
+
 Result<void> PlayRemoveFile(StepPlayer& player, const tarvo_scenario::Step& step) {
     if (player.rig().RemoveFile(step.remove_file()).ok()) return {};
     return Error() << "cannot remove " << step.remove_file();

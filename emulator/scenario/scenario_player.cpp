@@ -43,6 +43,7 @@ RigOptions RigOptionsOf(const tarvo_scenario::Scenario& scenario, std::ostream* 
     }
     options.data_size_limit_kib = scenario.data_size_limit_kib();
     options.read_only.assign(scenario.read_only().begin(), scenario.read_only().end());
+    options.own_mounts.assign(scenario.own_mount().begin(), scenario.own_mount().end());
     options.transcript = transcript;
     options.full_transcript = full_transcript;
     return options;

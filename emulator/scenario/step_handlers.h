@@ -44,6 +44,7 @@ android::base::Result<void> PlayExpectNoLog(StepPlayer&, const tarvo_scenario::S
 // wrote to the emulator's nodes other than the message channel.
 android::base::Result<void> PlayWriteFile(StepPlayer&, const tarvo_scenario::Step&);
 android::base::Result<void> PlayRemoveFile(StepPlayer&, const tarvo_scenario::Step&);
+android::base::Result<void> PlayRemount(StepPlayer&, const tarvo_scenario::Step&);
 android::base::Result<void> PlayExpectFile(StepPlayer&, const tarvo_scenario::Step&);
 android::base::Result<void> PlaySetProperty(StepPlayer&, const tarvo_scenario::Step&);
 android::base::Result<void> PlayExpectProperty(StepPlayer&, const tarvo_scenario::Step&);

@@ -61,6 +61,7 @@ constexpr std::pair<Step::ActionCase, StepHandler> kHandlers[] = {
     {Step::kExpectThermalWrites, PlayExpectThermalWrites},
     {Step::kSignalDaemon, PlaySignalDaemon},
     {Step::kSetProperty, PlaySetProperty},
+    {Step::kRemount, PlayRemount},
 };
 
 // A step that has waited this long is named in the transcript...

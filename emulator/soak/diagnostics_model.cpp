@@ -173,7 +173,9 @@ void DiagnosticsModel::ExtendedLog(const tarvo_message::ExtendedLogMessage& log)
     if (resolved) {
         rotated = *resolved + ".old";
         const ModelFileSystem::File* file = files_.Find(*resolved);
-        if (file != nullptr && file->content.size() > kRotationSize) {
+        // On a read-only tree the removal and the rename fail, unlooked at.
+        if (file != nullptr && file->content.size() > kRotationSize &&
+            files_.IsWritable(*resolved)) {
             files_.Remove(*rotated);
             files_.Rename(*resolved, *rotated);
         }

@@ -147,8 +147,16 @@ void FileTransferModel::BlockWrite(const tarvo_message::FileWriteRequest& block,
         return;
     }
     steps_.Log(kLogInfo, StringPrintf("size: 0x%zX", block.data().size()));
-    ModelFileSystem::File& staged = files_.Open(*staging, kStagingMode);
-    staged.content += block.data();
+    const size_t room = files_.Room(*staging, block.data().size());
+    ModelFileSystem::File& staged = files_.Open(*staging, ModelFileSystem::kUmaskMode);
+    // What fits before the disk is full stays written.
+    staged.content += block.data().substr(0, room);
+    if (room < block.data().size()) {
+        steps_.Log(kLogError, "Failed to write temp file correctly");
+        respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE);
+        steps_.CheckFile(staging);
+        return;
+    }
     staged.mode = kStagingMode;
     if (staged.content.size() != total) {
         respond(tarvo_message::RESULT_SUCCESS, tarvo_message::FILE_RESULT_FAILURE);
@@ -160,14 +168,12 @@ void FileTransferModel::BlockWrite(const tarvo_message::FileWriteRequest& block,
         target && files_.IsWritable(*target) && !files_.IsDirectory(*target);
     if (target_writable) files_.Remove(*target);
     const ModelFileSystem::File* source = files_.Find(*staging);
-    const std::optional<std::string> content =
-        source != nullptr ? std::optional<std::string>(source->content) : std::nullopt;
-    if (target_writable) files_.Open(*target, kTargetMode).content = content.value_or("");
+    // A copy cut short by a full disk is removed: no half-written target is left.
+    const bool copied = source != nullptr && target_writable &&
+                        files_.Room(*target, source->content.size()) == source->content.size();
+    if (copied) files_.Open(*target, kTargetMode).content = source->content;
     files_.Remove(*staging);
-    if (target_writable && files_.FindMutable(*target) != nullptr) {
-        files_.FindMutable(*target)->mode = kTargetMode;
-    }
-    if (!content || !target_writable) {
+    if (!copied) {
         steps_.Log(kLogError, "File transfer failed.");
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE);
     } else {
@@ -201,8 +207,18 @@ void FileTransferModel::Append(const tarvo_message::FileAppendRequest& request, 
         return;
     }
     steps_.Log(kLogInfo, StringPrintf("size: 0x%zX", request.data().size()));
-    ModelFileSystem::File& file = files_.Open(*target, kAppendMode);
-    file.content += request.data();
+    const size_t room = files_.Room(*target, request.data().size());
+    ModelFileSystem::File& file = files_.Open(*target, ModelFileSystem::kUmaskMode);
+    file.content += request.data().substr(0, room);
+    if (room < request.data().size()) {
+        steps_.Log(kLogError, "Failed to write target file correctly");
+        respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE);
+        // The stream writes what it still buffers once more as it closes, after the answer: the
+        // ping's answer shows that done, on the disk still full, before a remount frees it.
+        steps_.Ping();
+        steps_.CheckFile(target);
+        return;
+    }
     file.mode = kAppendMode;
     respond(tarvo_message::RESULT_SUCCESS, tarvo_message::FILE_RESULT_FAILURE);
     steps_.CheckFile(target);

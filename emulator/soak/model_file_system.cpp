@@ -1,8 +1,18 @@
 #include "soak/model_file_system.h"
 
+#include <algorithm>
+
 #include <android-base/strings.h>
 
 namespace tarvo_emu {
+
+namespace {
+
+bool IsUnder(const std::string& path, const std::string& prefix) {
+    return path == prefix || android::base::StartsWith(path, prefix + "/");
+}
+
+}  // namespace
 
 ModelFileSystem::ModelFileSystem(const std::vector<std::string>& directories,
                                  const std::vector<std::string>& read_only)
@@ -30,7 +40,7 @@ std::optional<std::string> ModelFileSystem::Resolve(const std::string& path) con
 
 bool ModelFileSystem::IsWritable(const std::string& resolved) const {
     for (const std::string& prefix : read_only_) {
-        if (resolved == prefix || android::base::StartsWith(resolved, prefix + "/")) return false;
+        if (IsUnder(resolved, prefix)) return false;
     }
     const size_t slash = resolved.rfind('/');
     return IsDirectory(slash == 0 ? "/" : resolved.substr(0, slash));
@@ -58,6 +68,46 @@ void ModelFileSystem::Rename(const std::string& from, const std::string& to) {
     File file = std::move(it->second);
     files_.erase(it);
     files_[to] = std::move(file);
+}
+
+void ModelFileSystem::SetReadOnly(const std::string& prefix, bool read_only) {
+    read_only_.erase(std::remove(read_only_.begin(), read_only_.end(), prefix), read_only_.end());
+    if (read_only) read_only_.push_back(prefix);
+}
+
+bool ModelFileSystem::IsReadOnly(const std::string& prefix) const {
+    return std::find(read_only_.begin(), read_only_.end(), prefix) != read_only_.end();
+}
+
+void ModelFileSystem::SetFull(const std::optional<std::string>& prefix, size_t free_pages) {
+    full_ = prefix;
+    full_pages_ = FullPages() + free_pages;
+}
+
+size_t ModelFileSystem::Room(const std::string& resolved, size_t size) const {
+    if (!OnFullTree(resolved)) return size;
+    const size_t pages = FullPages();
+    const size_t free_pages = full_pages_ > pages ? full_pages_ - pages : 0;
+    const File* file = Find(resolved);
+    const size_t held = file != nullptr ? file->content.size() : 0;
+    // The rest of the file's last page takes bytes without a page more.
+    const size_t slack = (kPage - held % kPage) % kPage;
+    return std::min(size, slack + free_pages * kPage);
+}
+
+bool ModelFileSystem::OnFullTree(const std::string& resolved) const {
+    if (!full_ || !IsUnder(resolved, *full_)) return false;
+    return std::none_of(mounts_.begin(), mounts_.end(), [&](const std::string& mount) {
+        return mount.size() > full_->size() && IsUnder(resolved, mount);
+    });
+}
+
+size_t ModelFileSystem::FullPages() const {
+    size_t pages = 0;
+    for (const auto& [path, file] : files_) {
+        if (OnFullTree(path)) pages += (file.content.size() + kPage - 1) / kPage;
+    }
+    return pages;
 }
 
 std::vector<std::string> ModelFileSystem::FilesUnder(const std::string& prefix) const {

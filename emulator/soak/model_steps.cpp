@@ -90,7 +90,7 @@ void ModelSteps::CheckFile(const std::optional<std::string>& resolved) {
         expect->set_absent(true);
     } else if (file->stamps.empty()) {
         expect->set_content(file->content);
-        expect->set_mode(file->mode);
+        if (file->mode != ModelFileSystem::kUmaskMode) expect->set_mode(file->mode);
     } else {
         expect->set_size(file->content.size());
         expect->set_mode(file->mode);

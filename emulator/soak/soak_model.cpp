@@ -3,6 +3,7 @@
 #include "device/device_facts.h"
 #include "scenario/generated_data.h"
 #include "scenario/payload_fields.h"
+#include "soak/mid_run_faults.h"
 #include "soak/unexpected_traffic.h"
 
 using tarvo_message::TarvoMessage;
@@ -57,6 +58,7 @@ tarvo_scenario::Scenario SoakModel::Setup(uint64_t seed) {
     if (seed % kReadOnlyVariants == kReadOnlyVariants - 1) {
         setup.add_read_only(kReplayDirectory);
     }
+    MidRunFaults::Setup(&setup);
     return setup;
 }
 
@@ -71,7 +73,9 @@ SoakModel::SoakModel(const tarvo_scenario::Scenario& setup)
       steps_(files_),
       file_transfers_(files_, steps_),
       requests_(setup, files_, steps_),
-      diagnostics_(files_, steps_) {
+      diagnostics_(files_, steps_),
+      own_mounts_(setup.own_mount().begin(), setup.own_mount().end()) {
+    for (const std::string& tree : own_mounts_) files_.AddMount(tree);
     for (const tarvo_scenario::SeedFile& seeded : setup.file()) {
         std::string content = seeded.content();
         if (seeded.has_size()) {
@@ -142,11 +146,16 @@ std::vector<Step> SoakModel::Play(const Step& stimulus) {
             break;
         case Step::kModemState:
             diagnostics_.OfflineAndBack();
+            CheckStaged();
             break;
         case Step::kRestartDaemon:
             // Started as init starts it: what is kept is what the files hold.
             Started();
+            CheckStaged();
             return AllTaken();
+        case Step::kRemount:
+            MidRunFaults::Play(stimulus.remount(), files_);
+            break;
         case Step::kSignalDaemon:
             diagnostics_.Signal(stimulus.signal_daemon());
             break;
@@ -177,6 +186,13 @@ void SoakModel::Fault(tarvo_scenario::Fault fault) {
             break;
     }
     steps_.Ping();
+    CheckStaged();
+}
+
+void SoakModel::CheckStaged() {
+    for (const std::string& path : files_.FilesUnder(std::string(kStagingDirectory) + "/")) {
+        steps_.CheckFile(path);
+    }
 }
 
 void SoakModel::Message(const TarvoMessage& message) {

@@ -42,11 +42,16 @@ class SoakModel {
     }
     // The token of the daemon's last request since it started, when it made one.
     std::optional<uint32_t> LastDaemonToken() const { return steps_.LastRequestToken(); }
+    const ModelFileSystem& files() const { return files_; }
+    // The trees that a remount may turn read-only.
+    const std::vector<std::string>& own_mounts() const { return own_mounts_; }
 
   private:
     // The start's steps, after those already written.
     void Started();
     void Fault(tarvo_scenario::Fault fault);
+    // After a fault: every staging file holds what was acknowledged, nothing more or less.
+    void CheckStaged();
     void Message(const tarvo_message::TarvoMessage& message);
     void UsageCheck();
     // The steps written, closed by the check that the daemon sent nothing else.
@@ -58,6 +63,7 @@ class SoakModel {
     RequestModel requests_;
     DiagnosticsModel diagnostics_;
     size_t steps_since_mark_ = 0;
+    std::vector<std::string> own_mounts_;
 };
 
 }  // namespace tarvo_emu

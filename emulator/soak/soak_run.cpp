@@ -8,6 +8,7 @@
 #include "scenario/scenario_loader.h"
 #include "scenario/scenario_player.h"
 #include "scenario/scenario_text.h"
+#include "soak/mid_run_faults.h"
 #include "soak/soak_model.h"
 #include "soak/soak_shrinker.h"
 
@@ -49,6 +50,8 @@ std::string FaultKind(const Step& step) {
             return std::string(FaultSoakName(Fault::kOffline));
         case Step::kRestartDaemon:
             return std::string(FaultSoakName(Fault::kRestart));
+        case Step::kRemount:
+            return std::string(FaultSoakName(MidRunFaults::Of(step.remount())));
         default:
             return Step::descriptor()->FindFieldByNumber(step.action_case())->name();
     }

@@ -7,6 +7,7 @@
 #include "device/device_facts.h"
 #include "scenario/payload_fields.h"
 #include "scenario/step_handlers.h"
+#include "soak/mid_run_faults.h"
 
 using tarvo_message::TarvoMessage;
 using tarvo_scenario::Step;
@@ -124,11 +125,11 @@ Step SoakTraffic::Next(const SoakModel& model) {
     if (pick < 62) return Property();
     if (pick < 68) return Temperature();
     if (pick < 73) return Uecap();
-    if (pick < 87) return Diagnostics();
+    if (pick < 87) return Diagnostics(MidRunFaults::DiskFull(model.files()));
     if (pick < 89) return Malformed();
     if (pick < 93 || faults_.empty()) return Unexpected(model);
     ++faults_given_;
-    return Fault();
+    return Fault(model);
 }
 
 Step SoakTraffic::Block(const SoakModel& model) {
@@ -166,6 +167,11 @@ Step SoakTraffic::Block(const SoakModel& model) {
     }
     uint32_t size = BlockSize();
     if (!overshoot && offset < total) size = std::min(size, total - offset);
+    // Now and then the rest of the file, as far as a block goes, so that files complete in few
+    // blocks; often on a full disk, where the copy needs pages too.
+    if (pick < 70 && offset < total && Chance(MidRunFaults::DiskFull(model.files()) ? 0.5 : 0.2)) {
+        size = std::min(total - offset, kLargeBlock);
+    }
 
     TarvoMessage message =
         NewMessage(transfer.indication ? tarvo_message::INDICATION : tarvo_message::REQUEST);
@@ -267,10 +273,11 @@ Step SoakTraffic::Uecap() {
     return SendStep(std::move(message));
 }
 
-Step SoakTraffic::Diagnostics() {
+Step SoakTraffic::Diagnostics(bool disk_full) {
     TarvoMessage message = NewMessage(tarvo_message::INDICATION);
     Step step;
-    switch (Uniform(0, 5)) {
+    // The first writes its file under /data.
+    switch (Uniform(disk_full ? 1 : 0, 5)) {
         case 0: {
             tarvo_message::ModemStatReportIndication* report =
                 message.mutable_modem_stat()->mutable_report_indication();
@@ -374,13 +381,16 @@ Step SoakTraffic::Unexpected(const SoakModel& model) {
                               model.LastDaemonToken());
 }
 
-Step SoakTraffic::Fault() {
-    // The node's faults are common, a modem restart or a daemon restart rarer.
+Step SoakTraffic::Fault(const SoakModel& model) {
+    // The node's faults are common, a modem restart or a daemon restart rarer; a tree turns full
+    // or read-only, and back, in between.
     std::vector<std::pair<tarvo_emu::Fault, uint64_t>> weighted;
     for (tarvo_emu::Fault fault : faults_) {
         const bool rare =
             fault == tarvo_emu::Fault::kOffline || fault == tarvo_emu::Fault::kRestart;
-        weighted.emplace_back(fault, rare ? 1 : 3);
+        const bool remount =
+            fault == tarvo_emu::Fault::kFull || fault == tarvo_emu::Fault::kReadOnly;
+        weighted.emplace_back(fault, rare ? 1 : remount ? 2 : 3);
     }
     uint64_t total = 0;
     for (const auto& [_, weight] : weighted) total += weight;
@@ -395,6 +405,14 @@ Step SoakTraffic::Fault() {
     }
     Step step;
     switch (chosen) {
+        case tarvo_emu::Fault::kFull: {
+            // Full at once, or after some writes: a transfer then stops part-way, or its copy.
+            constexpr uint64_t kMostFreePages = 64;
+            return MidRunFaults::Full(model.files(), Chance(0.5) ? 0 : Uniform(1, kMostFreePages));
+        }
+        case tarvo_emu::Fault::kReadOnly:
+            return MidRunFaults::ReadOnly(
+                model.own_mounts()[Uniform(0, model.own_mounts().size() - 1)], model.files());
         case tarvo_emu::Fault::kOffline:
             step.set_modem_state(0);
             break;

@@ -58,10 +58,11 @@ class SoakTraffic {
     tarvo_scenario::Step Property();
     tarvo_scenario::Step Temperature();
     tarvo_scenario::Step Uecap();
-    tarvo_scenario::Step Diagnostics();
+    // While /data is full, none that writes a file there.
+    tarvo_scenario::Step Diagnostics(bool disk_full);
     tarvo_scenario::Step Malformed();
     tarvo_scenario::Step Unexpected(const SoakModel& model);
-    tarvo_scenario::Step Fault();
+    tarvo_scenario::Step Fault(const SoakModel& model);
 
     std::mt19937_64 random_;
     std::set<tarvo_emu::Fault> faults_;

@@ -106,5 +106,54 @@ TEST_F(ModelFileSystemTest, RemoveAndListByPrefix) {
                 ElementsAre("/data/radio/c.txt", "/data/radio/logs2/b.txt"));
 }
 
+TEST_F(ModelFileSystemTest, ATreeTurnsReadOnlyAndBack) {
+    files_.SetReadOnly("/data/radio/logs2", true);
+    EXPECT_FALSE(files_.IsWritable("/data/radio/logs2/a.txt"));
+    EXPECT_TRUE(files_.IsWritable("/data/radio/a.txt"));
+    files_.SetReadOnly("/data/radio/logs2", false);
+    EXPECT_TRUE(files_.IsWritable("/data/radio/logs2/a.txt"));
+    // A tree read-only from the start stays so until it is turned back.
+    EXPECT_FALSE(files_.IsWritable("/data/radio/logs/a.txt"));
+}
+
+// A tmpfs whose size limit moved down to the pages it uses: bytes still land in the rest of a
+// file's last page, and in the pages that removed files gave back.
+TEST_F(ModelFileSystemTest, AFullTreeTakesOnlyWhatFitsItsPages) {
+    constexpr size_t kPage = ModelFileSystem::kPage;
+    files_.Open("/data/radio/a.txt", kFileMode).content = std::string(kPage + 100, 'a');
+    files_.Open("/data/radio/b.txt", kFileMode).content = std::string(2 * kPage, 'b');
+    files_.Open("/vendor/etc/c.txt", kFileMode);
+    files_.AddMount("/data/radio/logs2");
+    files_.Open("/data/radio/logs2/d.txt", kFileMode).content = std::string(kPage, 'd');
+    files_.SetFull("/data");
+    EXPECT_TRUE(files_.IsFull("/data"));
+
+    EXPECT_EQ(files_.Room("/data/radio/a.txt", 10000), kPage - 100);
+    EXPECT_EQ(files_.Room("/data/radio/a.txt", 50), 50u);
+    EXPECT_EQ(files_.Room("/data/radio/b.txt", 1), 0u);
+    EXPECT_EQ(files_.Room("/data/radio/new.txt", 1), 0u);
+    EXPECT_EQ(files_.Room("/data/radio/new.txt", 0), 0u);
+    EXPECT_EQ(files_.Room("/vendor/etc/c.txt", 10000), 10000u);
+    // A tree mounted apart neither fills up nor frees pages with /data.
+    EXPECT_EQ(files_.Room("/data/radio/logs2/d.txt", 10000), 10000u);
+    files_.Remove("/data/radio/logs2/d.txt");
+    EXPECT_EQ(files_.Room("/data/radio/new.txt", 1), 0u);
+
+    // b.txt's two pages are free again; what a write takes is gone.
+    files_.Remove("/data/radio/b.txt");
+    EXPECT_EQ(files_.Room("/data/radio/new.txt", 3 * kPage), 2 * kPage);
+    files_.Open("/data/radio/new.txt", kFileMode).content = std::string(kPage + 1, 'n');
+    EXPECT_EQ(files_.Room("/data/radio/a.txt", 10000), kPage - 100);
+    EXPECT_EQ(files_.Room("/data/radio/other.txt", 1), 0u);
+
+    // Full with pages to spare: they go before the disk is full.
+    files_.SetFull("/data", 1);
+    EXPECT_EQ(files_.Room("/data/radio/other.txt", 2 * kPage), kPage);
+
+    files_.SetFull(std::nullopt);
+    EXPECT_FALSE(files_.IsFull("/data"));
+    EXPECT_EQ(files_.Room("/data/radio/b.txt", 10000), 10000u);
+}
+
 }  // namespace
 }  // namespace tarvo_emu

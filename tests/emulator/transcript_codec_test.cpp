@@ -144,7 +144,7 @@ TEST(TranscriptCodecTest, MalformedLinesAreRefusedWithTheirReason) {
 TEST(FaultNamesTest, SoakListTakesItsNamesAllAndNone) {
     auto all = ParseSoakFaults("all");
     ASSERT_TRUE(all.ok());
-    EXPECT_EQ(all->size(), 6u);
+    EXPECT_EQ(all->size(), 8u);
     auto none = ParseSoakFaults("none");
     ASSERT_TRUE(none.ok());
     EXPECT_TRUE(none->empty());
