@@ -35,15 +35,18 @@ unsigned int TarvoServiceHandler::OnReceiveFileAppendRequest(VekMessage* request
     if (target.status != FileTargetStatus::kFound) return AnswerFailure(&response);
 
     {
-        std::ofstream stream(target.path, std::ios::out | std::ios::app | std::ios::binary);
+        // Unbuffered: a write that fails leaves no bytes behind in the stream for its close to
+        // write after the failure has been answered.
+        std::ofstream stream;
+        stream.rdbuf()->pubsetbuf(nullptr, 0);
+        stream.open(target.path, std::ios::out | std::ios::app | std::ios::binary);
         if (!stream.is_open()) {
             ALOGE("Failed to open %s", target.path.c_str());
             return AnswerFailure(&response);
         }
         ALOGI("size: 0x%lX", static_cast<unsigned long>(append.data().size()));
-        // Flushed here so that a failing write shows in the stream state. What was written
-        // before a failure stays appended.
-        stream.write(append.data().data(), append.data().size()).flush();
+        // What was written before a failure stays appended.
+        stream.write(append.data().data(), append.data().size());
         if (stream.fail() || stream.bad()) {
             ALOGE("Failed to write target file correctly");
             return AnswerFailure(&response);
