@@ -62,10 +62,12 @@ const Verdict kVerdicts[] = {
     {"modem_state: 4", ""},
     {R"(expect_ril { request: 227 data: "\x05\x01" timeout_ms: 3000 })", "no such RIL request"},
     {R"(expect_ril { request: 227 selector: 255 data: "\x05\x00" })", ""},
-    {R"(expect_log { priority: ERROR text: "Invalid GNSS coex configuration file" })", ""},
+    // The line printed before the request is older than the mark.
     {R"(mark: "later")", ""},
-    {R"(expect_log { since_mark: "later" text: "IO handler started" timeout_ms: 50 })",
+    {R"(expect_log { since_mark: "later" text: "Invalid GNSS coex configuration file"
+                     timeout_ms: 50 })",
      "no such log line"},
+    {R"(expect_log { priority: ERROR text: "Invalid GNSS coex configuration file" })", ""},
     {R"(expect_log { text: "Start modem state monitoring" count: 2 timeout_ms: 50 })",
      "1 such log lines, not 2"},
     // Messages: silence, the header's result and type, a payload field.
@@ -75,6 +77,9 @@ const Verdict kVerdicts[] = {
     {"expect { message { token: 2 result: 1 } timeout_ms: 50 }", "no such message"},
     {"expect { message { type: INDICATION token: 2 } timeout_ms: 50 }", "no such message"},
     {R"(expect { message { token: 2 property { read_response { value: "2" } } } timeout_ms: 50 })",
+     "no such message"},
+    {R"(expect { exact_payload: true timeout_ms: 50
+                 message { token: 2 result: 1 property { read_response { value: "1" } } } })",
      "no such message"},
     {R"(expect { message { type: RESPONSE token: 2 result: 0
                            property { read_response { value: "1" } } } })",
