@@ -33,6 +33,8 @@ const Refused kRefused[] = {
      "content_regex: \"[\" } } } }\n",
      "line 2 column 3: step 0, step 1: bad regular expression \"[\""},
     {"step { fault: NO_FAULT }\n", "line 1 column 1: step 0: no fault named"},
+    {"step { expect_no_log { text_regex: \"a)\" } }\n",
+     "line 1 column 1: step 0: bad regular expression \"a)\""},
     {"step { note: \"x\" }\nstep { send_generated { message { file { read_request { file_name: "
      "\"x\" } } } data { size: 4 } } }",
      "line 2 column 1: step 1: a read train needs a block_size above 0"},
