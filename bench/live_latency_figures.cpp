@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -184,8 +185,16 @@ class ExtcapCapture {
         capture->packets_ = std::make_unique<FifoLatencies>(fifo);
         std::vector<std::string> argv = {kTarvoEmu, "extcap", "--capture", "--fifo", fifo};
         argv.insert(argv.end(), options.begin(), options.end());
-        Result<std::unique_ptr<tarvo_emu::ChildProcess>> child = tarvo_emu::ChildProcess::Start(
-            argv, {.env = {"PATH=/usr/bin:/bin"}, .separate_stderr = true});
+        // A sanitized build's options go along, as the sandbox passes them to the daemon: without
+        // them, reports that the suite's options leave out interleave with the daemon's log.
+        std::vector<std::string> env = {"PATH=/usr/bin:/bin"};
+        for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
+            if (const char* value = getenv(name); value != nullptr) {
+                env.push_back(std::string(name) + "=" + value);
+            }
+        }
+        Result<std::unique_ptr<tarvo_emu::ChildProcess>> child =
+            tarvo_emu::ChildProcess::Start(argv, {.env = std::move(env), .separate_stderr = true});
         if (!child.ok()) return child.error();
         capture->extcap_ = std::move(*child);
         return capture;
