@@ -213,9 +213,6 @@ void FileTransferModel::Append(const tarvo_message::FileAppendRequest& request, 
     if (room < request.data().size()) {
         steps_.Log(kLogError, "Failed to write target file correctly");
         respond(tarvo_message::RESULT_FAILURE, tarvo_message::FILE_RESULT_FAILURE);
-        // The stream writes what it still buffers once more as it closes, after the answer: the
-        // ping's answer shows that done, on the disk still full, before a remount frees it.
-        steps_.Ping();
         steps_.CheckFile(target);
         return;
     }
