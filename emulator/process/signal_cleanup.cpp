@@ -41,6 +41,9 @@ Registry& registry() {
 // Those that end a process by default and that a user, a shell or a closed pipe sends.
 constexpr int kCleanedUpSignals[] = {SIGHUP, SIGINT, SIGPIPE, SIGALRM, SIGTERM, SIGUSR1, SIGUSR2};
 
+// How often the clean-up tries to remove a tree that something else writes into.
+constexpr int kRemoveAttempts = 3;
+
 // Written by the handler, read by the thread that cleans up.
 int signal_pipe = -1;
 
@@ -80,7 +83,11 @@ std::vector<std::string> MountsUnder(const std::string& dir) {
     }
     for (const std::string& tree : r.trees) {
         for (const std::string& mount : MountsUnder(tree)) umount2(mount.c_str(), MNT_DETACH);
-        RemoveTree(tree);
+        // Again when a file appeared in a directory while it was being emptied: the rig's own
+        // processes are gone, but one outside it may still be writing into the tree.
+        for (int attempt = 0; attempt < kRemoveAttempts; ++attempt) {
+            if (RemoveTree(tree).ok()) break;
+        }
     }
     if (cleaned) cleaned(signal_number);
     _exit(128 + signal_number);
