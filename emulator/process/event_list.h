@@ -88,12 +88,12 @@ class EventList {
         return events_.size();
     }
 
-    // The events that nobody took, in order.
-    std::vector<T> Untaken() const {
+    // The events from index `first` on that nobody took, in order.
+    std::vector<T> Untaken(size_t first = 0) const {
         std::lock_guard<std::mutex> lock(mutex_);
         std::vector<T> untaken;
-        for (const Recorded& entry : events_) {
-            if (!entry.taken) untaken.push_back(entry.event);
+        for (size_t i = first; i < events_.size(); ++i) {
+            if (!events_[i].taken) untaken.push_back(events_[i].event);
         }
         return untaken;
     }

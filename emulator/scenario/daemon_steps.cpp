@@ -91,6 +91,7 @@ Result<void> PlayRestartDaemon(StepPlayer& player, const tarvo_scenario::Step& s
 Result<void> PlaySignalDaemon(StepPlayer& player, const tarvo_scenario::Step& step) {
     Result<pid_t> pid = player.AwaitDaemonPid();
     if (!pid.ok()) return pid.error();
+    player.NoteStimulus();
     if (kill(*pid, static_cast<int>(step.signal_daemon())) != 0) {
         return ErrnoError() << "kill " << *pid;
     }
@@ -103,6 +104,7 @@ Result<void> PlayClient(StepPlayer& player, const tarvo_scenario::Step& step) {
         if (!arg.empty()) argv.push_back(arg);
     }
     AwaitServerPid(player.rig());
+    player.NoteStimulus();
     Result<ProcessResult> result = player.rig().RunClient(argv);
     if (!result.ok()) return result.error();
     if (result->timed_out) return Error() << "the client did not end within 10 s";

@@ -56,11 +56,13 @@ bool PayloadsEqual(const tarvo_message::TarvoMessage& a, const tarvo_message::Ta
 }  // namespace
 
 Result<void> PlaySend(StepPlayer& player, const tarvo_scenario::Step& step) {
+    player.NoteStimulus();
     player.rig().modem().Send(step.send());
     return {};
 }
 
 Result<void> PlaySendRaw(StepPlayer& player, const tarvo_scenario::Step& step) {
+    player.NoteStimulus();
     player.rig().modem().SendRaw(step.send_raw());
     return {};
 }
@@ -71,6 +73,7 @@ Result<void> PlaySendGenerated(StepPlayer& player, const tarvo_scenario::Step& s
     using google::protobuf::FieldDescriptor;
     const tarvo_scenario::GeneratedSend& send = step.send_generated();
     if (Result<void> playable = CheckGeneratedSend(send); !playable.ok()) return playable;
+    player.NoteStimulus();
     Rig& rig = player.rig();
     const std::string data = GeneratedBytes(send.data());
     tarvo_message::TarvoMessage message = send.message();
@@ -180,11 +183,18 @@ Result<void> PlayExpect(StepPlayer& player, const tarvo_scenario::Step& step) {
 Result<void> PlayExpectSilence(StepPlayer& player, const tarvo_scenario::Step& step) {
     auto& received = player.rig().modem().received_events();
     const size_t before = received.size();
-    player.WaitUnlessCancelled(milliseconds(step.expect_silence_ms()), [&](milliseconds slice) {
-        return received.NextNew(slice).has_value() || received.size() > before;
-    });
-    if (received.size() == before) return {};
-    return Error() << "the daemon sent { " << ShortText(received.All()[before]) << " }";
+    const size_t since = std::min(player.state().messages_before_stimulus, before);
+    // An answer to the last stimulus that no step took breaks the silence, however soon it came.
+    std::vector<tarvo_message::TarvoMessage> sent = received.Untaken(since);
+    if (sent.empty()) {
+        player.WaitUnlessCancelled(milliseconds(step.expect_silence_ms()), [&](milliseconds slice) {
+            return received.NextNew(slice).has_value() || received.size() > before;
+        });
+        if (received.size() == before) return {};
+        sent = received.All();
+        sent.erase(sent.begin(), sent.begin() + static_cast<std::ptrdiff_t>(before));
+    }
+    return Error() << "the daemon sent { " << ShortText(sent.front()) << " }";
 }
 
 Result<void> PlayExpectAllTaken(StepPlayer& player, const tarvo_scenario::Step&) {

@@ -96,6 +96,10 @@ StepResult StepPlayer::PlayRepeat(const Step& step, const std::string& name,
     return {};
 }
 
+void StepPlayer::NoteStimulus() {
+    state_.messages_before_stimulus = rig_->modem().received_events().size();
+}
+
 StepResult StepPlayer::PlayNamed(const Step& step, const std::string& name,
                                  const StepPlace* place) {
     if (!step.note().empty()) rig_->transcript().Note("# " + step.note());

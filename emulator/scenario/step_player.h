@@ -57,6 +57,10 @@ struct PlayState {
     std::map<std::string, UsageMark> marks;
     // Writes to the thermal driver's node that an earlier step already looked at.
     size_t thermal_writes_seen = 0;
+    // How many messages the daemon had sent when the modem last sent it something or it was
+    // last signalled: what came after may be its answer, which expect_silence_ms counts even
+    // when it came before that step began.
+    size_t messages_before_stimulus = 0;
 };
 
 // Says in the transcript which step is still waiting, a second into it and every few seconds
@@ -96,6 +100,8 @@ class StepPlayer {
 
     Rig& rig() { return *rig_; }
     PlayState& state() { return state_; }
+    // Notes that the daemon is about to be sent something; see `messages_before_stimulus`.
+    void NoteStimulus();
 
     // Ends the step being played at its next wait, as a failure that says so. Safe to call from a
     // signal handler or another thread; the next step begun clears it.
