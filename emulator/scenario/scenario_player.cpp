@@ -52,8 +52,8 @@ RigOptions RigOptionsOf(const tarvo_scenario::Scenario& scenario, std::ostream* 
 }  // namespace
 
 std::string SummaryText(const PlaySummary& summary) {
-    const bool some = summary.steps > summary.played;
-    const int counted = some ? summary.steps : summary.played;
+    const bool some = summary.steps.value_or(0) > summary.played;
+    const int counted = some ? *summary.steps : summary.played;
     return fmt::format("{}{} step{} played, {} passed, {} failed, {:.3f} s",
                        some ? fmt::format("{} of ", summary.played) : "", counted,
                        counted == 1 ? "" : "s", summary.passed, summary.failed,

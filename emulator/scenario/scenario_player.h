@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -17,8 +18,8 @@ class ScenarioRecorder;
 
 // What a run or a console session played: the line that ends it.
 struct PlaySummary {
-    // The steps to play (notes left out) when they are known, as a file's are; 0 otherwise.
-    int steps = 0;
+    // The steps to play (notes left out) when they are known, as a file's are.
+    std::optional<int> steps;
     int played = 0;
     int passed = 0;
     int failed = 0;
