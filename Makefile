@@ -11,6 +11,9 @@ ASAN_BUILD_DIR ?= build-asan
 TSAN_BUILD_DIR ?= build-tsan
 COVERAGE_BUILD_DIR ?= build-coverage
 JOBS ?= 2
+# Many of the suite's tests spend their time waiting on the modem's and the RIL's timers; the
+# sanitized suites, whose other tests are slow, keep the cores busy with one more test than cores.
+SANITIZED_TEST_JOBS ?= $(shell echo $$(($(JOBS) + 1)))
 FUZZ_SECONDS ?= 60
 SOAK_SECONDS ?= 600
 SOAK_SEED ?= 0x$(shell git rev-parse --short=8 HEAD 2>/dev/null || echo 1)
@@ -52,12 +55,12 @@ test-sanitize: deps
 	cmake -S . -B $(ASAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 		-DTARVO_SANITIZE=address,undefined
 	cmake --build $(ASAN_BUILD_DIR) -j$(JOBS)
-	cd $(ASAN_BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
+	cd $(ASAN_BUILD_DIR) && ctest --output-on-failure -j$(SANITIZED_TEST_JOBS)
 
 test-tsan: deps
 	cmake -S . -B $(TSAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTARVO_SANITIZE=thread
 	cmake --build $(TSAN_BUILD_DIR) -j$(JOBS)
-	cd $(TSAN_BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
+	cd $(TSAN_BUILD_DIR) && ctest --output-on-failure -j$(SANITIZED_TEST_JOBS)
 
 # The whole suite on a --coverage build. The daemon and its clients in the sandbox write their
 # counters through GCOV_PREFIX, which the sandbox binds writable; stripping the prefix's own
