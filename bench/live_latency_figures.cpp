@@ -15,7 +15,6 @@
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -188,10 +187,8 @@ class ExtcapCapture {
         // A sanitized build's options go along, as the sandbox passes them to the daemon: without
         // them, reports that the suite's options leave out interleave with the daemon's log.
         std::vector<std::string> env = {"PATH=/usr/bin:/bin"};
-        for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
-            if (const char* value = getenv(name); value != nullptr) {
-                env.push_back(std::string(name) + "=" + value);
-            }
+        for (const auto& [name, value] : tarvo_emu::BuildToolEnvironment()) {
+            env.push_back(name + "=" + value);
         }
         Result<std::unique_ptr<tarvo_emu::ChildProcess>> child =
             tarvo_emu::ChildProcess::Start(argv, {.env = std::move(env), .separate_stderr = true});

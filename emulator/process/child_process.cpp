@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -225,6 +226,15 @@ Result<ProcessResult> RunProcess(const std::vector<std::string>& argv, ChildOpti
     result.output = (*process)->output();
     result.errors = (*process)->errors();
     return result;
+}
+
+std::vector<std::pair<std::string, std::string>> BuildToolEnvironment() {
+    std::vector<std::pair<std::string, std::string>> set;
+    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS",
+                             "GCOV_PREFIX", "GCOV_PREFIX_STRIP"}) {
+        if (const char* value = getenv(name); value != nullptr) set.emplace_back(name, value);
+    }
+    return set;
 }
 
 }  // namespace tarvo_emu

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <android-base/result.h>
@@ -94,5 +95,10 @@ struct ProcessResult {
 android::base::Result<ProcessResult> RunProcess(const std::vector<std::string>& argv,
                                                 ChildOptions options,
                                                 std::chrono::milliseconds timeout);
+
+// What a build's own instrumentation reads from this process's environment, as name and value:
+// the sanitizers' options, which make the first report end the process, and where a coverage
+// build writes its counters. For a child that otherwise starts with a cleared environment.
+std::vector<std::pair<std::string, std::string>> BuildToolEnvironment();
 
 }  // namespace tarvo_emu

@@ -11,6 +11,7 @@
 #include <android-base/strings.h>
 
 #include "device/device_facts.h"
+#include "process/child_process.h"
 #include "process/file_tree.h"
 #include "process/signal_cleanup.h"
 #include "ril_library/ril_wire.h"
@@ -196,11 +197,8 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& comman
                              "LD_LIBRARY_PATH", kVendorLibraryDirectory});
     // In a sanitized build, the options that make the first report end the process reach the
     // daemon and its clients too; in a coverage build, where their counters go.
-    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS",
-                             "GCOV_PREFIX", "GCOV_PREFIX_STRIP"}) {
-        if (const char* value = getenv(name); value != nullptr) {
-            args.insert(args.end(), {"--setenv", name, value});
-        }
+    for (const auto& [name, value] : BuildToolEnvironment()) {
+        args.insert(args.end(), {"--setenv", name, value});
     }
     for (const auto& [name, value] : env_) args.insert(args.end(), {"--setenv", name, value});
     args.emplace_back("--");
