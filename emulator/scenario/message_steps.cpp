@@ -185,16 +185,14 @@ Result<void> PlayExpectSilence(StepPlayer& player, const tarvo_scenario::Step& s
     const size_t before = received.size();
     const size_t since = std::min(player.state().messages_before_stimulus, before);
     // An answer to the last stimulus that no step took breaks the silence, however soon it came.
-    std::vector<tarvo_message::TarvoMessage> sent = received.Untaken(since);
-    if (sent.empty()) {
+    if (received.Untaken(since).empty()) {
         player.WaitUnlessCancelled(milliseconds(step.expect_silence_ms()), [&](milliseconds slice) {
             return received.NextNew(slice).has_value() || received.size() > before;
         });
         if (received.size() == before) return {};
-        sent = received.All();
-        sent.erase(sent.begin(), sent.begin() + static_cast<std::ptrdiff_t>(before));
     }
-    return Error() << "the daemon sent { " << ShortText(sent.front()) << " }";
+    // No step takes a message while this one waits: the earliest untaken is the one to name.
+    return Error() << "the daemon sent { " << ShortText(received.Untaken(since).front()) << " }";
 }
 
 Result<void> PlayExpectAllTaken(StepPlayer& player, const tarvo_scenario::Step&) {
